@@ -1,0 +1,26 @@
+#include "core/VEKDate.h"
+
+#include <gtest/gtest.h>
+
+TEST(VEKDate, DescriptionRoundTripsThroughTheLibraryTextForm)
+{
+    const QDateTime d(QDate(2012, 3, 4), QTime(12, 34, 56), Qt::UTC);
+    EXPECT_EQ(VEKDate::description(d), QStringLiteral("2012-03-04 12:34:56 +0000"));
+    EXPECT_EQ(VEKDate::dateWithString(VEKDate::description(d)), d);
+}
+
+TEST(VEKDate, OffsetsAreAppliedAndGarbageIsRejected)
+{
+    const QDateTime utc(QDate(2012, 3, 4), QTime(10, 4, 56), Qt::UTC);
+    EXPECT_EQ(VEKDate::dateWithString(QStringLiteral("2012-03-04 12:34:56 +0230")), utc);
+    EXPECT_FALSE(VEKDate::dateWithString(QStringLiteral("2012-13-04 12:34:56 +0000")).isValid());
+    EXPECT_FALSE(VEKDate::dateWithString(QStringLiteral("yesterday")).isValid());
+    EXPECT_FALSE(VEKDate::dateWithString(QString()).isValid());
+}
+
+TEST(VEKDate, ReferenceSecondsCountFrom2001)
+{
+    const QDateTime epoch(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC);
+    EXPECT_DOUBLE_EQ(VEKDate::toReferenceSeconds(epoch), 0.0);
+    EXPECT_EQ(VEKDate::fromReferenceSeconds(86400.0), epoch.addDays(1));
+}

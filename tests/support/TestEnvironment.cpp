@@ -1,0 +1,92 @@
+#include "TestEnvironment.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+namespace {
+QTemporaryDir *g_root = nullptr;
+int g_counter = 0;
+}
+
+namespace TestEnvironment {
+
+void setUpProcess()
+{
+    g_root = new QTemporaryDir(QDir::tempPath() + QStringLiteral("/quivera-test-XXXXXX"));
+    const QString base = g_root->path();
+    for (const char *dir : {"config", "data", "run"})
+        QDir().mkpath(base + QLatin1Char('/') + QLatin1String(dir));
+    QFile::setPermissions(base + QStringLiteral("/run"),
+                          QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(base + QStringLiteral("/config")));
+    qputenv("XDG_DATA_HOME", QFile::encodeName(base + QStringLiteral("/data")));
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(base + QStringLiteral("/run")));
+    qputenv("HOME", QFile::encodeName(base));
+}
+
+void tearDownProcess()
+{
+    delete g_root;
+    g_root = nullptr;
+}
+
+QString root() { return g_root->path(); }
+
+QString makeTempDir(const QString &hint)
+{
+    const QString dir = QStringLiteral("%1/%2-%3").arg(root(), hint).arg(++g_counter);
+    QDir().mkpath(dir);
+    return dir;
+}
+
+void resetUserFolders()
+{
+    for (const char *dir : {"config", "data"}) {
+        QDir d(root() + QLatin1Char('/') + QLatin1String(dir));
+        d.removeRecursively();
+        QDir().mkpath(d.path());
+    }
+}
+
+int run(const QString &program, const QStringList &args, QByteArray *output, int timeoutMs)
+{
+    QProcess p;
+    p.setProcessChannelMode(QProcess::MergedChannels);
+    p.start(program, args);
+    if (!p.waitForStarted())
+        return -1;
+    p.waitForFinished(timeoutMs);
+    if (output)
+        *output = p.readAll();
+    return p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+}
+
+QString makeSine(const QString &path, double seconds, int rate, int channels,
+                 const QStringList &formatArgs, double frequency)
+{
+    QStringList args{QStringLiteral("-n"), QStringLiteral("-r"), QString::number(rate),
+                     QStringLiteral("-c"), QString::number(channels)};
+    args += formatArgs;
+    args += {path, QStringLiteral("synth"), QString::number(seconds), QStringLiteral("sine"),
+             QString::number(frequency), QStringLiteral("vol"), QStringLiteral("0.5")};
+    QByteArray out;
+    const int rc = run(QStringLiteral("sox"), args, &out);
+    EXPECT_EQ(rc, 0) << "sox failed: " << out.constData();
+    return path;
+}
+
+QString ffmpeg(const QString &input, const QString &output, const QStringList &args)
+{
+    QStringList all{QStringLiteral("-y"), QStringLiteral("-v"), QStringLiteral("error"),
+                    QStringLiteral("-i"), input};
+    all += args;
+    all += output;
+    QByteArray out;
+    const int rc = run(QStringLiteral("ffmpeg"), all, &out);
+    EXPECT_EQ(rc, 0) << "ffmpeg failed: " << out.constData();
+    return output;
+}
+
+} // namespace TestEnvironment
