@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QString>
+
+// Text comparisons the library's search and sorts need.
+namespace VEKText {
+
+// The form in which case and diacritics no longer count: canonical decomposition, combining
+// marks dropped, case folded. "Ünïcode Café" gives "unicode cafe".
+QString foldCaseAndDiacritics(const QString &text);
+
+// Substring test that ignores case and diacritics. An empty needle is contained in any text
+// that is present; an absent text contains nothing.
+bool containsFolded(const QString &text, const QString &needle);
+
+// The same with the needle already folded (the search folds its words once).
+bool containsPrefolded(const QString &text, const QString &foldedNeedle);
+
+// Case-insensitive, locale-aware order (the collation of the user's locale at its secondary
+// strength, so "a" < "B" < "c" and "é" sorts with "e"). Negative, zero or positive.
+int localizedCaseInsensitiveCompare(const QString &a, const QString &b);
+
+// Case-insensitive comparison that orders embedded numbers by value: "Track 9" < "Track 10".
+int caseInsensitiveNumericCompare(const QString &a, const QString &b);
+
+} // namespace VEKText

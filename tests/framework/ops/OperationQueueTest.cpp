@@ -1,0 +1,113 @@
+#include "ops/OperationQueue.h"
+#include "ops/SerialTaskQueue.h"
+
+#include <QCoreApplication>
+#include <QThread>
+#include <atomic>
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace {
+// Records the order it ran in and whether it ever overlapped another.
+class Probe : public Operation {
+public:
+    Probe(int id, std::vector<int> *log, std::atomic<int> *running, std::atomic<bool> *overlap,
+          int sleepMs = 5)
+        : m_id(id), m_log(log), m_running(running), m_overlap(overlap), m_sleepMs(sleepMs)
+    {
+    }
+    QThread *thread = nullptr;
+
+protected:
+    void main() override
+    {
+        thread = QThread::currentThread();
+        if (m_running->fetch_add(1) != 0)
+            m_overlap->store(true);
+        for (int i = 0; i < m_sleepMs && !isCancelled(); ++i)
+            QThread::msleep(1);
+        m_log->push_back(m_id);
+        setProgress(1.0f);
+        m_running->fetch_sub(1);
+    }
+
+private:
+    int m_id;
+    std::vector<int> *m_log;
+    std::atomic<int> *m_running;
+    std::atomic<bool> *m_overlap;
+    int m_sleepMs;
+};
+}
+
+TEST(OperationQueue, RunsOneOperationAtATimeInOrderOffTheMainThread)
+{
+    OperationQueue queue;
+    std::vector<int> log;
+    std::atomic<int> running{0};
+    std::atomic<bool> overlap{false};
+    std::vector<std::shared_ptr<Probe>> probes;
+    std::vector<int> finishedOnMain;
+    QObject::connect(&queue, &OperationQueue::operationFinished, [&](std::shared_ptr<Operation> op) {
+        EXPECT_EQ(QThread::currentThread(), QCoreApplication::instance()->thread());
+        EXPECT_TRUE(op->isFinished());
+        EXPECT_FALSE(op->isExecuting());
+        finishedOnMain.push_back(int(finishedOnMain.size()));
+    });
+    for (int i = 0; i < 5; ++i) {
+        probes.push_back(std::make_shared<Probe>(i, &log, &running, &overlap));
+        queue.addOperation(probes.back());
+    }
+    queue.waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(log, (std::vector<int>{0, 1, 2, 3, 4}));
+    EXPECT_FALSE(overlap.load());
+    EXPECT_EQ(finishedOnMain.size(), 5u);
+    EXPECT_EQ(queue.operationCount(), 0);
+    EXPECT_NE(probes[0]->thread, QThread::currentThread());
+    EXPECT_FLOAT_EQ(probes[4]->progress(), 1.0f);
+}
+
+TEST(OperationQueue, CancelAllStopsTheRunningOneAndDropsThePending)
+{
+    OperationQueue queue;
+    std::vector<int> log;
+    std::atomic<int> running{0};
+    std::atomic<bool> overlap{false};
+    auto slow = std::make_shared<Probe>(0, &log, &running, &overlap, 5000);
+    auto later = std::make_shared<Probe>(1, &log, &running, &overlap);
+    int finished = 0;
+    QObject::connect(&queue, &OperationQueue::operationFinished, [&] { ++finished; });
+    queue.addOperation(slow);
+    queue.addOperation(later);
+    EXPECT_EQ(queue.operationCount(), 2);
+    while (!slow->isExecuting())
+        QThread::msleep(1);
+    queue.cancelAllOperations();
+    queue.waitUntilAllOperationsAreFinished();
+    EXPECT_TRUE(slow->isCancelled());
+    EXPECT_TRUE(later->isFinished());
+    EXPECT_EQ(log, (std::vector<int>{0})); // the pending one never ran its work
+    EXPECT_EQ(finished, 2);
+}
+
+TEST(SerialTaskQueue, KeepsOrderAndLosesNothingAtDestruction)
+{
+    std::vector<int> seen;
+    {
+        SerialTaskQueue q;
+        for (int i = 0; i < 100; ++i)
+            q.async([&seen, i] {
+                if (i % 10 == 0)
+                    QThread::usleep(200);
+                seen.push_back(i);
+            });
+        q.flush();
+        EXPECT_EQ(seen.size(), 100u);
+        EXPECT_TRUE(q.isIdle());
+        for (int i = 100; i < 150; ++i)
+            q.async([&seen, i] { seen.push_back(i); });
+    }
+    ASSERT_EQ(seen.size(), 150u);
+    for (int i = 0; i < 150; ++i)
+        EXPECT_EQ(seen[size_t(i)], i);
+}
