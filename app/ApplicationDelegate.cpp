@@ -1,0 +1,172 @@
+#include "ApplicationDelegate.h"
+
+#include "core/VEKDate.h"
+#include "core/VEKLocalizedString.h"
+#include "library/LibraryPlaylist.h"
+#include "library/iTunesLibraryPlaylist.h"
+#include "settings/UserDefaults.h"
+
+namespace {
+ApplicationDelegate *g_delegate = nullptr;
+}
+
+quint64 ApplicationDelegate::playerSizeForScreen(const QRectF &screen)
+{
+    return 1200.0 > screen.width() ? 3 : 2;
+}
+
+void ApplicationDelegate::registerDefaults(UserDefaults &defaults, const QRectF &mainScreen)
+{
+    // The factor applies to the sum of y and height: that is the settled formula.
+    const double x = mainScreen.x() + 0.5 * mainScreen.width();
+    const double y = 0.667 * (mainScreen.y() + mainScreen.height());
+    defaults.registerDefaults({
+        {QStringLiteral("repeat"), 0},
+        {QStringLiteral("shuffle"), false},
+        {QStringLiteral("volumeKnob"), 1},
+        {QStringLiteral("converterClass"), QStringLiteral("IZOConverterAudioProcessor")},
+        {QStringLiteral("preferredFormat"), QVariantMap{{QStringLiteral("quality"), 1}}},
+        {QStringLiteral("playerSize"), playerSizeForScreen(mainScreen)},
+        {QStringLiteral("playerCenter"), QStringLiteral("{%1, %2}").arg(x).arg(y)},
+        {QStringLiteral("libraryOpen"), true},
+        {QStringLiteral("librarySplitPosition"), 167},
+        {QStringLiteral("iTunesLibraryLocation"),
+         QStringLiteral("~/Music/iTunes/iTunes Music Library.xml")},
+        {QStringLiteral("selectedPlaylistID"), -1},
+    });
+}
+
+ApplicationDelegate::ApplicationDelegate(FrontEnd *frontEnd, QObject *parent)
+    : QObject(parent), m_frontEnd(frontEnd)
+{
+    if (!m_frontEnd) {
+        m_silentFrontEnd = std::make_unique<FrontEnd>();
+        m_frontEnd = m_silentFrontEnd.get();
+    }
+    g_delegate = this;
+    // Steps 1 and 2: the empty library and the two all-songs playlists.
+    buildLibraries();
+}
+
+ApplicationDelegate::~ApplicationDelegate()
+{
+    if (g_delegate == this)
+        g_delegate = nullptr;
+    if (Database::shared() == m_database.get())
+        Database::setShared(nullptr);
+}
+
+ApplicationDelegate *ApplicationDelegate::shared() { return g_delegate; }
+
+void ApplicationDelegate::applicationWillFinishLaunching()
+{
+    UserDefaults &defaults = UserDefaults::standard();
+    // A damaged settings file was replaced by the defaults; say so once.
+    defaults.takeLoadError().alert();
+
+    // The media keys reach us over MPRIS, the effect descriptions, the stream and the remote
+    // service come with the playback and remote work: those launch steps are empty for now.
+
+    m_queue = std::make_unique<OperationQueue>();
+
+    constructDatabase();
+
+    // The iTunes question, once per user, before the first read-in.
+    if (!defaults.boolForKey(QStringLiteral("seenAccessiTunesLibraryQuery"))) {
+        const std::optional<bool> answer = m_frontEnd->askAccessITunesLibrary();
+        if (answer) {
+            if (*answer)
+                defaults.setValue(QStringLiteral("accessiTunesLibrary"), true);
+            defaults.setValue(QStringLiteral("seenAccessiTunesLibraryQuery"), true);
+        }
+    }
+
+    // The iTunes read-in is queued here once it exists.
+
+    loadDatabase();
+
+    m_lastLibraryModification = VEKDate::now();
+    m_lastPlaylistModification = VEKDate::now();
+
+    setSelectedPlaylist(playlistForID(defaults.integerForKey(QStringLiteral("selectedPlaylistID"))));
+    refreshCurrentSongs();
+}
+
+void ApplicationDelegate::applicationWillTerminate()
+{
+    if (m_queue)
+        m_queue->cancelAllOperations();
+    UserDefaults::standard().setValue(QStringLiteral("selectedPlaylistID"),
+                                      m_selectedPlaylist ? m_selectedPlaylist->playlistID() : 0);
+    // The queue's worker is joined before the library file closes: an operation that is still
+    // running holds a connection of its own and must not outlive the program's.
+    m_queue.reset();
+    if (Database::shared() == m_database.get())
+        Database::setShared(nullptr);
+    m_database.reset(); // finishes the queued playlist writes first
+}
+
+void ApplicationDelegate::play()
+{
+    if (streamIsPlaying())
+        streamPause();
+    else
+        streamPlay();
+}
+
+void ApplicationDelegate::next() {}
+
+void ApplicationDelegate::previous() {}
+
+ApplicationDelegate::MediaKeyAction ApplicationDelegate::mediaKeyAction(int eventType,
+                                                                        int subtype, qint64 data1)
+{
+    if (eventType != 14 || quint16(subtype) != 8)
+        return MediaKeyAction::PassOn;
+    const int keyCode = int((data1 >> 16) & 0xffff);
+    if (keyCode < 16 || keyCode > 20)
+        return MediaKeyAction::PassOn;
+    // A release must neither reach another program nor act.
+    if ((data1 & 0xff00) != 0xa00)
+        return MediaKeyAction::Swallow;
+    switch (keyCode) {
+    case 16: return MediaKeyAction::Play;
+    case 17:
+    case 19: return MediaKeyAction::Next;
+    default: return MediaKeyAction::Previous;
+    }
+}
+
+void ApplicationDelegate::buildLibraries()
+{
+    auto library = std::make_shared<LibraryPlaylist>();
+    library->setPlaylistID(Playlist::LibraryPlaylistID);
+    m_localPlaylists.append(library);
+    m_selectedPlaylist = library;
+    auto iTunes = std::make_shared<iTunesLibraryPlaylist>();
+    iTunes->setPlaylistID(Playlist::ITunesLibraryPlaylistID);
+    m_iTunesPlaylists.append(iTunes);
+}
+
+PlaylistPtr ApplicationDelegate::playlistForID(qint64 playlistID) const
+{
+    for (const auto &p : m_localPlaylists)
+        if (p->playlistID() == playlistID)
+            return p;
+    for (const auto &p : m_iTunesPlaylists)
+        if (p->playlistID() == playlistID)
+            return p;
+    return nullptr;
+}
+
+PlaylistPtr ApplicationDelegate::playlistAtIndex(quint64 index) const
+{
+    return index < quint64(m_localPlaylists.size()) ? m_localPlaylists.at(qsizetype(index))
+                                                    : nullptr;
+}
+
+void ApplicationDelegate::updateAllControls()
+{
+    // The library, player and mini player windows share one front-end object.
+    m_frontEnd->updateControls();
+}

@@ -1,0 +1,135 @@
+#pragma once
+
+#include "FrontEnd.h"
+#include "library/Database.h"
+#include "library/Playlist.h"
+#include "library/Song.h"
+#include "ops/OperationQueue.h"
+
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QRectF>
+#include <QVariantMap>
+#include <functional>
+#include <memory>
+
+class UserDefaults;
+
+// The central object: owns the library, the playlists, the library file, the background queue
+// and (with the playback work) the stream. Every change of the library from the user passes
+// through here. One per process; all calls on the main thread unless a comment says otherwise.
+//
+// Its code is split by concern: launch and shutdown (ApplicationDelegate.cpp), the library
+// file (ApplicationDelegateDatabase.cpp), the library operations
+// (ApplicationDelegateLibrary.cpp), and the migration of old property lists
+// (ApplicationDelegateMigration.cpp).
+class ApplicationDelegate : public QObject {
+    Q_OBJECT
+public:
+    // Registers the program's default settings. Runs before anything else of the delegate.
+    // `mainScreen` is the frame of the main screen; a program without a display passes none.
+    static void registerDefaults(UserDefaults &defaults, const QRectF &mainScreen = QRectF());
+    // The player size that suits a screen: 3 below 1200 points of width (or no screen), else 2.
+    static quint64 playerSizeForScreen(const QRectF &screen);
+
+    // Makes the empty library and the two all-songs playlists. `frontEnd` is not owned; null
+    // gives a silent front end.
+    explicit ApplicationDelegate(FrontEnd *frontEnd = nullptr, QObject *parent = nullptr);
+    ~ApplicationDelegate() override;
+
+    static ApplicationDelegate *shared();
+
+    // The launch, in its fixed order; no failure stops it.
+    void applicationWillFinishLaunching();
+    // The shutdown. Nothing of the library is written here: every change went to the file when
+    // it happened.
+    void applicationWillTerminate();
+
+    // The actions of the media keys and the menus.
+    void play();
+    void next();
+    void previous();
+
+    enum class MediaKeyAction { PassOn, Swallow, Play, Next, Previous };
+    // The media-key filter: a system-defined event (type 14, subtype 8) with a key code of 16 to
+    // 20 in bits 16-31 of data1 acts on a press (0x0a in bits 8-15) and is swallowed on release;
+    // everything else passes on.
+    static MediaKeyAction mediaKeyAction(int eventType, int subtype, qint64 data1);
+
+    // Fields, read-only to others.
+    Database *database() const { return m_database.get(); }
+    const QHash<qint64, SongPtr> &library() const { return m_library; }
+    const QList<PlaylistPtr> &localPlaylists() const { return m_localPlaylists; }
+    const QList<PlaylistPtr> &iTunesPlaylists() const { return m_iTunesPlaylists; }
+    const PlaylistPtr &selectedPlaylist() const { return m_selectedPlaylist; }
+    const QList<SongPtr> &songs() const { return m_songs; }
+    double lastLibraryModification() const { return m_lastLibraryModification; }
+    double lastPlaylistModification() const { return m_lastPlaylistModification; }
+    OperationQueue *queue() const { return m_queue.get(); }
+    const QList<QVariantMap> &effectDescriptions() const { return m_effectDescriptions; }
+    FrontEnd *frontEnd() const { return m_frontEnd; }
+
+    // Playlists.
+    void buildLibraries();
+    PlaylistPtr playlistForID(qint64 playlistID) const;
+    PlaylistPtr playlistAtIndex(quint64 index) const;
+
+    // The library file.
+    static QString libraryFilePath();
+    void constructDatabase();
+    void buildDatabase();
+    void loadDatabase();
+
+    // Library operations.
+    void refreshCurrentSongs();
+    void rescan();
+    void setMetadataForSong(const QVariantMap &metadata, const SongPtr &song);
+    void deleteSelectedPlaylist();
+    void newPlaylistWithSongs(const QList<SongPtr> &songs);
+    void setNameOfPlaylist(const QString &name, const PlaylistPtr &playlist);
+    void removeSongsAtIndexes(const Playlist::Rows &rows);
+    void moveSongsToIndex(const QList<SongPtr> &songs, qsizetype index);
+    void setSelectedPlaylist(const PlaylistPtr &playlist);
+    bool shuffle() const;
+    void setShuffle(bool shuffle);
+    quint64 repeatMode() const;
+    void setRepeatMode(quint64 mode);
+    QString sortKey() const;
+    void setSortKey(const QString &key);
+    bool sortAscending() const;
+    void setSortAscending(bool ascending);
+    qint64 uniqueSongID() const;
+    qint64 uniquePlaylistID() const;
+    // The same draw against any set of taken IDs; the import calls it on its worker with a
+    // snapshot of the library's IDs.
+    static qint64 uniqueSongID(const std::function<bool(qint64)> &isTaken);
+
+    // The migration of a library kept in the old property lists.
+    void migrate(const std::function<void()> &operation);
+    void migrateFromPropertyListsToVersion1();
+
+private:
+    // Playback reaches here with the stream; until then there is no current song and nothing
+    // plays, which every caller already handles as an absent stream.
+    SongPtr streamCurrentSong() const { return nullptr; }
+    bool streamIsPlaying() const { return false; }
+    void streamPause() {}
+    void streamPlay() {}
+    void streamStopIfPlaying(const PlaylistPtr &) {}
+
+    void updateAllControls();
+
+    FrontEnd *m_frontEnd;
+    std::unique_ptr<FrontEnd> m_silentFrontEnd;
+    std::unique_ptr<Database> m_database;
+    QHash<qint64, SongPtr> m_library;
+    QList<PlaylistPtr> m_localPlaylists;
+    QList<PlaylistPtr> m_iTunesPlaylists;
+    PlaylistPtr m_selectedPlaylist;
+    QList<SongPtr> m_songs;
+    double m_lastLibraryModification = 0;
+    double m_lastPlaylistModification = 0;
+    std::unique_ptr<OperationQueue> m_queue;
+    QList<QVariantMap> m_effectDescriptions;
+};

@@ -1,0 +1,307 @@
+// The library operations: every change of songs and playlists that comes from the user keeps
+// the objects in memory, the library file, the stream and the windows in step.
+
+#include "ApplicationDelegate.h"
+
+#include "core/VEKDate.h"
+#include "core/VEKLocalizedString.h"
+#include "db/VEKDatabaseQuery.h"
+
+#include <QSet>
+#include <cstdlib>
+
+void ApplicationDelegate::refreshCurrentSongs()
+{
+    m_songs = m_selectedPlaylist ? m_selectedPlaylist->songs() : QList<SongPtr>();
+    m_frontEnd->refreshSongs();
+}
+
+void ApplicationDelegate::setSelectedPlaylist(const PlaylistPtr &playlist)
+{
+    m_selectedPlaylist = playlist;
+    if (playlist)
+        playlist->setPredicate(nullptr);
+    refreshCurrentSongs();
+}
+
+bool ApplicationDelegate::shuffle() const
+{
+    return m_selectedPlaylist && m_selectedPlaylist->shuffle();
+}
+
+void ApplicationDelegate::setShuffle(bool shuffle)
+{
+    if (m_selectedPlaylist)
+        m_selectedPlaylist->setShuffle(shuffle, streamCurrentSong());
+    refreshCurrentSongs();
+    updateAllControls();
+}
+
+quint64 ApplicationDelegate::repeatMode() const
+{
+    return m_selectedPlaylist ? m_selectedPlaylist->repeatMode() : 0;
+}
+
+void ApplicationDelegate::setRepeatMode(quint64 mode)
+{
+    if (m_selectedPlaylist)
+        m_selectedPlaylist->setRepeatMode(mode);
+    updateAllControls();
+}
+
+QString ApplicationDelegate::sortKey() const
+{
+    return m_selectedPlaylist ? m_selectedPlaylist->sortKey() : QString();
+}
+
+void ApplicationDelegate::setSortKey(const QString &key)
+{
+    if (m_selectedPlaylist)
+        m_selectedPlaylist->setSortKey(key);
+    refreshCurrentSongs();
+}
+
+bool ApplicationDelegate::sortAscending() const
+{
+    return m_selectedPlaylist && m_selectedPlaylist->sortAscending();
+}
+
+void ApplicationDelegate::setSortAscending(bool ascending)
+{
+    if (m_selectedPlaylist)
+        m_selectedPlaylist->setSortAscending(ascending);
+    refreshCurrentSongs();
+}
+
+qint64 ApplicationDelegate::uniqueSongID(const std::function<bool(qint64)> &isTaken)
+{
+    // IDs of the own library are 0 or below; random() is never seeded, so each run draws the
+    // IDs of earlier runs again and the test against the library is what moves it on.
+    qint64 id;
+    do {
+        id = qint64(-qint32(quint32(::random())));
+    } while (isTaken(id));
+    return id;
+}
+
+qint64 ApplicationDelegate::uniqueSongID() const
+{
+    return uniqueSongID([this](qint64 id) { return m_library.contains(id); });
+}
+
+qint64 ApplicationDelegate::uniquePlaylistID() const
+{
+    while (true) {
+        const qint64 id = qint32(quint32(::random()));
+        if (!playlistForID(id))
+            return id;
+    }
+}
+
+void ApplicationDelegate::setMetadataForSong(const QVariantMap &metadata, const SongPtr &song)
+{
+    if (!song)
+        return;
+    // The file is about to be rewritten: the playing song pauses meanwhile.
+    const SongPtr current = streamCurrentSong();
+    const bool paused = current && current->songID() == song->songID() && streamIsPlaying();
+    if (paused)
+        streamPause();
+
+    VEKError error;
+    bool ok = song->setMetadata(metadata, &error);
+    std::unique_ptr<VEKDatabaseQuery> update;
+    if (ok)
+        ok = m_database && (update = m_database->queryWithStatement(Database::updateSongStatement, &error));
+    if (ok) {
+        const Song &s = *song;
+        ok = update->setStringValue(s.name(), 0, &error) && update->setStringValue(s.artist(), 1, &error)
+             && update->setStringValue(s.album(), 2, &error)
+             && update->setStringValue(s.albumArtist(), 3, &error)
+             && update->setStringValue(s.composer(), 4, &error)
+             && update->setStringValue(s.genre(), 5, &error)
+             && update->setStringValue(s.track(), 6, &error)
+             && update->setStringValue(s.disc(), 7, &error)
+             && update->setIntValue(qint64(s.size()), 8, &error)
+             && update->setIntValue(qint64(s.track_sortable()), 9, &error)
+             && update->setIntValue(qint64(s.disc_sortable()), 10, &error)
+             && update->setIntValue(s.songID(), 11, &error) && update->execute(&error);
+    }
+    if (ok) {
+        refreshCurrentSongs();
+        if (paused)
+            streamPlay();
+        m_frontEnd->revealCurrentSong();
+        updateAllControls();
+    }
+    error.alert();
+}
+
+void ApplicationDelegate::deleteSelectedPlaylist()
+{
+    const PlaylistPtr playlist = m_selectedPlaylist;
+    if (!playlist || playlist->isLibraryPlaylist() || playlist->locked())
+        return;
+    streamStopIfPlaying(playlist);
+    if (!m_database)
+        return;
+
+    // Queued rewrites of this playlist must land before its rows go, or they would bring them
+    // back.
+    m_database->flushWrites();
+    VEKError error;
+    bool ok = false;
+    {
+        VEKDatabaseTransaction transaction(m_database.get(), &error);
+        auto songs = m_database->queryWithStatement(
+            QStringLiteral("DELETE FROM t_playlistSong WHERE playlistID = ?"), &error);
+        auto row = m_database->queryWithStatement(
+            QStringLiteral("DELETE FROM t_playlist WHERE playlistID = ?"), &error);
+        ok = transaction.isActive() && songs && row
+             && songs->setIntValue(playlist->playlistID(), 0, &error) && songs->execute(&error)
+             && row->setIntValue(playlist->playlistID(), 0, &error) && row->execute(&error)
+             && transaction.commit(&error);
+    }
+    if (ok) {
+        m_localPlaylists.removeAll(playlist);
+        m_lastPlaylistModification = VEKDate::now();
+        setSelectedPlaylist(nullptr);
+        m_frontEnd->refreshPlaylists();
+        refreshCurrentSongs();
+    }
+    error.alert();
+}
+
+void ApplicationDelegate::newPlaylistWithSongs(const QList<SongPtr> &songs)
+{
+    auto playlist = std::make_shared<Playlist>();
+    playlist->setPlaylistID(uniquePlaylistID());
+    playlist->setSortKey(QStringLiteral("ordinal"));
+    playlist->setSortAscending(true); // refused for "ordinal": the flag stays false
+
+    VEKError error;
+    auto insert = m_database ? m_database->queryWithStatement(
+                                   QStringLiteral("INSERT INTO t_playlist (playlistID, iTunes, "
+                                                  "name) VALUES (?, 0, ?);"),
+                                   &error)
+                             : nullptr;
+    if (insert && insert->setIntValue(playlist->playlistID(), 0, &error)
+        && insert->setStringValue(VEKLocalizedString("Playlist_defaultName"), 1, &error)
+        && insert->execute(&error)) {
+        // The settings made above reached no row; store them now that it exists, so the
+        // playlist comes back exactly as it is.
+        playlist->updateRow();
+        if (!songs.isEmpty())
+            playlist->appendSongs(songs);
+        m_localPlaylists.append(playlist);
+        m_lastPlaylistModification = VEKDate::now();
+        setSelectedPlaylist(playlist);
+        m_frontEnd->open();
+        m_frontEnd->refreshPlaylists();
+        refreshCurrentSongs();
+        m_frontEnd->beginEditingPlaylist(playlist);
+    }
+    error.alert();
+}
+
+void ApplicationDelegate::setNameOfPlaylist(const QString &name, const PlaylistPtr &playlist)
+{
+    if (playlist)
+        playlist->setName(name);
+    m_lastPlaylistModification = VEKDate::now();
+}
+
+void ApplicationDelegate::removeSongsAtIndexes(const Playlist::Rows &rows)
+{
+    const PlaylistPtr playlist = m_selectedPlaylist;
+    if (!playlist || playlist->locked())
+        return;
+    QList<SongPtr> removed;
+    for (qsizetype row : rows)
+        if (row >= 0 && row < m_songs.size())
+            removed.append(m_songs.at(row));
+    const SongPtr current = streamCurrentSong();
+    if (current && removed.contains(current))
+        streamPause();
+
+    VEKError error;
+    if (!playlist->isLibraryPlaylist()) {
+        playlist->removeSongs(removed);
+    } else {
+        // The songs leave the library altogether: every own playlist lets them go, whatever its
+        // search shows.
+        for (const PlaylistPtr &p : std::as_const(m_localPlaylists))
+            p->removeSongs(removed);
+        bool ok = m_database != nullptr;
+        if (ok) {
+            m_database->flushWrites();
+            VEKDatabaseTransaction transaction(m_database.get(), &error);
+            auto del = m_database->queryWithStatement(Database::deleteSongStatement, &error);
+            ok = transaction.isActive() && del;
+            for (const SongPtr &song : std::as_const(removed)) {
+                if (!ok)
+                    break;
+                del->reset();
+                ok = del->setIntValue(song->songID(), 0, &error) && del->execute(&error);
+            }
+            ok = ok && transaction.commit(&error);
+        }
+        if (ok) {
+            const PlaylistPtr iTunesLibrary = playlistForID(Playlist::ITunesLibraryPlaylistID);
+            for (const SongPtr &song : std::as_const(removed))
+                if (!iTunesLibrary || iTunesLibrary->indexOfObjectInSongs(song) == Playlist::NotFound)
+                    m_library.remove(song->songID());
+            m_lastLibraryModification = VEKDate::now();
+        } else {
+            error.alert();
+            return;
+        }
+    }
+    updateAllControls();
+    refreshCurrentSongs();
+    error.alert();
+}
+
+void ApplicationDelegate::moveSongsToIndex(const QList<SongPtr> &songs, qsizetype index)
+{
+    const PlaylistPtr playlist = m_selectedPlaylist;
+    if (!playlist || playlist->locked() || songs.isEmpty())
+        return;
+    // Each song above the target moves it up by one, measured against the target as it has
+    // become so far.
+    qsizetype target = index;
+    for (const SongPtr &song : songs) {
+        const qsizetype row = playlist->indexOfObjectInSongs(song);
+        if (row != Playlist::NotFound && row < target)
+            --target;
+    }
+    playlist->removeSongsAtIndexes(playlist->indexesOfSongs(songs));
+    Playlist::Rows indexes;
+    for (qsizetype i = 0; i < songs.size(); ++i)
+        indexes.append(target + i);
+    playlist->insertSongs(songs, indexes);
+    refreshCurrentSongs();
+}
+
+void ApplicationDelegate::rescan()
+{
+    if (m_queue && m_queue->operationCount() > 0)
+        return;
+    m_frontEnd->beginProgress(QString(), -1);
+    streamStopIfPlaying(nullptr);
+    const qint64 selectedID = m_selectedPlaylist ? m_selectedPlaylist->playlistID() : 0;
+    if (m_database)
+        m_database->flushWrites();
+    m_localPlaylists.clear();
+    m_iTunesPlaylists.clear();
+    m_library.clear();
+    buildLibraries();
+    // The iTunes read-in is queued here once it exists.
+    loadDatabase();
+    m_lastLibraryModification = VEKDate::now();
+    m_lastPlaylistModification = VEKDate::now();
+    setSelectedPlaylist(playlistForID(selectedID));
+    m_frontEnd->refreshPlaylists();
+    updateAllControls();
+    m_frontEnd->endProgress();
+}

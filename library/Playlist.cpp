@@ -1,0 +1,406 @@
+#include "Playlist.h"
+
+#include "Database.h"
+#include "SortDescriptor.h"
+#include "core/VEKDate.h"
+#include "core/VEKLocalizedString.h"
+#include "db/VEKDatabaseQuery.h"
+
+#include <QSet>
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <vector>
+
+Playlist::Playlist(QObject *parent) : QObject(parent)
+{
+    m_lastModification = VEKDate::now();
+    setName(VEKLocalizedString("Playlist_defaultName"));
+}
+
+Playlist::~Playlist() = default;
+
+void Playlist::touch() { m_lastModification = VEKDate::now(); }
+
+void Playlist::setPlaylistID(qint64 id)
+{
+    m_playlistID = id;
+    emit valueChanged(QStringLiteral("playlistID"));
+}
+
+void Playlist::setName(const QString &name)
+{
+    if (name.isNull() == m_name.isNull() && name == m_name)
+        return;
+    m_name = name;
+    Database *db = Database::shared();
+    if (!db || db->isLoading() || isITunesPlaylist() || kind() == Kind::Library
+        || kind() == Kind::ITunesLibrary) {
+        touch();
+        emit valueChanged(QStringLiteral("name"));
+        return;
+    }
+    VEKError error;
+    auto query = db->queryWithStatement(
+        QStringLiteral("UPDATE t_playlist SET name = ? WHERE playlistID = ?"), &error);
+    if (query && query->setStringValue(m_name, 0, &error)
+        && query->setIntValue(m_playlistID, 1, &error) && query->execute(&error))
+        touch();
+    emit valueChanged(QStringLiteral("name"));
+    error.alert();
+}
+
+void Playlist::setShuffle(bool shuffle, const SongPtr &currentSong)
+{
+    if (shuffle == m_shuffle)
+        return;
+    m_shuffle = shuffle;
+    updateRow();
+    updateShuffledOrderWithCurrentSong(currentSong);
+}
+
+void Playlist::setRepeatMode(quint64 mode)
+{
+    if (mode == m_repeatMode)
+        return;
+    m_repeatMode = mode;
+    updateRow();
+    emit valueChanged(QStringLiteral("repeatMode"));
+}
+
+void Playlist::setSortKey(const QString &key)
+{
+    if (key.isNull() == m_sortKey.isNull() && key == m_sortKey)
+        return;
+    m_sortKey = key;
+    if (key.isEmpty())
+        m_sortAscending = true;
+    updateRow();
+    updateSortedOrder();
+    emit valueChanged(QStringLiteral("sortKey"));
+}
+
+void Playlist::setSortAscending(bool ascending)
+{
+    if (ascending == m_sortAscending)
+        return;
+    // The user's order has no direction.
+    if (m_sortKey == QLatin1String("ordinal"))
+        return;
+    m_sortAscending = ascending;
+    updateRow();
+    updateSortedOrder();
+    emit valueChanged(QStringLiteral("sortAscending"));
+}
+
+void Playlist::setPredicate(std::shared_ptr<const SongPredicate> predicate)
+{
+    if (predicate && predicate->isEmpty())
+        predicate.reset();
+    m_predicate = std::move(predicate);
+    emit valueChanged(QStringLiteral("predicate"));
+}
+
+void Playlist::setSelectedRows(const Rows &rows)
+{
+    m_selectedRows = rows;
+    emit valueChanged(QStringLiteral("selectedRows"));
+}
+
+void Playlist::setLocked(bool locked)
+{
+    m_locked = locked;
+    emit valueChanged(QStringLiteral("locked"));
+}
+
+const QList<SongPtr> &Playlist::orderInForce() const
+{
+    if (m_shuffle)
+        return m_shuffledOrder;
+    if (m_sortKey == QLatin1String("ordinal"))
+        return m_manualOrder;
+    return m_sortedOrder;
+}
+
+QList<SongPtr> Playlist::songs() const
+{
+    const QList<SongPtr> &order = orderInForce();
+    if (!m_predicate)
+        return order;
+    QList<SongPtr> filtered;
+    for (const SongPtr &song : order)
+        if (m_predicate->evaluate(*song))
+            filtered.append(song);
+    return filtered;
+}
+
+qsizetype Playlist::countOfSongs() const
+{
+    return m_predicate ? songs().size() : orderInForce().size();
+}
+
+SongPtr Playlist::objectInSongsAtIndex(qsizetype index) const
+{
+    const QList<SongPtr> view = songs();
+    return index >= 0 && index < view.size() ? view.at(index) : nullptr;
+}
+
+QList<SongPtr> Playlist::songsAtIndexes(const Rows &rows) const
+{
+    const QList<SongPtr> view = songs();
+    QList<SongPtr> out;
+    out.reserve(rows.size());
+    for (qsizetype row : rows)
+        if (row >= 0 && row < view.size())
+            out.append(view.at(row));
+    return out;
+}
+
+qsizetype Playlist::indexOfObjectInSongs(const SongPtr &song) const
+{
+    if (!song)
+        return NotFound;
+    const qsizetype i = songs().indexOf(song);
+    return i < 0 ? NotFound : i;
+}
+
+Playlist::Rows Playlist::indexesOfSongs(const QList<SongPtr> &wanted) const
+{
+    QSet<const Song *> set;
+    for (const SongPtr &s : wanted)
+        set.insert(s.get());
+    const QList<SongPtr> view = songs();
+    Rows rows;
+    for (qsizetype i = 0; i < view.size(); ++i)
+        if (set.contains(view.at(i).get()))
+            rows.append(i);
+    return rows;
+}
+
+SongPtr Playlist::songPrecedingSong(const SongPtr &song) const
+{
+    const QList<SongPtr> view = songs();
+    const qsizetype i = song ? view.indexOf(song) : -1;
+    return i > 0 ? view.at(i - 1) : nullptr;
+}
+
+SongPtr Playlist::songFollowingSong(const SongPtr &song) const
+{
+    const QList<SongPtr> view = songs();
+    if (view.isEmpty())
+        return nullptr;
+    if (!song)
+        return view.first();
+    const qsizetype i = view.indexOf(song);
+    if (i < 0 || i + 1 >= view.size())
+        return nullptr;
+    return view.at(i + 1);
+}
+
+void Playlist::insertSongs(const QList<SongPtr> &songs, const Rows &indexes)
+{
+    const qsizetype n = std::min(songs.size(), indexes.size());
+    for (qsizetype i = 0; i < n; ++i) {
+        const qsizetype at = std::clamp<qsizetype>(indexes.at(i), 0, m_manualOrder.size());
+        m_manualOrder.insert(at, songs.at(i));
+    }
+    touch();
+    updateSortedOrder();
+    updateShuffledOrderWithCurrentSong(nullptr);
+
+    Database *db = Database::shared();
+    if (db && !db->isLoading()) {
+        // A snapshot of the order: the writer must never see it in the middle of a change.
+        QList<qint64> ids;
+        ids.reserve(m_manualOrder.size());
+        for (const SongPtr &s : std::as_const(m_manualOrder))
+            ids.append(s->songID());
+        const qint64 playlistID = m_playlistID;
+        db->writeAsync([playlistID, ids](VEKDatabase &conn, VEKError *error) {
+            VEKDatabaseTransaction tx(&conn, error);
+            auto del = conn.queryWithStatement(
+                QStringLiteral("DELETE FROM t_playlistSong WHERE playlistID = ?"), error);
+            if (!tx.isActive() || !del || !del->setIntValue(playlistID, 0, error)
+                || !del->execute(error))
+                return false;
+            auto ins = conn.queryWithStatement(
+                QStringLiteral("INSERT INTO t_playlistSong (songID, playlistID, ordinal) "
+                               "VALUES (?, ?, ?);"),
+                error);
+            if (!ins)
+                return false;
+            for (qsizetype i = 0; i < ids.size(); ++i) {
+                ins->reset();
+                if (!ins->setIntValue(ids.at(i), 0, error)
+                    || !ins->setIntValue(playlistID, 1, error) || !ins->setIntValue(i, 2, error)
+                    || !ins->execute(error))
+                    return false;
+            }
+            return tx.commit(error);
+        });
+    }
+    emit valueChanged(QStringLiteral("songs"));
+}
+
+void Playlist::appendSongs(const QList<SongPtr> &songs)
+{
+    Rows indexes;
+    indexes.reserve(songs.size());
+    for (qsizetype i = 0; i < songs.size(); ++i)
+        indexes.append(m_manualOrder.size() + i);
+    insertSongs(songs, indexes);
+}
+
+void Playlist::removeSongsAtIndexes(const Rows &rows)
+{
+    removeSongs(songsAtIndexes(rows));
+}
+
+void Playlist::removeSongs(const QList<SongPtr> &removed)
+{
+    if (removed.isEmpty())
+        return;
+    QSet<const Song *> set;
+    for (const SongPtr &s : removed)
+        set.insert(s.get());
+    const auto drop = [&set](QList<SongPtr> &list) {
+        list.removeIf([&set](const SongPtr &s) { return set.contains(s.get()); });
+    };
+    drop(m_manualOrder);
+    drop(m_sortedOrder);
+    drop(m_shuffledOrder);
+    touch();
+
+    if (Database *db = Database::shared()) {
+        QList<qint64> ids;
+        for (const SongPtr &s : removed)
+            ids.append(s->songID());
+        const qint64 playlistID = m_playlistID;
+        db->writeAsync([playlistID, ids](VEKDatabase &conn, VEKError *error) {
+            VEKDatabaseTransaction tx(&conn, error);
+            auto del = conn.queryWithStatement(
+                QStringLiteral("DELETE FROM t_playlistSong WHERE songID = ? AND playlistID = ?"),
+                error);
+            if (!tx.isActive() || !del)
+                return false;
+            for (qint64 id : ids) {
+                del->reset();
+                if (!del->setIntValue(id, 0, error) || !del->setIntValue(playlistID, 1, error)
+                    || !del->execute(error))
+                    return false;
+            }
+            return tx.commit(error);
+        });
+    }
+    emit valueChanged(QStringLiteral("songs"));
+}
+
+void Playlist::updateRow()
+{
+    Database *db = Database::shared();
+    if (!db || db->isLoading())
+        return;
+    VEKError error;
+    auto query = db->queryWithStatement(
+        QStringLiteral("UPDATE t_playlist SET shuffle = ?, repeatMode = ?, sortKey = ?, "
+                       "sortAscending = ? WHERE playlistID = ?"),
+        &error);
+    // An absent key is stored as the text '(null)', which the load reads back as absent.
+    if (query && query->setIntValue(m_shuffle ? 1 : 0, 0, &error)
+        && query->setIntValue(qint64(m_repeatMode), 1, &error)
+        && query->setStringValue(m_sortKey.isNull() ? QStringLiteral("(null)") : m_sortKey, 2,
+                                 &error)
+        && query->setIntValue(m_sortAscending ? 1 : 0, 3, &error)
+        && query->setIntValue(m_playlistID, 4, &error))
+        query->execute(&error);
+    error.alert();
+}
+
+void Playlist::updateSortedOrder()
+{
+    if (m_sortKey == QLatin1String("ordinal"))
+        return;
+    const QList<SortDescriptor> descriptors =
+        SortDescriptor::descriptorsForSortKey(m_sortKey, m_sortAscending);
+    m_sortedOrder = m_manualOrder;
+    if (descriptors.isEmpty())
+        return;
+    // Stable, so songs that compare equal keep the user's order.
+    std::stable_sort(m_sortedOrder.begin(), m_sortedOrder.end(),
+                     [&descriptors](const SongPtr &a, const SongPtr &b) {
+                         for (const SortDescriptor &d : descriptors) {
+                             const int c = d.compare(*a, *b);
+                             if (c != 0)
+                                 return c < 0;
+                         }
+                         return false;
+                     });
+}
+
+namespace {
+// Counts of the songs not yet dealt, so the k-th remaining one is found in O(log n) instead of
+// removing it from the middle of an array (quadratic on a large library).
+class RemainingSet {
+public:
+    explicit RemainingSet(qsizetype n) : m_tree(size_t(n) + 1, 0)
+    {
+        for (qsizetype i = 1; i <= n; ++i) {
+            m_tree[size_t(i)] += 1;
+            const qsizetype parent = i + (i & -i);
+            if (parent <= n)
+                m_tree[size_t(parent)] += m_tree[size_t(i)];
+        }
+        m_top = 1;
+        while (m_top * 2 <= n)
+            m_top *= 2;
+    }
+    // Position of the k-th remaining element, counting from 0; removes it.
+    qsizetype take(qsizetype k)
+    {
+        qsizetype pos = 0;
+        qsizetype rest = k + 1;
+        for (qsizetype step = m_top; step > 0; step /= 2) {
+            const qsizetype next = pos + step;
+            if (next < qsizetype(m_tree.size()) && m_tree[size_t(next)] < rest) {
+                pos = next;
+                rest -= m_tree[size_t(next)];
+            }
+        }
+        for (qsizetype i = pos + 1; i < qsizetype(m_tree.size()); i += i & -i)
+            m_tree[size_t(i)] -= 1;
+        return pos;
+    }
+
+private:
+    std::vector<qsizetype> m_tree;
+    qsizetype m_top = 1;
+};
+}
+
+QList<SongPtr> Playlist::shuffledOrder(QList<SongPtr> source, const SongPtr &current)
+{
+    QList<SongPtr> out;
+    out.reserve(source.size());
+    if (current) {
+        const qsizetype i = source.indexOf(current);
+        if (i >= 0) {
+            out.append(current);
+            source.removeAt(i);
+        }
+    }
+    RemainingSet remaining(source.size());
+    for (qsizetype count = source.size(); count > 0; --count) {
+        // Selection by rounding, in single precision: the ends of the list get half the weight
+        // of the others. Kept exactly so that a seed deals the same order as it always has.
+        const float x = float(::random()) * 4.656613e-10f;
+        const float y = x * float(count - 1);
+        const qsizetype index = std::clamp<qsizetype>(qsizetype(std::roundf(y)), 0, count - 1);
+        out.append(source.at(remaining.take(index)));
+    }
+    return out;
+}
+
+void Playlist::updateShuffledOrderWithCurrentSong(const SongPtr &currentSong)
+{
+    m_shuffledOrder = shuffledOrder(m_manualOrder, currentSong);
+}

@@ -1,0 +1,6 @@
+#include "iTunesLibraryPlaylist.h"
+
+iTunesLibraryPlaylist::iTunesLibraryPlaylist(QObject *parent) : LibraryPlaylist(parent)
+{
+    setLocked(true);
+}

@@ -1,0 +1,3 @@
+#include "iTunesPlaylist.h"
+
+iTunesPlaylist::iTunesPlaylist(QObject *parent) : Playlist(parent) { setLocked(true); }
