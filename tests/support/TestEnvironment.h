@@ -31,3 +31,13 @@ QString makeSine(const QString &path, double seconds = 1.0, int rate = 44100, in
 QString ffmpeg(const QString &input, const QString &output, const QStringList &args = {});
 
 } // namespace TestEnvironment
+
+// Readable failure messages for Qt values.
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <ostream>
+inline void PrintTo(const QString &s, std::ostream *os) { *os << '"' << s.toStdString() << '"'; }
+inline void PrintTo(const QJsonArray &a, std::ostream *os)
+{
+    *os << QJsonDocument(a).toJson(QJsonDocument::Compact).toStdString();
+}

@@ -1,0 +1,62 @@
+#include "CliHarness.h"
+
+#include "library/Database.h"
+#include "support/TestEnvironment.h"
+
+#include <QDir>
+#include <QJsonDocument>
+#include <QProcess>
+#include <gtest/gtest.h>
+
+CliHarness::CliHarness() : m_root(TestEnvironment::makeTempDir(QStringLiteral("cli")))
+{
+    QDir().mkpath(dataDir());
+    QDir().mkpath(configDir());
+    QDir().mkpath(musicDir());
+}
+
+CliHarness::Result CliHarness::run(const QStringList &args) const
+{
+    QProcess p;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("XDG_DATA_HOME"), m_root + QStringLiteral("/data"));
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), m_root + QStringLiteral("/config"));
+    env.insert(QStringLiteral("HOME"), m_root);
+    p.setProcessEnvironment(env);
+    p.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"), args);
+    Result r;
+    if (!p.waitForStarted() || !p.waitForFinished(120000))
+        return r;
+    r.out = p.readAllStandardOutput();
+    r.err = p.readAllStandardError();
+    r.status = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    return r;
+}
+
+QJsonArray CliHarness::json(const QStringList &args) const
+{
+    const Result r = run(args);
+    EXPECT_EQ(r.status, 0) << args.join(u' ').toStdString() << ": " << r.err.constData();
+    QJsonParseError error;
+    const QJsonDocument doc = QJsonDocument::fromJson(r.out, &error);
+    EXPECT_EQ(error.error, QJsonParseError::NoError) << r.out.constData();
+    return doc.array();
+}
+
+QString CliHarness::sql(const QString &statements) const
+{
+    QProcess p;
+    p.start(QStringLiteral("sqlite3"), {libraryFile()});
+    p.waitForStarted();
+    p.write(statements.toUtf8());
+    p.closeWriteChannel();
+    p.waitForFinished(60000);
+    const QByteArray err = p.readAllStandardError();
+    EXPECT_TRUE(err.isEmpty()) << err.constData();
+    return QString::fromUtf8(p.readAllStandardOutput()).trimmed();
+}
+
+QString CliHarness::schemaSQL()
+{
+    return Database::buildStatements().join(u'\n');
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonArray>
+#include <QString>
+#include <QStringList>
+
+// Runs the real quivera-cli with its own isolated settings and data folders, as a user would.
+class CliHarness {
+public:
+    CliHarness();
+
+    struct Result {
+        int status = -1;
+        QByteArray out;
+        QByteArray err;
+    };
+    Result run(const QStringList &args) const;
+    // Runs and parses standard output as a JSON array; fails the test on a bad status.
+    QJsonArray json(const QStringList &args) const;
+
+    QString dataDir() const { return m_root + QStringLiteral("/data/Quivera"); }
+    QString configDir() const { return m_root + QStringLiteral("/config/Quivera"); }
+    QString libraryFile() const { return dataDir() + QStringLiteral("/Quivera Library"); }
+    QString musicDir() const { return m_root + QStringLiteral("/music"); }
+
+    // Runs SQL through the sqlite3 command line on the library file; returns its output.
+    QString sql(const QString &statements) const;
+    // The schema of a new library file, as sqlite3 reads it from our statements.
+    static QString schemaSQL();
+
+private:
+    QString m_root;
+};

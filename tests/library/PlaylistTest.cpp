@@ -1,0 +1,196 @@
+#include "library/LibraryPlaylist.h"
+#include "library/Playlist.h"
+#include "library/SongPredicate.h"
+
+#include <QSignalSpy>
+#include <cmath>
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+namespace {
+SongPtr makeSong(qint64 id, const char *artist, const char *album, int disc, int track,
+                 const char *name = nullptr)
+{
+    auto s = std::make_shared<Song>();
+    s->setSongID(id);
+    s->setArtist(artist ? QString::fromUtf8(artist) : QString());
+    s->setAlbum(album ? QString::fromUtf8(album) : QString());
+    s->setDisc_sortable(quint64(disc));
+    s->setTrack_sortable(quint64(track));
+    s->setName(name ? QString::fromUtf8(name) : QStringLiteral("song %1").arg(id));
+    return s;
+}
+
+QList<qint64> ids(const QList<SongPtr> &songs)
+{
+    QList<qint64> out;
+    for (const auto &s : songs)
+        out.append(s->songID());
+    return out;
+}
+
+// The dealing written the plain way: removal from the middle of an array.
+QList<SongPtr> referenceShuffle(QList<SongPtr> copy, const SongPtr &current)
+{
+    QList<SongPtr> out;
+    if (current && copy.contains(current)) {
+        out.append(current);
+        copy.removeOne(current);
+    }
+    while (!copy.isEmpty()) {
+        const float x = float(::random()) * 4.656613e-10f;
+        const float y = x * float(copy.size() - 1);
+        const qsizetype i = qsizetype(std::roundf(y));
+        out.append(copy.takeAt(i));
+    }
+    return out;
+}
+
+class PlaylistTest : public ::testing::Test {
+protected:
+    Playlist playlist;
+    QList<SongPtr> songs = {
+        makeSong(-1, "The Beatles", "Abbey Road", 1, 2),
+        makeSong(-2, "ABBA", "Arrival", 1, 1),
+        makeSong(-3, "The Beatles", "Abbey Road", 1, 1),
+        makeSong(-4, nullptr, "Untitled", 1, 1),
+        makeSong(-5, "abba", "Voulez-Vous", 2, 1),
+        makeSong(-6, "abba", "Voulez-Vous", 1, 3),
+    };
+    void SetUp() override { playlist.appendSongs(songs); }
+};
+}
+
+TEST_F(PlaylistTest, SortByArtistDescendingReversesArtistsButNotTracksAndKeepsEmptyLast)
+{
+    playlist.setSortKey(QStringLiteral("artist"));
+    playlist.setSortAscending(true);
+    EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-2, -6, -5, -3, -1, -4}));
+    playlist.setSortAscending(false);
+    EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-3, -1, -6, -5, -2, -4}));
+}
+
+TEST_F(PlaylistTest, TrackSortFollowsTheDirectionForDiscAndTrack)
+{
+    playlist.setSortKey(QStringLiteral("track"));
+    playlist.setSortAscending(false);
+    // disc 2 first, then disc 1 from the highest track; ties keep the user's order.
+    EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-5, -6, -1, -2, -3, -4}));
+}
+
+TEST_F(PlaylistTest, NameSortIsNumericAndOrdinalIgnoresDirection)
+{
+    Playlist p;
+    p.appendSongs({makeSong(-1, "x", "y", 1, 1, "Track 10"), makeSong(-2, "x", "y", 1, 1, "track 9")});
+    p.setSortKey(QStringLiteral("name"));
+    p.setSortAscending(true);
+    EXPECT_EQ(ids(p.songs()), (QList<qint64>{-2, -1}));
+
+    p.setSortKey(QStringLiteral("ordinal"));
+    const bool before = p.sortAscending();
+    p.setSortAscending(!before);
+    EXPECT_EQ(p.sortAscending(), before);
+    EXPECT_EQ(ids(p.songs()), (QList<qint64>{-1, -2}));
+
+    p.setSortKey(QString());
+    EXPECT_TRUE(p.sortAscending());
+    EXPECT_EQ(ids(p.songs()), (QList<qint64>{-1, -2}));
+}
+
+TEST_F(PlaylistTest, ShuffleDealsExactlyTheSettledSelectionByRounding)
+{
+    QList<SongPtr> many;
+    for (int i = 0; i < 500; ++i)
+        many.append(makeSong(-i, "a", "b", 1, i));
+    ::srandom(42);
+    const QList<SongPtr> expected = referenceShuffle(many, many.at(17));
+    ::srandom(42);
+    EXPECT_EQ(Playlist::shuffledOrder(many, many.at(17)), expected);
+    ::srandom(7);
+    const QList<SongPtr> expectedNoCurrent = referenceShuffle(many, nullptr);
+    ::srandom(7);
+    EXPECT_EQ(Playlist::shuffledOrder(many, nullptr), expectedNoCurrent);
+}
+
+TEST_F(PlaylistTest, ShuffleOnKeepsTheCurrentSongFirstAndHasPriorityOverSort)
+{
+    playlist.setSortKey(QStringLiteral("artist"));
+    playlist.setSortAscending(true);
+    playlist.setShuffle(true, songs.at(3));
+    const QList<SongPtr> view = playlist.songs();
+    ASSERT_EQ(view.size(), songs.size());
+    EXPECT_EQ(view.first(), songs.at(3));
+    playlist.setShuffle(false, nullptr);
+    EXPECT_EQ(playlist.songs().first()->songID(), -2); // back to the sort, which was kept
+}
+
+TEST_F(PlaylistTest, FollowingAndPrecedingWalkTheViewWithoutWrapping)
+{
+    playlist.setSortKey(QStringLiteral("ordinal"));
+    EXPECT_EQ(playlist.songFollowingSong(nullptr), songs.first());
+    EXPECT_EQ(playlist.songFollowingSong(songs.at(0)), songs.at(1));
+    EXPECT_EQ(playlist.songFollowingSong(songs.last()), nullptr);
+    EXPECT_EQ(playlist.songPrecedingSong(songs.first()), nullptr);
+    EXPECT_EQ(playlist.songPrecedingSong(songs.at(2)), songs.at(1));
+    playlist.setRepeatMode(1);
+    EXPECT_EQ(playlist.songFollowingSong(songs.last()), nullptr);
+
+    Playlist empty;
+    EXPECT_EQ(empty.songFollowingSong(nullptr), nullptr);
+}
+
+TEST_F(PlaylistTest, ASongHeldTwiceContinuesAfterItsFirstRowAndLeavesWhole)
+{
+    playlist.setSortKey(QStringLiteral("ordinal"));
+    playlist.insertSongs({songs.at(0)}, {4});
+    EXPECT_EQ(playlist.songFollowingSong(songs.at(0)), songs.at(1));
+    EXPECT_EQ(playlist.countOfSongs(), 7);
+    playlist.removeSongsAtIndexes({4});
+    EXPECT_EQ(playlist.countOfSongs(), 5);
+    EXPECT_EQ(playlist.indexOfObjectInSongs(songs.at(0)), Playlist::NotFound);
+}
+
+TEST_F(PlaylistTest, SearchFiltersTheViewAndRowsCountInIt)
+{
+    playlist.setSortKey(QStringLiteral("ordinal"));
+    playlist.setPredicate(std::make_shared<SongPredicate>(SongPredicate::forSearch(QStringLiteral("  ABBA "), 2)));
+    EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-2, -5, -6}));
+    EXPECT_EQ(playlist.songFollowingSong(songs.at(0)), nullptr); // filtered out
+    playlist.removeSongsAtIndexes({1});
+    EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-2, -6}));
+    playlist.setPredicate(nullptr);
+    EXPECT_EQ(playlist.countOfSongs(), 5);
+}
+
+TEST(SongPredicateTest, AllWordsMustMatchWithinOneField)
+{
+    auto song = makeSong(-1, "Sigur Rós", "Ágætis byrjun", 1, 1, "Starálfur");
+    EXPECT_TRUE(SongPredicate::forSearch(QStringLiteral("sigur ros"), 0).evaluate(*song));
+    EXPECT_FALSE(SongPredicate::forSearch(QStringLiteral("sigur agætis"), 0).evaluate(*song));
+    EXPECT_TRUE(SongPredicate::forSearch(QStringLiteral("AGÆTIS"), 3).evaluate(*song));
+    EXPECT_FALSE(SongPredicate::forSearch(QStringLiteral("agætis"), 2).evaluate(*song));
+    EXPECT_EQ(SongPredicate::forSearch(QStringLiteral("a b"), 0).groups().size(), 7);
+    EXPECT_TRUE(SongPredicate::forSearch(QStringLiteral(" \t "), 0).isEmpty());
+}
+
+TEST(PlaylistReports, ChangesAreReportedByKeyButShuffleIsSilent)
+{
+    Playlist p;
+    QSignalSpy spy(&p, &Playlist::valueChanged);
+    p.setSortKey(QStringLiteral("album"));
+    p.setShuffle(true, nullptr);
+    p.appendSongs({makeSong(-1, "a", "b", 1, 1)});
+    p.setRepeatMode(2);
+    QStringList keys;
+    for (const auto &args : spy)
+        keys << args.at(0).toString();
+    EXPECT_EQ(keys, (QStringList{QStringLiteral("sortKey"), QStringLiteral("songs"), QStringLiteral("repeatMode")}));
+}
+
+TEST(LibraryPlaylistTest, HasItsNameAndIsNotLocked)
+{
+    LibraryPlaylist p;
+    EXPECT_TRUE(p.isLibraryPlaylist());
+    EXPECT_FALSE(p.locked());
+    EXPECT_FALSE(p.name().isEmpty());
+}
