@@ -136,4 +136,8 @@ void ApplicationDelegate::loadDatabase()
     }
     error.alert();
     db->setIsLoading(false);
+    for (const PlaylistPtr &playlist : std::as_const(m_localPlaylists))
+        playlist->finishLoading();
+    for (const PlaylistPtr &playlist : std::as_const(m_iTunesPlaylists))
+        playlist->finishLoading();
 }

@@ -6,6 +6,7 @@
 #include "core/VEKLocalizedString.h"
 #include "db/VEKDatabaseQuery.h"
 
+#include <QHash>
 #include <QSet>
 #include <algorithm>
 #include <cmath>
@@ -316,25 +317,94 @@ void Playlist::updateRow()
     error.alert();
 }
 
+void Playlist::finishLoading()
+{
+    if (m_sortDue)
+        updateSortedOrder();
+}
+
 void Playlist::updateSortedOrder()
 {
     if (m_sortKey == QLatin1String("ordinal"))
+        return;
+    Database *db = Database::shared();
+    m_sortDue = db && db->isLoading();
+    if (m_sortDue)
         return;
     const QList<SortDescriptor> descriptors =
         SortDescriptor::descriptorsForSortKey(m_sortKey, m_sortAscending);
     m_sortedOrder = m_manualOrder;
     if (descriptors.isEmpty())
         return;
+    const qsizetype n = m_manualOrder.size();
+
+    // Texts of the sortable fields repeat (an album's every track): rank the distinct values
+    // once with the collator, then the sort compares integers. Rank -1 is an empty value.
+    std::vector<std::vector<int>> ranks(size_t(descriptors.size()));
+    for (qsizetype d = 0; d < descriptors.size(); ++d) {
+        const SortDescriptor &descriptor = descriptors.at(d);
+        if (!descriptor.comparesSortableText())
+            continue;
+        QHash<QString, int> slot;
+        QList<QString> distinct;
+        std::vector<int> &r = ranks[size_t(d)];
+        r.resize(size_t(n));
+        for (qsizetype i = 0; i < n; ++i) {
+            const QString &text = descriptor.sortableText(*m_manualOrder.at(i));
+            if (text.isEmpty()) {
+                r[size_t(i)] = -1;
+                continue;
+            }
+            auto it = slot.constFind(text);
+            if (it == slot.cend()) {
+                it = slot.insert(text, int(distinct.size()));
+                distinct.append(text);
+            }
+            r[size_t(i)] = it.value();
+        }
+        std::vector<int> order(size_t(distinct.size()));
+        for (size_t k = 0; k < order.size(); ++k)
+            order[k] = int(k);
+        std::sort(order.begin(), order.end(), [&distinct](int a, int b) {
+            return SortDescriptor::compareSortableTexts(distinct.at(a), distinct.at(b)) < 0;
+        });
+        std::vector<int> rankOfSlot(order.size());
+        int rank = 0;
+        for (size_t k = 0; k < order.size(); ++k) {
+            if (k > 0 && SortDescriptor::compareSortableTexts(distinct.at(order[k - 1]), distinct.at(order[k])) != 0)
+                ++rank;
+            rankOfSlot[size_t(order[k])] = rank;
+        }
+        for (int &value : r)
+            if (value >= 0)
+                value = rankOfSlot[size_t(value)];
+    }
+
+    std::vector<qsizetype> indexes(static_cast<size_t>(n));
+    for (qsizetype i = 0; i < n; ++i)
+        indexes[size_t(i)] = i;
     // Stable, so songs that compare equal keep the user's order.
-    std::stable_sort(m_sortedOrder.begin(), m_sortedOrder.end(),
-                     [&descriptors](const SongPtr &a, const SongPtr &b) {
-                         for (const SortDescriptor &d : descriptors) {
-                             const int c = d.compare(*a, *b);
-                             if (c != 0)
-                                 return c < 0;
-                         }
-                         return false;
-                     });
+    std::stable_sort(indexes.begin(), indexes.end(), [&](qsizetype a, qsizetype b) {
+        for (qsizetype d = 0; d < descriptors.size(); ++d) {
+            const std::vector<int> &r = ranks[size_t(d)];
+            int c;
+            if (r.empty()) {
+                c = descriptors.at(d).compare(*m_manualOrder.at(a), *m_manualOrder.at(b));
+            } else {
+                const int ra = r[size_t(a)], rb = r[size_t(b)];
+                // Empty values come last whichever way the sort runs.
+                if (ra < 0 || rb < 0)
+                    c = ra == rb ? 0 : (ra < 0 ? 1 : -1);
+                else
+                    c = descriptors.at(d).ascending() ? ra - rb : rb - ra;
+            }
+            if (c != 0)
+                return c < 0;
+        }
+        return false;
+    });
+    for (qsizetype i = 0; i < n; ++i)
+        m_sortedOrder[i] = m_manualOrder.at(indexes[size_t(i)]);
 }
 
 namespace {

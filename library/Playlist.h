@@ -83,7 +83,10 @@ public:
 
     // Writes shuffle, repeat mode, sort key and direction to the playlist's row.
     void updateRow();
+    // While the library file loads, the sort is only marked due: the load sets the key and then
+    // the direction, and one sort at the end (finishLoading) serves both.
     void updateSortedOrder();
+    void finishLoading();
     void updateShuffledOrderWithCurrentSong(const SongPtr &currentSong);
 
     // One dealing of the shuffle from `source`, with `current` first if it is there. Draws from
@@ -112,6 +115,7 @@ private:
     Rows m_selectedRows;
     bool m_locked = false;
     double m_lastModification = 0;
+    bool m_sortDue = false;
 };
 
 using PlaylistPtr = std::shared_ptr<Playlist>;

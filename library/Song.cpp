@@ -130,6 +130,7 @@ void Song::setArtist(const QString &v)
         return;
     m_artist = v;
     m_artistSortable = sortableForm(v);
+
 }
 
 void Song::setAlbum(const QString &v)
@@ -138,6 +139,7 @@ void Song::setAlbum(const QString &v)
         return;
     m_album = v;
     m_albumSortable = sortableForm(v);
+
 }
 
 void Song::loadInfoFromAudioFile(const VEKAudioFileReader &reader)

@@ -79,11 +79,26 @@ int SortDescriptor::compare(const Song &a, const Song &b) const
             return 1;
         if (ye)
             return -1;
-        return sign * VEKText::localizedCaseInsensitiveCompare(x, y);
+        return sign * compareSortableTexts(x, y);
     }
     if (m_comparison == Comparison::NumericText)
         return sign * VEKText::caseInsensitiveNumericCompare(x, y);
     return sign * threeWay(x, y);
+}
+
+int SortDescriptor::compareSortableTexts(const QString &x, const QString &y)
+{
+    return VEKText::localizedCaseInsensitiveCompare(x, y);
+}
+
+const QString &SortDescriptor::sortableText(const Song &song) const
+{
+    switch (m_field) {
+    case Field::ArtistSortable: return song.artist_sortable();
+    case Field::AlbumSortable: return song.album_sortable();
+    case Field::Kind: return song.kind();
+    default: return song.name();
+    }
 }
 
 QList<SortDescriptor> SortDescriptor::descriptorsForSortKey(const QString &sortKey, bool ascending)

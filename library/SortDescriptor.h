@@ -21,6 +21,13 @@ public:
     // Negative, zero or positive.
     int compare(const Song &a, const Song &b) const;
 
+    // Sortable descriptors compare one text field; a sort of many songs ranks the distinct texts
+    // once and then compares ranks (see Playlist::updateSortedOrder).
+    bool comparesSortableText() const { return m_comparison == Comparison::Sortable; }
+    const QString &sortableText(const Song &song) const;
+    // The order of two non-empty sortable texts, ascending.
+    static int compareSortableTexts(const QString &x, const QString &y);
+
     // The chain of descriptors for a playlist's sort key, most significant first; empty for an
     // empty or absent key.
     static QList<SortDescriptor> descriptorsForSortKey(const QString &sortKey, bool ascending);

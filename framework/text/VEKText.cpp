@@ -12,6 +12,17 @@ bool isAscii(const QString &s)
     return true;
 }
 
+// Only a-z, 0-9 and blanks.
+bool isPlain(const QString &text)
+{
+    for (const QChar c : text) {
+        const char16_t u = c.unicode();
+        if (!((u >= u'a' && u <= u'z') || (u >= u'0' && u <= u'9') || u == u' '))
+            return false;
+    }
+    return true;
+}
+
 QLocale collationLocale()
 {
     // The POSIX locale has no collation of its own; fall back to the root order of English.
@@ -75,6 +86,11 @@ bool VEKText::containsPrefolded(const QString &text, const QString &foldedNeedle
 
 int VEKText::localizedCaseInsensitiveCompare(const QString &a, const QString &b)
 {
+    // English collation orders such texts (blanks, then digits, then letters) by their code
+    // units; other languages may not ("aa" after "z" in Danish), so they always ask the collator.
+    thread_local const bool plainOrderHolds = collationLocale().language() == QLocale::English;
+    if (plainOrderHolds && isPlain(a) && isPlain(b))
+        return a.compare(b);
     return collator().compare(a, b);
 }
 

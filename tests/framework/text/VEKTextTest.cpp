@@ -1,5 +1,7 @@
 #include "text/VEKText.h"
 
+#include <QCollator>
+#include <QLocale>
 #include <gtest/gtest.h>
 
 using namespace VEKText;
@@ -30,4 +32,23 @@ TEST(VEKTextOrder, LocalizedCompareIsCaseInsensitiveAndKeepsAccentedLettersNearT
     EXPECT_EQ(localizedCaseInsensitiveCompare(QStringLiteral("beatles"), QStringLiteral("Beatles")), 0);
     EXPECT_LT(localizedCaseInsensitiveCompare(QStringLiteral("a"), QStringLiteral("B")), 0);
     EXPECT_LT(localizedCaseInsensitiveCompare(QStringLiteral("élan"), QStringLiteral("fin")), 0);
+}
+
+TEST(VEKTextOrder, PlainTextsOrderAsTheCollatorOrdersThem)
+{
+    // The shortcut for texts of a-z, 0-9 and blanks must agree with the full collation, or a
+    // sort would mix two orders.
+    const QStringList words = {QStringLiteral("a"), QStringLiteral("a b"), QStringLiteral("ab"), QStringLiteral("a1"),
+                               QStringLiteral("1a"), QStringLiteral("10"), QStringLiteral("9"), QStringLiteral("zz top"),
+                               QStringLiteral("z"), QStringLiteral(" "), QStringLiteral("b 2"), QStringLiteral("b2"),
+                               QStringLiteral("beatles"), QStringLiteral("beatle s")};
+    QCollator collator{QLocale(QLocale::English)};
+    collator.setCaseSensitivity(Qt::CaseInsensitive);
+    for (const QString &x : words)
+        for (const QString &y : words) {
+            const int fast = localizedCaseInsensitiveCompare(x, y);
+            const int full = collator.compare(x, y);
+            EXPECT_EQ(fast < 0, full < 0) << x.toStdString() << " vs " << y.toStdString();
+            EXPECT_EQ(fast == 0, full == 0) << x.toStdString() << " vs " << y.toStdString();
+        }
 }
