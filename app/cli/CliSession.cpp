@@ -32,6 +32,11 @@ void CliSession::fail(const QString &message)
 bool CliSession::launch()
 {
     ApplicationDelegate::registerDefaults(UserDefaults::standard());
+    // A damaged settings file has been replaced by the defaults: worth a word, but the command
+    // itself can still do its work.
+    const VEKError settingsError = UserDefaults::standard().takeLoadError();
+    if (!settingsError.isNull())
+        m_err << "quivera-cli: warning: " << settingsError.text() << Qt::endl;
     m_delegate = std::make_unique<ApplicationDelegate>();
     m_delegate->applicationWillFinishLaunching();
     m_selectionAtLaunch = m_delegate->selectedPlaylist();

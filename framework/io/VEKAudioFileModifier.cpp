@@ -1,0 +1,104 @@
+#include "VEKAudioFileModifier.h"
+
+#include "VEKTagFile.h"
+#include "core/VEKLocalizedString.h"
+#include "core/VEKPaths.h"
+
+#include <QFileInfo>
+#include <QMap>
+
+namespace {
+
+const QString kDomain = QStringLiteral("VEKAudioFileModifier");
+
+enum ErrorCode {
+    FileMissing = 1,
+    OpenFailed = 2,
+    Unsupported = 3,
+    WriteFailed = 4,
+};
+
+} // namespace
+
+struct VEKAudioFileModifier::Impl {
+    QString path;
+    VEKTagFile::Kind kind = VEKTagFile::Kind::Unknown;
+    std::unique_ptr<VEKTagFile> tags; // null for kinds TagLib cannot write
+    QMap<QString, QString> pending;   // key to new text; empty removes the tag
+};
+
+VEKAudioFileModifier::VEKAudioFileModifier() : d(std::make_unique<Impl>()) {}
+
+VEKAudioFileModifier::~VEKAudioFileModifier() = default;
+
+bool VEKAudioFileModifier::initWithURL(const QString &path, VEKError *error)
+{
+    d = std::make_unique<Impl>();
+    d->path = path.isEmpty() ? QString() : QFileInfo(path).absoluteFilePath();
+    const auto fail = [&](ErrorCode code, const char *reason) {
+        VEKError::set(error, VEKError(kDomain, code, VEKLocalizedString("Error_audioFileOpen"),
+                                      d->path + QStringLiteral(": ") + VEKLocalizedString(reason)));
+        return false;
+    };
+
+    if (d->path.isEmpty() || !VEKPaths::existsAsFile(d->path))
+        return fail(FileMissing, "Error_audioFileMissing");
+
+    auto tags = std::make_unique<VEKTagFile>();
+    if (tags->open(d->path, true)) {
+        d->kind = tags->kind();
+        d->tags = std::move(tags);
+        return true;
+    }
+    d->kind = tags->kind();
+    if (!VEKTagFile::canWrite(d->kind))
+        return true; // commit() reports it, once there is something to write
+    if (!QFileInfo(d->path).isWritable())
+        return fail(OpenFailed, "Error_audioFileTagsReadOnly");
+    return fail(OpenFailed, "Error_audioFileDamaged");
+}
+
+std::unique_ptr<VEKAudioFileModifier> VEKAudioFileModifier::open(const QString &path, VEKError *error)
+{
+    auto modifier = std::make_unique<VEKAudioFileModifier>();
+    if (!modifier->initWithURL(path, error))
+        return nullptr;
+    return modifier;
+}
+
+bool VEKAudioFileModifier::supportsKey(const QString &key) const
+{
+    return d->tags && VEKTagFile::textKeys().contains(key);
+}
+
+void VEKAudioFileModifier::setValue(const QString &key, const QVariant &value)
+{
+    if (!VEKTagFile::textKeys().contains(key))
+        return;
+    d->pending.insert(key, value.isValid() && !value.isNull() ? value.toString().trimmed() : QString());
+}
+
+bool VEKAudioFileModifier::commit(VEKError *error)
+{
+    if (d->pending.isEmpty())
+        return true;
+    if (!d->tags) {
+        VEKError::set(error, VEKError(kDomain, Unsupported, VEKLocalizedString("Error_audioFileTags"),
+                                      d->path + QStringLiteral(": ")
+                                          + VEKLocalizedString("Error_audioFileTagsUnsupported")));
+        return false;
+    }
+    const bool written = d->tags->write(d->pending);
+    // Closing the file is what puts TagLib's last buffered bytes on disk: a reader that opens
+    // the file right after commit() must see all of it. Reopened for a further commit.
+    d->tags.reset();
+    auto reopened = std::make_unique<VEKTagFile>();
+    if (reopened->open(d->path, true))
+        d->tags = std::move(reopened);
+    if (!written) {
+        VEKError::set(error, VEKError(kDomain, WriteFailed, VEKLocalizedString("Error_audioFileTags"), d->path));
+        return false;
+    }
+    d->pending.clear();
+    return true;
+}

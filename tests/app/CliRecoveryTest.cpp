@@ -1,0 +1,144 @@
+// Old property lists carried into a new library file, and damaged files met at launch.
+
+#include "CliHarness.h"
+#include "support/TestEnvironment.h"
+
+#include <QCryptographicHash>
+#include <QFile>
+#include <QJsonObject>
+#include <gtest/gtest.h>
+
+namespace {
+
+// Writes the old lists with Python's plistlib, an implementation independent of ours.
+void writeOldLists(const CliHarness &cli, const QString &songFile, const char *libraryFormat,
+                   const char *playlistsFormat)
+{
+    const QString script = QStringLiteral(R"(
+import plistlib, sys, datetime
+data, config, song, libfmt, plfmt = sys.argv[1:6]
+fmt = {'xml': plistlib.FMT_XML, 'binary': plistlib.FMT_BINARY}
+songs = [
+  dict(songID=-5, path=song, name='Kept', artist='The Old', album='Days', kind='FLAC Audio File',
+       track='2 of 9', length=0.25, size=1234, sampleRate=44100,
+       dateAdded=datetime.datetime(2011, 5, 6, 7, 8, 9), trackNumber=2, discNumber=0),
+  dict(songID=-6, path='/nowhere/gone.mp3', name="It's gone", artist='Ghost', album='Void',
+       kind='MP3 Audio File', length=100.0, size=99, sampleRate=48000,
+       dateAdded=datetime.datetime(2010, 1, 1), trackNumber=0, discNumber=0),
+]
+with open(data + '/library.plist', 'wb') as f:
+  plistlib.dump(songs, f, fmt=fmt[libfmt])
+lists = [dict(playlistID=42, name='Old favourites', shuffle=False, repeatMode=1, sortKey='ordinal',
+              sortAscending=0, songIDs=[-6, -5, -5])]
+with open(data + '/playlists.plist', 'wb') as f:
+  plistlib.dump(lists, f, fmt=fmt[plfmt])
+prefs = {'iTunesPlaylistSortKey_1': 'artist', 'iTunesPlaylistSortAscending_1': False,
+         'iTunesPlaylistSortKey_77': 'name', 'iTunesPlaylistSortAscending_77': True}
+with open(config + '/Preferences.plist', 'wb') as f:
+  plistlib.dump(prefs, f)
+)");
+    QByteArray out;
+    ASSERT_EQ(TestEnvironment::run(QStringLiteral("python3"),
+                                   {QStringLiteral("-c"), script, cli.dataDir(), cli.configDir(), songFile,
+                                    QLatin1String(libraryFormat), QLatin1String(playlistsFormat)},
+                                   &out),
+              0)
+        << out.constData();
+}
+
+void expectMigrated(const CliHarness &cli, const QString &songFile)
+{
+    const QJsonArray songs = cli.json({QStringLiteral("songs"), QStringLiteral("--playlist"), QStringLiteral("42"), QStringLiteral("--json")});
+    ASSERT_EQ(songs.size(), 3);
+    const QJsonObject gone = songs.at(0).toObject();
+    EXPECT_EQ(gone.value(QStringLiteral("name")).toString(), QStringLiteral("It's gone"));
+    EXPECT_TRUE(gone.value(QStringLiteral("isMissing")).toBool());
+    EXPECT_EQ(gone.value(QStringLiteral("bitrate")).toInt(), 0); // no file to ask
+    const QJsonObject kept = songs.at(1).toObject();
+    EXPECT_EQ(kept.value(QStringLiteral("path")).toString(), songFile);
+    EXPECT_EQ(kept.value(QStringLiteral("track")).toString(), QStringLiteral("2 of 9"));
+    EXPECT_EQ(kept.value(QStringLiteral("dateAdded")).toString(), QStringLiteral("2011-05-06T07:08:09Z"));
+    EXPECT_GT(kept.value(QStringLiteral("bitrate")).toInt(), 0); // fetched from the file itself
+
+    const QJsonArray playlists = cli.json({QStringLiteral("playlists"), QStringLiteral("--json")});
+    ASSERT_EQ(playlists.size(), 3);
+    const QJsonObject old = playlists.at(1).toObject();
+    EXPECT_EQ(old.value(QStringLiteral("name")).toString(), QStringLiteral("Old favourites"));
+    EXPECT_EQ(old.value(QStringLiteral("repeatMode")).toInt(), 1);
+    const QJsonObject iTunes = playlists.at(2).toObject();
+    EXPECT_EQ(iTunes.value(QStringLiteral("sortKey")).toString(), QStringLiteral("artist"));
+    EXPECT_FALSE(iTunes.value(QStringLiteral("sortAscending")).toBool());
+    EXPECT_EQ(cli.sql(QStringLiteral("SELECT iTunes, sortKey, sortAscending, name IS NULL FROM t_playlist WHERE playlistID = 77;")),
+              QStringLiteral("1|name|1|1"));
+}
+
+QByteArray digest(const QString &path)
+{
+    QFile f(path);
+    f.open(QIODevice::ReadOnly);
+    return QCryptographicHash::hash(f.readAll(), QCryptographicHash::Sha256);
+}
+
+} // namespace
+
+TEST(CliMigration, XmlListsAreCarriedOverOnceIntoANewLibraryFile)
+{
+    CliHarness cli;
+    const QString song = TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/kept.flac"), 0.25);
+    writeOldLists(cli, song, "xml", "xml");
+    expectMigrated(cli, song);
+
+    // The lists stay; a second start does not read them again.
+    ASSERT_TRUE(QFile::exists(cli.dataDir() + QStringLiteral("/library.plist")));
+    ASSERT_EQ(cli.run({QStringLiteral("remove"), QStringLiteral("-5")}).status, 0);
+    EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--json")}).size(), 1);
+}
+
+TEST(CliMigration, BinaryListsMigrateToo)
+{
+    CliHarness cli;
+    const QString song = TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/kept.flac"), 0.25);
+    writeOldLists(cli, song, "binary", "binary");
+    expectMigrated(cli, song);
+}
+
+TEST(CliRecovery, ADamagedLibraryFileIsReportedAndLeftAlone)
+{
+    CliHarness cli;
+    QFile library(cli.libraryFile());
+    ASSERT_TRUE(library.open(QIODevice::WriteOnly));
+    library.write(QByteArray("SQLite format 3") + QByteArray(8000, '\x55'));
+    library.close();
+    const QByteArray before = digest(cli.libraryFile());
+    const auto r = cli.run({QStringLiteral("songs")});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(r.err.contains("library file")) << r.err.constData();
+    EXPECT_EQ(digest(cli.libraryFile()), before);
+}
+
+TEST(CliRecovery, AnEmptyLibraryFileIsBuiltAnew)
+{
+    CliHarness cli;
+    QFile library(cli.libraryFile());
+    ASSERT_TRUE(library.open(QIODevice::WriteOnly));
+    library.close();
+    EXPECT_EQ(cli.run({QStringLiteral("songs")}).status, 0);
+    EXPECT_EQ(cli.sql(QStringLiteral("SELECT version FROM t_global;")), QStringLiteral("1"));
+    EXPECT_EQ(cli.sql(QStringLiteral("SELECT playlistID, sortKey FROM t_playlist ORDER BY playlistID;")),
+              QStringLiteral("-1|album\n1|album"));
+}
+
+TEST(CliRecovery, ADamagedSettingsFileIsReportedOnceAndReplacedByDefaults)
+{
+    CliHarness cli;
+    QFile prefs(cli.configDir() + QStringLiteral("/Preferences.plist"));
+    ASSERT_TRUE(prefs.open(QIODevice::WriteOnly));
+    prefs.write("<?xml version=\"1.0\"?><plist><dict><key>volumeKnob</key><integ");
+    prefs.close();
+    const auto first = cli.run({QStringLiteral("settings"), QStringLiteral("get"), QStringLiteral("volumeKnob")});
+    EXPECT_TRUE(first.err.contains("settings")) << first.err.constData();
+    EXPECT_EQ(QString::fromUtf8(first.out).trimmed(), QStringLiteral("1"));
+    const auto second = cli.run({QStringLiteral("settings"), QStringLiteral("get"), QStringLiteral("volumeKnob")});
+    EXPECT_EQ(second.status, 0);
+    EXPECT_TRUE(second.err.isEmpty()) << second.err.constData();
+}

@@ -1,0 +1,198 @@
+#include "IOFixtures.h"
+#include "io/VEKAudioFileModifier.h"
+#include "io/VEKAudioFileReader.h"
+#include "support/TestEnvironment.h"
+
+#include <QCryptographicHash>
+#include <QFile>
+#include <gtest/gtest.h>
+
+namespace {
+
+const char *const kWritable[] = {"a16.flac", "a.mp3", "aac.m4a", "alac24.m4a", "a.ogg",
+                                 "a16.wav", "a16.aiff", "a.wv", "a.tta"};
+
+QVariantMap metadataOf(const QString &path)
+{
+    VEKError error;
+    auto reader = VEKAudioFileReader::open(path, &error);
+    EXPECT_NE(reader, nullptr) << error.text().toStdString();
+    return reader ? reader->metadata() : QVariantMap();
+}
+
+bool writeTags(const QString &path, const QList<QPair<QString, QVariant>> &values)
+{
+    VEKError error;
+    auto modifier = VEKAudioFileModifier::open(path, &error);
+    EXPECT_NE(modifier, nullptr) << error.text().toStdString();
+    if (!modifier)
+        return false;
+    for (const auto &[key, value] : values)
+        modifier->setValue(key, value);
+    const bool ok = modifier->commit(&error);
+    EXPECT_TRUE(ok) << error.text().toStdString();
+    return ok;
+}
+
+QByteArray fileHash(const QString &path)
+{
+    QFile f(path);
+    EXPECT_TRUE(f.open(QIODevice::ReadOnly));
+    return QCryptographicHash::hash(f.readAll(), QCryptographicHash::Sha1);
+}
+
+} // namespace
+
+TEST(ModifierRoundTrip, EveryKeyReadsBackInEachFormat)
+{
+    for (const char *name : kWritable) {
+        SCOPED_TRACE(name);
+        const QString path = IOFixtures::copy(name);
+        ASSERT_TRUE(writeTags(path, {{"title", QStringLiteral("Neuer Titel – ß")},
+                                     {"artist", "New Artist"},
+                                     {"album", "New Album"},
+                                     {"albumArtist", "New Album Artist"},
+                                     {"composer", "New Composer"},
+                                     {"genre", "Jazz"},
+                                     {"trackNumber", "3"},
+                                     {"numberOfTracks", "12"},
+                                     {"discNumber", "2"},
+                                     {"numberOfDiscs", "3"}}));
+        const QVariantMap md = metadataOf(path);
+        EXPECT_EQ(md.value("title").toString(), QStringLiteral("Neuer Titel – ß"));
+        EXPECT_EQ(md.value("artist").toString(), "New Artist");
+        EXPECT_EQ(md.value("album").toString(), "New Album");
+        EXPECT_EQ(md.value("albumArtist").toString(), "New Album Artist");
+        EXPECT_EQ(md.value("composer").toString(), "New Composer");
+        EXPECT_EQ(md.value("genre").toString(), "Jazz");
+        EXPECT_EQ(IOFixtures::combined(md, "trackNumber", "numberOfTracks"), "3/12");
+        EXPECT_EQ(IOFixtures::combined(md, "discNumber", "numberOfDiscs"), "2/3");
+        // The picture is not ours to lose.
+        if (QString(name).endsWith(".mp3") || QString(name).endsWith(".flac") || QString(name).endsWith(".m4a")) {
+            EXPECT_EQ(md.value("imageData").toByteArray(), IOFixtures::coverBytes());
+        }
+    }
+}
+
+TEST(ModifierRoundTrip, ClearedTagsDisappearAndOthersStay)
+{
+    for (const char *name : kWritable) {
+        SCOPED_TRACE(name);
+        const QString path = IOFixtures::copy(name);
+        ASSERT_TRUE(writeTags(path, {{"title", QVariant()},
+                                     {"artist", ""},
+                                     {"trackNumber", QVariant()},
+                                     {"numberOfTracks", QVariant()}}));
+        const QVariantMap md = metadataOf(path);
+        EXPECT_FALSE(md.contains("title"));
+        EXPECT_FALSE(md.contains("artist"));
+        EXPECT_FALSE(md.contains("trackNumber"));
+        EXPECT_FALSE(md.contains("numberOfTracks"));
+        EXPECT_EQ(md.value("album").toString(), "The Album");
+        EXPECT_EQ(md.value("genre").toString(), "Ambient");
+    }
+}
+
+TEST(ModifierRoundTrip, NumberAloneKeepsTheTotalAndCombinedSetsBoth)
+{
+    for (const char *name : {"a16.flac", "a.mp3", "aac.m4a"}) {
+        SCOPED_TRACE(name);
+        const QString path = IOFixtures::copy(name);
+        ASSERT_TRUE(writeTags(path, {{"trackNumber", "5"}}));
+        EXPECT_EQ(IOFixtures::combined(metadataOf(path), "trackNumber", "numberOfTracks"), "5/12");
+        ASSERT_TRUE(writeTags(path, {{"discNumber", "4/9"}}));
+        EXPECT_EQ(IOFixtures::combined(metadataOf(path), "discNumber", "numberOfDiscs"), "4/9");
+    }
+}
+
+TEST(ModifierRoundTrip, KindComesFromContentNotExtension)
+{
+    // Tagged as MP3, this FLAC file would get an ID3v2 tag in front of its "fLaC" marker.
+    const QString dir = TestEnvironment::makeTempDir("renamed");
+    ASSERT_TRUE(QFile::copy(IOFixtures::dir() + "/a16.flac", dir + "/flac.mp3"));
+    QFile::setPermissions(dir + "/flac.mp3", QFile::ReadOwner | QFile::WriteOwner);
+    ASSERT_TRUE(writeTags(dir + "/flac.mp3", {{"title", "Renamed"}}));
+    QFile f(dir + "/flac.mp3");
+    ASSERT_TRUE(f.open(QIODevice::ReadOnly));
+    EXPECT_EQ(f.read(4), QByteArray("fLaC"));
+    EXPECT_EQ(metadataOf(dir + "/flac.mp3").value("title").toString(), "Renamed");
+}
+
+TEST(ModifierRoundTrip, TrueAudioKeepsItsAPETagInStep)
+{
+    // FFmpeg wrote an APE tag at the end; other programs read that one, not our ID3v2 tag.
+    const QString path = IOFixtures::copy("a.tta");
+    ASSERT_TRUE(writeTags(path, {{"title", QVariant()}, {"artist", "Changed"}}));
+    QByteArray tags;
+    ASSERT_EQ(TestEnvironment::run("ffprobe", {"-v", "error", "-show_entries", "format_tags", path}, &tags), 0);
+    tags = tags.toLower(); // APE keys keep whatever case their writer chose
+    EXPECT_FALSE(tags.contains("title=")) << tags.constData();
+    EXPECT_TRUE(tags.contains("artist=changed")) << tags.constData();
+    EXPECT_TRUE(tags.contains("album=the album")) << tags.constData();
+    EXPECT_EQ(metadataOf(path).value("artist").toString(), "Changed");
+}
+
+TEST(ModifierRoundTrip, UnknownKeysAreIgnored)
+{
+    const QString path = IOFixtures::copy("a16.flac");
+    auto modifier = VEKAudioFileModifier::open(path);
+    ASSERT_NE(modifier, nullptr);
+    EXPECT_TRUE(modifier->supportsKey("numberOfDiscs"));
+    EXPECT_FALSE(modifier->supportsKey("track"));
+    EXPECT_FALSE(modifier->supportsKey("imageData"));
+    modifier->setValue("track", "7 of 9");
+    modifier->setValue("disc", QVariant());
+    const QByteArray before = fileHash(path);
+    EXPECT_TRUE(modifier->commit());
+    EXPECT_EQ(fileHash(path), before);
+}
+
+TEST(ModifierAudio, TagWritesLeaveTheSamplesAlone)
+{
+    for (const char *name : {"a16.wav", "a24.flac", "a16.aiff", "a.tta"}) {
+        SCOPED_TRACE(name);
+        const QString path = IOFixtures::copy(name);
+        const QByteArray before = IOFixtures::decodedAudio(path);
+        ASSERT_FALSE(before.isEmpty());
+        // A long value makes the tag grow past any padding the file had.
+        ASSERT_TRUE(writeTags(path, {{"title", QString(3000, 'x')}, {"composer", "C"}, {"trackNumber", "1"}}));
+        EXPECT_EQ(IOFixtures::decodedAudio(path), before);
+        auto reader = VEKAudioFileReader::open(path);
+        ASSERT_NE(reader, nullptr);
+        EXPECT_EQ(reader->frames(), IOFixtures::kFrames);
+    }
+}
+
+TEST(ModifierErrors, CafCannotBeWrittenAndStaysUntouched)
+{
+    const QString path = IOFixtures::copy("a.caf");
+    const QByteArray before = fileHash(path);
+    VEKError error;
+    auto modifier = VEKAudioFileModifier::open(path, &error);
+    ASSERT_NE(modifier, nullptr);
+    EXPECT_FALSE(modifier->supportsKey("title"));
+    modifier->setValue("title", "New");
+    EXPECT_FALSE(modifier->commit(&error));
+    EXPECT_FALSE(error.isNull());
+    EXPECT_FALSE(error.localizedDescription().isEmpty());
+    EXPECT_EQ(fileHash(path), before);
+    EXPECT_EQ(metadataOf(path).value("title").toString(), QStringLiteral("Überschrift – 日本"));
+}
+
+TEST(ModifierErrors, MissingOrBrokenFileDoesNotOpen)
+{
+    VEKError error;
+    EXPECT_EQ(VEKAudioFileModifier::open(TestEnvironment::makeTempDir("gone") + "/x.flac", &error), nullptr);
+    EXPECT_FALSE(error.isNull());
+
+    // FLAC's magic followed by rubbish: TagLib knows the kind but cannot parse it.
+    const QString broken = TestEnvironment::makeTempDir("broken") + "/b.flac";
+    QFile f(broken);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    f.write(QByteArray("fLaC") + QByteArray(64, '\x7f'));
+    f.close();
+    error = VEKError();
+    VEKAudioFileModifier modifier;
+    EXPECT_FALSE(modifier.initWithURL(broken, &error));
+    EXPECT_FALSE(error.isNull());
+}

@@ -1,0 +1,234 @@
+#include "settings/UserDefaults.h"
+#include "settings/VEKPropertyList.h"
+#include "core/VEKLocalizedString.h"
+#include "core/VEKLog.h"
+#include "support/TestEnvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QThread>
+#include <QUrl>
+#include <atomic>
+#include <gtest/gtest.h>
+
+namespace {
+
+class UserDefaultsTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        dir = TestEnvironment::makeTempDir("defaults");
+        file = dir + "/Preferences.plist";
+        VEKSetLogSink([this](const QString &line) { log.append(line); });
+    }
+    void TearDown() override { VEKSetLogSink({}); }
+
+    QVariantMap onDisk() const { return VEKPropertyList::readFile(file).toMap(); }
+
+    void writeRaw(const QByteArray &bytes) const
+    {
+        QFile f(file);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(bytes);
+    }
+
+    QString dir;
+    QString file;
+    QStringList log;
+};
+
+// Counts valueChanged per key.
+struct ChangeCounter {
+    explicit ChangeCounter(UserDefaults &d)
+    {
+        QObject::connect(&d, &UserDefaults::valueChanged, [this](const QString &k) { keys << k; });
+    }
+    QStringList keys;
+};
+
+} // namespace
+
+TEST_F(UserDefaultsTest, RegisteredDefaultsAreVisibleButNeverWritten)
+{
+    UserDefaults d(file);
+    d.registerDefaults({{"volume", 0.5}, {"shuffle", true}, {"name", "Quivera"}});
+    d.registerDefaults({{"rate", 44100}});
+    EXPECT_DOUBLE_EQ(d.doubleForKey("volume"), 0.5);
+    EXPECT_TRUE(d.boolForKey("shuffle"));
+    EXPECT_EQ(d.integerForKey("rate"), 44100);
+    EXPECT_EQ(d.stringForKey("name"), "Quivera");
+    EXPECT_FALSE(d.value("absent").isValid());
+    EXPECT_EQ(d.integerForKey("absent"), 0);
+
+    d.setValue("volume", 0.25);
+    EXPECT_EQ(onDisk(), (QVariantMap{{"volume", 0.25}}));
+    EXPECT_EQ(d.allKeys(), (QStringList{"name", "rate", "shuffle", "volume"}));
+    EXPECT_EQ(d.dictionaryRepresentation().value("volume").toDouble(), 0.25);
+}
+
+TEST_F(UserDefaultsTest, TheProcessStoreLivesInTheConfigFolder)
+{
+    EXPECT_EQ(UserDefaults::standard().path(),
+              qEnvironmentVariable("XDG_CONFIG_HOME") + "/Quivera/Preferences.plist");
+}
+
+TEST_F(UserDefaultsTest, StoredValuesKeepTheirTypesAcrossANewStore)
+{
+    const QDateTime when(QDate(2021, 2, 3), QTime(4, 5, 6), Qt::UTC);
+    {
+        UserDefaults d(file);
+        d.registerDefaults({{"count", 1}});
+        d.setValue("count", 7);
+        d.setValue("gain", 1.0);
+        d.setValue("flag", true);
+        d.setValue("list", QStringList{"a", "b"});
+        d.setValue("map", QVariantHash{{"x", 2}});
+        d.setValue("blob", QByteArray("\0\1", 2));
+        d.setValue("when", when.addMSecs(700)); // the file keeps whole seconds
+        // Read back already as they will be after a restart.
+        EXPECT_EQ(d.value("count").typeId(), QMetaType::LongLong);
+        EXPECT_EQ(d.dateForKey("when"), when);
+    }
+    UserDefaults again(file);
+    again.registerDefaults({{"count", 1}});
+    EXPECT_EQ(again.value("count"), QVariant(qlonglong(7)));
+    EXPECT_EQ(again.value("count").typeId(), QMetaType::LongLong);
+    EXPECT_EQ(again.value("gain").typeId(), QMetaType::Double);
+    EXPECT_EQ(again.value("flag").typeId(), QMetaType::Bool);
+    EXPECT_EQ(again.arrayForKey("list"), (QVariantList{"a", "b"}));
+    EXPECT_EQ(again.dictionaryForKey("map"), (QVariantMap{{"x", qlonglong(2)}}));
+    EXPECT_EQ(again.dataForKey("blob"), QByteArray("\0\1", 2));
+    EXPECT_EQ(again.dateForKey("when"), when);
+    EXPECT_TRUE(again.dataForKey("list").isEmpty()); // no conversion between unrelated types
+}
+
+TEST_F(UserDefaultsTest, RemovingFallsBackToTheDefault)
+{
+    UserDefaults d(file);
+    d.registerDefaults({{"mode", "gapless"}});
+    d.setValue("mode", "crossfade");
+    d.removeValue("mode");
+    EXPECT_EQ(d.stringForKey("mode"), "gapless");
+    EXPECT_FALSE(onDisk().contains("mode"));
+}
+
+TEST_F(UserDefaultsTest, ValueChangedFiresOncePerEffectiveChange)
+{
+    UserDefaults d(file);
+    d.registerDefaults({{"volume", 1.0}});
+    ChangeCounter changes(d);
+    d.setValue("volume", 0.5);
+    d.setValue("volume", 0.5);  // identical
+    d.setValue("volume", 0.5f); // same value once stored
+    EXPECT_EQ(changes.keys, QStringList{"volume"});
+
+    changes.keys.clear();
+    d.removeValue("volume"); // back to the default 1.0: a change
+    d.setValue("volume", 1.0); // stored now, but the effective value stays 1.0
+    d.setValue("volume", 1);   // integer 1 is not real 1.0
+    d.removeValue("absent");
+    EXPECT_EQ(changes.keys, (QStringList{"volume", "volume"}));
+}
+
+TEST_F(UserDefaultsTest, CorruptFileIsMovedAsideAndReportedOnce)
+{
+    const QByteArray truncated =
+        VEKPropertyList::toData(QVariantMap{{"a", 1}, {"b", "text"}}, VEKPropertyList::Format::XML)
+            .chopped(60);
+    for (const QByteArray &bad :
+         {QByteArray("\x89garbage\0\x01", 10), QByteArray("<plist><array/></plist>"), truncated}) {
+        log.clear();
+        writeRaw(bad);
+        UserDefaults d(file);
+        d.registerDefaults({{"volume", 0.75}});
+        EXPECT_DOUBLE_EQ(d.doubleForKey("volume"), 0.75);
+        const VEKError first = d.takeLoadError();
+        EXPECT_FALSE(first.isNull());
+        EXPECT_EQ(first.localizedDescription(), VEKLocalizedString("Error_settingsCorrupt"));
+        EXPECT_TRUE(d.takeLoadError().isNull());
+        EXPECT_EQ(log.size(), 1) << log.join('\n').toStdString();
+        EXPECT_FALSE(QFile::exists(file));
+        QFile aside(file + ".corrupt");
+        ASSERT_TRUE(aside.open(QIODevice::ReadOnly));
+        EXPECT_EQ(aside.readAll(), bad);
+        d.setValue("volume", 0.5);
+        EXPECT_EQ(onDisk().value("volume"), 0.5);
+    }
+    EXPECT_TRUE(UserDefaults(file).takeLoadError().isNull());
+}
+
+TEST_F(UserDefaultsTest, UnwritableFolderKeepsValuesInMemory)
+{
+    // A file where the folder should be: refused even to root.
+    const QString blocked = dir + "/blocked";
+    QFile(blocked).open(QIODevice::WriteOnly);
+    UserDefaults d(blocked + "/Preferences.plist");
+    d.setValue("a", 1);
+    d.setValue("b", 2);
+    EXPECT_EQ(d.integerForKey("a"), 1);
+    EXPECT_EQ(d.integerForKey("b"), 2);
+    EXPECT_EQ(log.size(), 1) << "one line per run of failures";
+
+    ASSERT_TRUE(QFile::remove(blocked));
+    d.setValue("c", 3);
+    EXPECT_EQ(UserDefaults(d.path()).dictionaryRepresentation(),
+              (QVariantMap{{"a", qlonglong(1)}, {"b", qlonglong(2)}, {"c", qlonglong(3)}}));
+}
+
+TEST_F(UserDefaultsTest, TwoStoresOnOneFileKeepEachOthersChanges)
+{
+    UserDefaults first(file);
+    UserDefaults second(file);
+    ChangeCounter secondChanges(second);
+    first.setValue("fromFirst", "one");
+    second.setValue("fromSecond", "two");
+    EXPECT_EQ(second.stringForKey("fromFirst"), "one");
+    EXPECT_EQ(secondChanges.keys, (QStringList{"fromFirst", "fromSecond"}));
+    first.removeValue("fromFirst");
+    second.setValue("fromSecond", "three");
+    EXPECT_FALSE(second.value("fromFirst").isValid());
+    EXPECT_EQ(UserDefaults(file).dictionaryRepresentation(), (QVariantMap{{"fromSecond", "three"}}));
+}
+
+TEST_F(UserDefaultsTest, UnstorableValuesAreRefused)
+{
+    UserDefaults d(file);
+    d.setValue("ok", 1);
+    d.setValue("url", QUrl("https://example.org"));
+    d.setValue("nested", QVariantList{QVariant::fromValue(QTime(1, 2))});
+    EXPECT_FALSE(d.value("url").isValid());
+    EXPECT_FALSE(d.value("nested").isValid());
+    EXPECT_EQ(onDisk(), (QVariantMap{{"ok", qlonglong(1)}}));
+}
+
+TEST_F(UserDefaultsTest, WorkersReadWhileTheMainThreadWrites)
+{
+    // Writes fail at once here, so the maps change as fast as the loop runs.
+    QFile(dir + "/blocked").open(QIODevice::WriteOnly);
+    UserDefaults d(dir + "/blocked/Preferences.plist");
+    d.setValue("list", QVariantList{0});
+    std::atomic<bool> stop{false};
+    std::atomic<int> torn{0};
+    QList<QThread *> readers;
+    for (int i = 0; i < 2; ++i) {
+        readers.append(QThread::create([&] {
+            while (!stop) {
+                const QVariantList list = d.arrayForKey("list");
+                if (list.isEmpty() || list.size() != list.first().toLongLong() + 1)
+                    ++torn;
+                d.dictionaryRepresentation();
+            }
+        }));
+        readers.last()->start();
+    }
+    for (int n = 1; n < 800; ++n) {
+        d.setValue("list", QVariantList(n % 50 + 1, QVariant(n % 50)));
+        d.setValue(QString("k%1").arg(n % 200), n);
+    }
+    stop = true;
+    for (QThread *t : readers) {
+        t->wait();
+        delete t;
+    }
+    EXPECT_EQ(torn, 0);
+}
