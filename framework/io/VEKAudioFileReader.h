@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/VEKError.h"
+#include "rt/VEKAudioBufferList.h"
 
 #include <QString>
 #include <QVariantMap>
@@ -50,6 +51,17 @@ public:
     // first embedded picture). A key is absent when the file has no such tag; a combined
     // track or disc number ("3/12") is kept as the file has it.
     const QVariantMap &metadata() const;
+
+    // Decodes from `fromFrame` (counted from the first audible frame, encoder delay already
+    // removed) into `list`: up to list.capacity() frames, de-interleaved to float, as many
+    // channels as the list has. Sets list.frames() to the count delivered, fewer at the end of
+    // the file and 0 past it. Sample-exact: the same frame index always gives the same samples,
+    // whatever was read before. Not for the render thread (it may read the disk and allocate);
+    // the generator's decoder thread calls it.
+    bool getAudio(VEKAudioBufferList &list, quint64 fromFrame, VEKError *error = nullptr);
+
+    // Reads the whole file into memory; reading then no longer touches the disk.
+    bool loadIntoMemory(VEKError *error = nullptr);
 
 private:
     struct Impl;

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "core/VEKError.h"
+#include "rt/VEKAudioBufferList.h"
+
+#include <QtGlobal>
+#include <functional>
+
+// The format an output plays at. The graph always renders 32-bit float; `bitDepth` is the
+// integer word length at the device (16, 24 or 32), which the dither works towards, or 32 with
+// `isFloat` for a device that takes float samples.
+struct VEKAudioFormat {
+    double sampleRate = 44100.0;
+    quint32 numberOfChannels = 2;
+    quint32 bitDepth = 24;
+    bool isFloat = false;
+    bool operator==(const VEKAudioFormat &) const = default;
+};
+
+// A running connection to a device: a thread of its own that asks the graph for buffers and
+// hands them to the device. One small interface per backend (ALSA, null, capture).
+//
+// Threads: open(), start(), stop() and close() on the main thread (or the thread that owns the
+// stream). The render callback runs on the output's own thread, the render thread: it must not
+// allocate, lock, log or wait.
+class VEKAudioOutput {
+public:
+    // Fills `buffer` (already sized to framesPerBuffer() frames and format().numberOfChannels
+    // channels) with the next block; `sampleTime` counts frames since start().
+    using RenderCallback = std::function<void(VEKAudioBufferList &buffer, quint64 sampleTime)>;
+
+    virtual ~VEKAudioOutput() = default;
+
+    // Opens the device for `requested`. The device may settle on another format (a rate it
+    // offers, the highest integer depth it takes); format() tells what it settled on. False with
+    // `error` when the device cannot be opened at all.
+    virtual bool open(const VEKAudioFormat &requested, quint32 framesPerBuffer, VEKError *error) = 0;
+    virtual VEKAudioFormat format() const = 0;
+    virtual quint32 framesPerBuffer() const = 0;
+
+    // Starts the render thread. Returns at once.
+    virtual bool start(RenderCallback callback, VEKError *error) = 0;
+    // Stops the render thread and waits for it; harmless when stopped.
+    virtual void stop() = 0;
+    virtual bool isRunning() const = 0;
+    // Releases the device; harmless when closed.
+    virtual void close() = 0;
+
+    // Frames written to the device since start(), for position reporting. Any thread.
+    virtual quint64 framesPlayed() const = 0;
+};
