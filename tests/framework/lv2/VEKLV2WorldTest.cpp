@@ -1,0 +1,101 @@
+#include "LV2Fixtures.h"
+#include "lv2/VEKLV2World.h"
+#include "support/TestEnvironment.h"
+
+#include <gtest/gtest.h>
+
+using namespace LV2Fixtures;
+
+namespace {
+
+class VEKLV2WorldTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { LV2Fixtures::setUp(); }
+
+    static QVariantMap byURI(const QVariantList &list, const QString &uri)
+    {
+        for (const QVariant &v : list)
+            if (v.toMap().value(QStringLiteral("uri")).toString() == uri)
+                return v.toMap();
+        return {};
+    }
+};
+
+// Every record must be usable by the effect menu and as settings as it stands.
+void expectWellFormed(const QVariantMap &d, quint32 type)
+{
+    SCOPED_TRACE(d.value(QStringLiteral("uri")).toString().toStdString());
+    EXPECT_EQ(d.value(QStringLiteral("class")).toString(), QStringLiteral("APLAudioUnitAudioProcessor"));
+    EXPECT_FALSE(d.value(QStringLiteral("uri")).toString().isEmpty());
+    EXPECT_FALSE(d.value(QStringLiteral("name")).toString().isEmpty());
+    EXPECT_EQ(d.value(QStringLiteral("effectName")), d.value(QStringLiteral("name")));
+    EXPECT_FALSE(d.value(QStringLiteral("manufacturer")).toString().isEmpty());
+    EXPECT_EQ(d.value(QStringLiteral("componentType")).toUInt(), type);
+    EXPECT_TRUE(d.contains(QStringLiteral("componentSubType")));
+    EXPECT_TRUE(d.contains(QStringLiteral("componentManufacturer")));
+    const quint32 ins = d.value(QStringLiteral("numberOfInputs")).toUInt();
+    const quint32 outs = d.value(QStringLiteral("numberOfOutputs")).toUInt();
+    EXPECT_TRUE((ins == 1 && outs == 1) || (ins == 2 && outs == 2)) << ins << " in, " << outs << " out";
+    const QVariantList configurations = d.value(QStringLiteral("channelConfigurations")).toList();
+    ASSERT_EQ(configurations.size(), 1);
+    EXPECT_EQ(configurations.first().toList(), (QVariantList{int(ins), int(outs)}));
+}
+
+TEST_F(VEKLV2WorldTest, EffectsAreTheRunnableAudioPluginsOfTheDebianBundles)
+{
+    const QVariantList effects = VEKLV2World::shared().effectDescriptions(VEKLV2World::EffectType);
+    // swh-lv2 and mda-lv2 hold well over a hundred effects between them.
+    EXPECT_GT(effects.size(), 50);
+    for (const QVariant &v : effects)
+        expectWellFormed(v.toMap(), VEKLV2World::EffectType);
+
+    const QVariantMap amp = byURI(effects, kAmp);
+    EXPECT_EQ(amp.value(QStringLiteral("name")).toString(), QStringLiteral("Simple amplifier"));
+    EXPECT_EQ(amp.value(QStringLiteral("manufacturer")).toString(), QStringLiteral("Steve Harris"));
+    EXPECT_EQ(amp.value(QStringLiteral("numberOfInputs")).toUInt(), 1u);
+    const QVariantMap overdrive = byURI(effects, kOverdrive);
+    EXPECT_EQ(overdrive.value(QStringLiteral("name")).toString(), QStringLiteral("MDA Overdrive"));
+    EXPECT_EQ(overdrive.value(QStringLiteral("numberOfInputs")).toUInt(), 2u);
+
+    // Not runnable here: one in and two out, a synth without audio input, a missing feature.
+    EXPECT_TRUE(byURI(effects, kHilbert).isEmpty());
+    EXPECT_TRUE(byURI(effects, kSynth).isEmpty());
+    EXPECT_TRUE(byURI(effects, kNeedsWorker).isEmpty());
+    // A plugin that takes MIDI is a music effect, not an effect.
+    EXPECT_TRUE(byURI(effects, kMidiGain).isEmpty());
+}
+
+TEST_F(VEKLV2WorldTest, MusicEffectsAreThoseThatAlsoTakeMIDI)
+{
+    const QVariantList music = VEKLV2World::shared().effectDescriptions(VEKLV2World::MusicEffectType);
+    for (const QVariant &v : music)
+        expectWellFormed(v.toMap(), VEKLV2World::MusicEffectType);
+    const QVariantMap gain = byURI(music, kMidiGain);
+    ASSERT_FALSE(gain.isEmpty());
+    EXPECT_EQ(gain.value(QStringLiteral("manufacturer")).toString(), QStringLiteral("Quivera Tests"));
+    EXPECT_EQ(gain.value(QStringLiteral("numberOfInputs")).toUInt(), 2u);
+    EXPECT_TRUE(byURI(music, kAmp).isEmpty());
+
+    EXPECT_TRUE(VEKLV2World::shared().effectDescriptions(0x61756d78 /* 'aumx' */).isEmpty());
+}
+
+TEST_F(VEKLV2WorldTest, OneDescriptionByURITellsWhyAPluginCannotRun)
+{
+    VEKError error;
+    EXPECT_EQ(VEKLV2World::shared().effectDescription(kAmp, &error).value(QStringLiteral("uri")).toString(), kAmp);
+    EXPECT_TRUE(error.isNull());
+
+    EXPECT_TRUE(VEKLV2World::shared().effectDescription(kHilbert, &error).isEmpty());
+    EXPECT_EQ(error.code(), VEKLV2World::UnsupportedPlugin);
+    EXPECT_TRUE(error.failureReason().contains(QStringLiteral("1 audio inputs and 2 audio outputs")))
+        << error.text().toStdString();
+
+    EXPECT_TRUE(VEKLV2World::shared().effectDescription(kNeedsWorker, &error).isEmpty());
+    EXPECT_EQ(error.code(), VEKLV2World::UnsupportedPlugin);
+    EXPECT_TRUE(error.failureReason().contains(QStringLiteral("worker#schedule"))) << error.text().toStdString();
+
+    EXPECT_TRUE(VEKLV2World::shared().effectDescription(QStringLiteral("urn:nowhere"), &error).isEmpty());
+    EXPECT_EQ(error.code(), VEKLV2World::UnknownPlugin);
+}
+
+} // namespace
