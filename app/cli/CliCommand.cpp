@@ -5,6 +5,7 @@ const QList<CliCommand> &cliCommands()
     static const QList<CliCommand> commands = {
         songsCommand(),  playlistsCommand(), playlistCommand(), removeCommand(),
         tagCommand(),    rescanCommand(),    settingsCommand(),
+        probeCommand(),
     };
     return commands;
 }

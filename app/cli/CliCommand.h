@@ -34,3 +34,4 @@ CliCommand removeCommand();
 CliCommand tagCommand();
 CliCommand rescanCommand();
 CliCommand settingsCommand();
+CliCommand probeCommand();

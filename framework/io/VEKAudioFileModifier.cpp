@@ -7,6 +7,8 @@
 #include <QFileInfo>
 #include <QMap>
 
+#include <optional>
+
 namespace {
 
 const QString kDomain = QStringLiteral("VEKAudioFileModifier");
@@ -25,6 +27,7 @@ struct VEKAudioFileModifier::Impl {
     VEKTagFile::Kind kind = VEKTagFile::Kind::Unknown;
     std::unique_ptr<VEKTagFile> tags; // null for kinds TagLib cannot write
     QMap<QString, QString> pending;   // key to new text; empty removes the tag
+    std::optional<QByteArray> picture;
 };
 
 VEKAudioFileModifier::VEKAudioFileModifier() : d(std::make_unique<Impl>()) {}
@@ -78,9 +81,14 @@ void VEKAudioFileModifier::setValue(const QString &key, const QVariant &value)
     d->pending.insert(key, value.isValid() && !value.isNull() ? value.toString().trimmed() : QString());
 }
 
+void VEKAudioFileModifier::setImageData(const QByteArray &data)
+{
+    d->picture = data;
+}
+
 bool VEKAudioFileModifier::commit(VEKError *error)
 {
-    if (d->pending.isEmpty())
+    if (d->pending.isEmpty() && !d->picture)
         return true;
     if (!d->tags) {
         VEKError::set(error, VEKError(kDomain, Unsupported, VEKLocalizedString("Error_audioFileTags"),
@@ -88,7 +96,7 @@ bool VEKAudioFileModifier::commit(VEKError *error)
                                           + VEKLocalizedString("Error_audioFileTagsUnsupported")));
         return false;
     }
-    const bool written = d->tags->write(d->pending);
+    const bool written = d->tags->write(d->pending, d->picture);
     // Closing the file is what puts TagLib's last buffered bytes on disk: a reader that opens
     // the file right after commit() must see all of it. Reopened for a further commit.
     d->tags.reset();
@@ -100,5 +108,6 @@ bool VEKAudioFileModifier::commit(VEKError *error)
         return false;
     }
     d->pending.clear();
+    d->picture.reset();
     return true;
 }

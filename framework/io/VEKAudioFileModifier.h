@@ -33,6 +33,10 @@ public:
     // A combined "3/12" for trackNumber or discNumber sets the total as well.
     void setValue(const QString &key, const QVariant &value);
 
+    // Records a new embedded picture (the image file's bytes, JPEG or PNG), replacing the
+    // pictures the file has; an empty one removes them. Written by commit() with the tags.
+    void setImageData(const QByteArray &data);
+
     // Writes the pending changes. Nothing pending is success without touching the file.
     bool commit(VEKError *error = nullptr);
 

@@ -12,9 +12,8 @@
 // An open audio file: its format, its exact length and its tags. FFmpeg gives the facts,
 // TagLib the tags (FFmpeg's own metadata stands in for files TagLib cannot read).
 //
-// The demuxer stays open for the life of the reader so that sample decoding can pick up
-// where opening left off. A reader belongs to one thread at a time; separate readers on
-// separate threads are independent.
+// The demuxer stays open for the life of the reader for sample decoding. A reader belongs to one
+// thread at a time; separate readers on separate threads are independent.
 class VEKAudioFileReader {
 public:
     VEKAudioFileReader();
@@ -54,14 +53,29 @@ public:
 
     // Decodes from `fromFrame` (counted from the first audible frame, encoder delay already
     // removed) into `list`: up to list.capacity() frames, de-interleaved to float, as many
-    // channels as the list has. Sets list.frames() to the count delivered, fewer at the end of
-    // the file and 0 past it. Sample-exact: the same frame index always gives the same samples,
-    // whatever was read before. Not for the render thread (it may read the disk and allocate);
-    // the generator's decoder thread calls it.
+    // channels as the list has (channels the file lacks are zeroed). Sets list.frames() to the
+    // count delivered, fewer at the end of the file and 0 past it; from 0 to the end the counts
+    // add up to frames(). Audio that ends before frames() (a damaged file) is completed with
+    // silence. False with `error` filled only when the file can't be read any more (a system
+    // read error, a file that changed underneath); list.frames() then tells what did arrive.
+    //
+    // Reading on from where the last call ended, or a short way ahead, decodes on without a
+    // seek. Elsewhere the reader seeks: for lossless formats the same frame index always gives
+    // the same samples, whatever was read before. For MP3 and Vorbis the samples after a seek
+    // equal those of a read from the start as well; for AAC the position is exact but noise-
+    // filled bands differ slightly (the decoder's noise generator does not restart).
+    // Not for the render thread (it reads the disk and allocates); the generator's decoder
+    // thread calls it.
     bool getAudio(VEKAudioBufferList &list, quint64 fromFrame, VEKError *error = nullptr);
 
-    // Reads the whole file into memory; reading then no longer touches the disk.
+    // Reads the whole file into memory; reading then no longer touches the disk. Keeps the
+    // reading position. False with `error` filled when the file can't be read or doesn't fit
+    // in memory; the reader then goes on reading from the disk.
     bool loadIntoMemory(VEKError *error = nullptr);
+
+    // How many times reading has had to seek (for diagnostics and tests). Opening positions
+    // the file near its end, so the first read from the start counts one.
+    quint64 seekCount() const;
 
 private:
     struct Impl;

@@ -8,6 +8,8 @@
 #include <taglib/apetag.h>
 #include <taglib/attachedpictureframe.h>
 #include <taglib/flacfile.h>
+#include <taglib/flacpicture.h>
+#include <taglib/mp4coverart.h>
 #include <taglib/id3v2header.h>
 #include <taglib/id3v2tag.h>
 #include <taglib/infotag.h>
@@ -223,6 +225,132 @@ long trailingAPEFooter(TagLib::File *file)
             return footer;
     }
     return -1;
+}
+
+enum class ImageType { JPEG, PNG, GIF, BMP };
+
+ImageType imageType(const QByteArray &data)
+{
+    if (data.startsWith("\x89PNG"))
+        return ImageType::PNG;
+    if (data.startsWith("GIF8"))
+        return ImageType::GIF;
+    if (data.startsWith("BM"))
+        return ImageType::BMP;
+    return ImageType::JPEG;
+}
+
+TagLib::String mimeType(const QByteArray &data)
+{
+    switch (imageType(data)) {
+    case ImageType::PNG: return "image/png";
+    case ImageType::GIF: return "image/gif";
+    case ImageType::BMP: return "image/bmp";
+    case ImageType::JPEG: break;
+    }
+    return "image/jpeg";
+}
+
+TagLib::ByteVector toByteVector(const QByteArray &data)
+{
+    return TagLib::ByteVector(data.constData(), static_cast<unsigned>(data.size()));
+}
+
+void setID3v2Picture(TagLib::ID3v2::Tag *tag, const QByteArray &data)
+{
+    if (!tag)
+        return;
+    tag->removeFrames("APIC");
+    if (data.isEmpty())
+        return;
+    auto *frame = new TagLib::ID3v2::AttachedPictureFrame; // owned by the tag
+    frame->setMimeType(mimeType(data));
+    frame->setType(TagLib::ID3v2::AttachedPictureFrame::FrontCover);
+    frame->setPicture(toByteVector(data));
+    tag->addFrame(frame);
+}
+
+TagLib::FLAC::Picture *flacPicture(const QByteArray &data)
+{
+    auto *picture = new TagLib::FLAC::Picture; // owned by whoever it is added to
+    picture->setType(TagLib::FLAC::Picture::FrontCover);
+    picture->setMimeType(mimeType(data));
+    picture->setData(toByteVector(data));
+    return picture;
+}
+
+void setXiphPicture(TagLib::Ogg::XiphComment *comment, const QByteArray &data)
+{
+    if (!comment)
+        return;
+    comment->removeAllPictures();
+    if (!data.isEmpty())
+        comment->addPicture(flacPicture(data));
+}
+
+void setAPEPicture(TagLib::APE::Tag *tag, const QByteArray &data)
+{
+    if (!tag)
+        return;
+    tag->removeItem("COVER ART (FRONT)");
+    if (data.isEmpty())
+        return;
+    // A file name, a zero byte, then the picture.
+    const char *name = imageType(data) == ImageType::PNG ? "cover.png" : "cover.jpg";
+    TagLib::ByteVector value(name);
+    value.append('\0');
+    value.append(toByteVector(data));
+    tag->setItem("Cover Art (Front)", TagLib::APE::Item("Cover Art (Front)", value, true));
+}
+
+void setMP4Picture(TagLib::MP4::Tag *tag, const QByteArray &data)
+{
+    if (!tag)
+        return;
+    tag->removeItem("covr");
+    if (data.isEmpty())
+        return;
+    TagLib::MP4::CoverArt::Format format = TagLib::MP4::CoverArt::JPEG;
+    switch (imageType(data)) {
+    case ImageType::PNG: format = TagLib::MP4::CoverArt::PNG; break;
+    case ImageType::GIF: format = TagLib::MP4::CoverArt::GIF; break;
+    case ImageType::BMP: format = TagLib::MP4::CoverArt::BMP; break;
+    case ImageType::JPEG: break;
+    }
+    TagLib::MP4::CoverArtList covers;
+    covers.append(TagLib::MP4::CoverArt(format, toByteVector(data)));
+    tag->setItem("covr", covers);
+}
+
+// Puts `data` in the place metadata() reads pictures from for the file's kind.
+void setPicture(TagLib::File *f, VEKTagFile::Kind kind, const QByteArray &data)
+{
+    using K = VEKTagFile::Kind;
+    switch (kind) {
+    case K::MPEG: setID3v2Picture(static_cast<TagLib::MPEG::File *>(f)->ID3v2Tag(true), data); break;
+    case K::FLAC: {
+        auto *flac = static_cast<TagLib::FLAC::File *>(f);
+        flac->removePictures();
+        if (flac->hasXiphComment())
+            flac->xiphComment()->removeAllPictures();
+        if (!data.isEmpty())
+            flac->addPicture(flacPicture(data));
+        break;
+    }
+    case K::MP4: setMP4Picture(static_cast<TagLib::MP4::File *>(f)->tag(), data); break;
+    case K::OggVorbis:
+    case K::OggFLAC:
+    case K::OggOpus:
+    case K::OggSpeex: setXiphPicture(dynamic_cast<TagLib::Ogg::XiphComment *>(f->tag()), data); break;
+    case K::WAV: setID3v2Picture(static_cast<TagLib::RIFF::WAV::File *>(f)->ID3v2Tag(), data); break;
+    case K::AIFF: setID3v2Picture(static_cast<TagLib::RIFF::AIFF::File *>(f)->tag(), data); break;
+    case K::TrueAudio: setID3v2Picture(static_cast<TagLib::TrueAudio::File *>(f)->ID3v2Tag(true), data); break;
+    case K::APE: setAPEPicture(static_cast<TagLib::APE::File *>(f)->APETag(true), data); break;
+    case K::WavPack: setAPEPicture(static_cast<TagLib::WavPack::File *>(f)->APETag(true), data); break;
+    case K::Musepack: setAPEPicture(static_cast<TagLib::MPC::File *>(f)->APETag(true), data); break;
+    case K::Unknown:
+    case K::CAF: break;
+    }
 }
 
 } // namespace
@@ -485,7 +613,7 @@ QVariantMap VEKTagFile::metadata() const
     return result;
 }
 
-bool VEKTagFile::write(const QMap<QString, QString> &changes)
+bool VEKTagFile::write(const QMap<QString, QString> &changes, const std::optional<QByteArray> &picture)
 {
     if (!m_file || m_stream->readOnly())
         return false;
@@ -514,6 +642,8 @@ bool VEKTagFile::write(const QMap<QString, QString> &changes)
     case Kind::WAV: {
         auto *wav = static_cast<TagLib::RIFF::WAV::File *>(m_file.get());
         wav->ID3v2Tag()->setProperties(map);
+        if (picture)
+            setPicture(wav, m_kind, *picture);
         // Keep the INFO list in step, so programs that read only INFO see the same values.
         auto *info = wav->InfoTag();
         for (const auto &field : kInfoFields) {
@@ -530,6 +660,8 @@ bool VEKTagFile::write(const QMap<QString, QString> &changes)
     case Kind::MPEG: {
         auto *mpeg = static_cast<TagLib::MPEG::File *>(m_file.get());
         mpeg->setProperties(map);
+        if (picture)
+            setPicture(mpeg, m_kind, *picture);
         // Keep the ID3v2 version the file had and add no tag types it did not have.
         int tags = TagLib::MPEG::File::ID3v2;
         if (mpeg->hasID3v1Tag())
@@ -542,6 +674,8 @@ bool VEKTagFile::write(const QMap<QString, QString> &changes)
     }
     case Kind::TrueAudio: {
         m_file->setProperties(map);
+        if (picture)
+            setPicture(m_file.get(), m_kind, *picture);
         if (!m_file->save())
             return false;
         // Keep a trailing APE tag in step, or programs that prefer it show the old values.
@@ -559,6 +693,8 @@ bool VEKTagFile::write(const QMap<QString, QString> &changes)
     }
     default:
         m_file->setProperties(map);
+        if (picture)
+            setPicture(m_file.get(), m_kind, *picture);
         return m_file->save();
     }
 }

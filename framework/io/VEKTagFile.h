@@ -6,6 +6,7 @@
 #include <QVariantMap>
 
 #include <memory>
+#include <optional>
 
 namespace TagLib {
 class File;
@@ -55,8 +56,10 @@ public:
     QVariantMap metadata() const;
 
     // Applies `changes` (key to new text; an empty text removes the tag) and saves.
-    // Combined numbers and totals are kept in the form the tag type expects.
-    bool write(const QMap<QString, QString> &changes);
+    // Combined numbers and totals are kept in the form the tag type expects. With `picture`,
+    // the embedded pictures are replaced by that one (as the front cover); an empty picture
+    // removes them.
+    bool write(const QMap<QString, QString> &changes, const std::optional<QByteArray> &picture = std::nullopt);
 
     // The number of valid frames iTunes records in an MP4 file ("iTunSMPB"); 0 without one.
     quint64 iTunesValidFrames() const;

@@ -196,3 +196,40 @@ TEST(ModifierErrors, MissingOrBrokenFileDoesNotOpen)
     EXPECT_FALSE(modifier.initWithURL(broken, &error));
     EXPECT_FALSE(error.isNull());
 }
+
+TEST(ModifierPicture, ReplacedAndRemovedInEachFormat)
+{
+    const QString jpeg = TestEnvironment::makeTempDir("jpeg") + "/front.jpg";
+    QByteArray out;
+    ASSERT_EQ(TestEnvironment::run("ffmpeg", {"-y", "-v", "error", "-f", "lavfi", "-i", "color=green:s=24x24",
+                                              "-frames:v", "1", jpeg}, &out), 0) << out.constData();
+    QFile f(jpeg);
+    ASSERT_TRUE(f.open(QIODevice::ReadOnly));
+    const QByteArray picture = f.readAll();
+    ASSERT_TRUE(picture.startsWith("\xff\xd8"));
+
+    for (const char *name : kWritable) {
+        SCOPED_TRACE(name);
+        const QString path = IOFixtures::copy(name);
+        auto modifier = VEKAudioFileModifier::open(path);
+        ASSERT_NE(modifier, nullptr);
+        modifier->setImageData(picture);
+        ASSERT_TRUE(modifier->commit());
+        QVariantMap md = metadataOf(path);
+        EXPECT_EQ(md.value("imageData").toByteArray(), picture);
+        EXPECT_EQ(md.value("artist").toString(), "The Artist");
+        // Other programs find it as the file's picture.
+        QByteArray probe;
+        ASSERT_EQ(TestEnvironment::run("ffprobe", {"-v", "error", "-show_entries", "stream=codec_name:stream_disposition=attached_pic",
+                                                   "-of", "csv=p=0", path}, &probe), 0);
+        EXPECT_TRUE(probe.contains("mjpeg,1")) << probe.constData();
+
+        auto again = VEKAudioFileModifier::open(path);
+        ASSERT_NE(again, nullptr);
+        again->setImageData({});
+        ASSERT_TRUE(again->commit());
+        md = metadataOf(path);
+        EXPECT_FALSE(md.contains("imageData"));
+        EXPECT_EQ(md.value("album").toString(), "The Album");
+    }
+}

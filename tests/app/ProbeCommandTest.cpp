@@ -1,0 +1,129 @@
+// quivera-cli probe, run as a user would: what it reports of real files, and that it leaves the
+// library alone.
+
+#include "CliHarness.h"
+#include "support/TestEnvironment.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <gtest/gtest.h>
+
+namespace {
+
+class ProbeCommandTest : public ::testing::Test {
+protected:
+    CliHarness cli;
+    QString dir = TestEnvironment::makeTempDir("probe");
+
+    // 24-bit mono FLAC at 48 kHz, tagged, with a picture.
+    QString flac()
+    {
+        const QString src = TestEnvironment::makeSine(dir + "/src24.wav", 0.5, 48000, 1, {"-b", "24"});
+        const QString cover = dir + "/cover.png";
+        QByteArray out;
+        EXPECT_EQ(TestEnvironment::run("ffmpeg", {"-y", "-v", "error", "-f", "lavfi", "-i", "color=blue:s=8x8",
+                                                  "-frames:v", "1", cover}, &out), 0) << out.constData();
+        return TestEnvironment::ffmpeg(src, dir + "/tagged.flac",
+                                       {"-i", cover, "-map", "0", "-map", "1", "-c:v", "copy", "-disposition:v",
+                                        "attached_pic", "-metadata", "title=Probe Me", "-metadata", "artist=Someone",
+                                        "-metadata", "track=4/9"});
+    }
+    // 16-bit stereo at 44.1 kHz, 33333 frames, as WAVE and as MP3.
+    QString source()
+    {
+        QByteArray out;
+        EXPECT_EQ(TestEnvironment::run("sox", {"-r", "44100", "-c", "2", "-n", "-b", "16", dir + "/src16.wav",
+                                               "synth", "33333s", "sine", "440"}, &out), 0) << out.constData();
+        return dir + "/src16.wav";
+    }
+};
+
+QJsonObject byName(const QJsonArray &array, const QString &name)
+{
+    for (const auto &v : array)
+        if (v.toObject().value("path").toString().endsWith("/" + name))
+            return v.toObject();
+    return {};
+}
+
+} // namespace
+
+TEST_F(ProbeCommandTest, JsonGivesTheReadersFacts)
+{
+    const QString tagged = flac();
+    const QString wave = source();
+    const QString mp3 = TestEnvironment::ffmpeg(wave, dir + "/lame.mp3", {"-c:a", "libmp3lame", "-b:a", "128k"});
+    const QJsonArray array = cli.json({"probe", tagged, wave, mp3, "--json"});
+    ASSERT_EQ(array.size(), 3);
+
+    const QJsonObject f = byName(array, "tagged.flac");
+    EXPECT_EQ(f.value("path").toString(), tagged);
+    EXPECT_EQ(f.value("format").toString(), "FLAC Audio File");
+    EXPECT_EQ(f.value("sampleRate").toDouble(), 48000.0);
+    EXPECT_EQ(f.value("numberOfChannels").toInteger(), 1);
+    EXPECT_EQ(f.value("frames").toInteger(), 24000);
+    EXPECT_DOUBLE_EQ(f.value("length").toDouble(), 0.5);
+    EXPECT_EQ(f.value("fileSize").toInteger(), QFileInfo(tagged).size());
+    EXPECT_GT(f.value("bitrate").toInteger(), 0);
+    EXPECT_EQ(f.value("bitDepth").toInteger(), 24);
+    const QJsonObject md = f.value("metadata").toObject();
+    EXPECT_EQ(md.value("title").toString(), "Probe Me");
+    EXPECT_EQ(md.value("artist").toString(), "Someone");
+    EXPECT_FALSE(md.contains("imageData")); // the picture stays out of the JSON
+
+    const QJsonObject w = byName(array, "src16.wav");
+    EXPECT_EQ(w.value("format").toString(), "WAVE File");
+    EXPECT_EQ(w.value("frames").toInteger(), 33333);
+    EXPECT_EQ(w.value("bitDepth").toInteger(), 16);
+    EXPECT_EQ(w.value("bitrate").toInteger(), 44100 * 2 * 16);
+    EXPECT_TRUE(w.value("metadata").toObject().isEmpty());
+
+    const QJsonObject m = byName(array, "lame.mp3");
+    EXPECT_EQ(m.value("format").toString(), "MP3 Audio File");
+    EXPECT_EQ(m.value("frames").toInteger(), 33333); // without the encoder's delay and padding
+    EXPECT_EQ(m.value("bitDepth").toInteger(), 0);
+    EXPECT_EQ(m.value("bitrate").toInteger(), 128000);
+
+    // Probing needs no library and makes none.
+    EXPECT_FALSE(QFile::exists(cli.libraryFile()));
+}
+
+TEST_F(ProbeCommandTest, UnreadableFileIsReportedAndTheOthersStillPrint)
+{
+    const QString wave = source();
+    const QString notes = dir + "/notes.mp3";
+    QFile f(notes);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    f.write(QByteArray("not audio at all\n").repeated(100));
+    f.close();
+    const QString missing = dir + "/missing.flac";
+
+    const CliHarness::Result r = cli.run({"probe", missing, wave, notes, "--json"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(r.err.contains("missing.flac")) << r.err.constData();
+    EXPECT_TRUE(r.err.contains("notes.mp3")) << r.err.constData();
+    const QJsonArray array = QJsonDocument::fromJson(r.out).array();
+    ASSERT_EQ(array.size(), 1);
+    EXPECT_EQ(array.at(0).toObject().value("path").toString(), wave);
+}
+
+TEST_F(ProbeCommandTest, TextOutputAndUsage)
+{
+    const QString tagged = flac();
+    const CliHarness::Result r = cli.run({"probe", tagged});
+    ASSERT_EQ(r.status, 0) << r.err.constData();
+    const QString text = QString::fromUtf8(r.out);
+    EXPECT_TRUE(text.startsWith(tagged + "\n")) << r.out.constData();
+    EXPECT_TRUE(text.contains(QRegularExpression("format +FLAC Audio File\n"))) << r.out.constData();
+    EXPECT_TRUE(text.contains(QRegularExpression("frames +24000\n"))) << r.out.constData();
+    EXPECT_TRUE(text.contains(QRegularExpression("title +Probe Me\n"))) << r.out.constData();
+    EXPECT_TRUE(text.contains(QRegularExpression("picture +\\d+ bytes\n"))) << r.out.constData();
+
+    const CliHarness::Result usage = cli.run({"probe"});
+    EXPECT_EQ(usage.status, 2);
+    EXPECT_TRUE(usage.err.contains("probe needs at least one file")) << usage.err.constData();
+    EXPECT_TRUE(usage.out.isEmpty());
+}

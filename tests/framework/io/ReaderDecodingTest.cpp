@@ -1,0 +1,323 @@
+// Sample decoding: what getAudio() delivers against FFmpeg's own decoding of the same file and
+// against the source the file was made from.
+
+#include "IOFixtures.h"
+#include "io/VEKAudioFileReader.h"
+#include "support/TestEnvironment.h"
+
+#include <QFile>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+using IOFixtures::kFrames;
+
+namespace {
+
+// Interleaved float samples.
+struct Pcm {
+    quint32 channels = 0;
+    std::vector<float> samples;
+    quint64 frames() const { return channels ? samples.size() / channels : 0; }
+    float at(quint64 frame, quint32 channel) const { return samples[frame * channels + channel]; }
+    void append(const VEKAudioBufferList &list)
+    {
+        for (quint32 f = 0; f < list.frames(); ++f)
+            for (quint32 c = 0; c < channels; ++c)
+                samples.push_back(list.channel(c)[f]);
+    }
+};
+
+Pcm ffmpegDecode(const QString &path, quint32 channels)
+{
+    const QString out = TestEnvironment::makeTempDir("f32") + "/audio.raw";
+    TestEnvironment::ffmpeg(path, out, {"-map", "0:a", "-f", "f32le", "-c:a", "pcm_f32le"});
+    QFile f(out);
+    EXPECT_TRUE(f.open(QIODevice::ReadOnly));
+    const QByteArray bytes = f.readAll();
+    Pcm pcm;
+    pcm.channels = channels;
+    pcm.samples.resize(size_t(bytes.size()) / sizeof(float));
+    memcpy(pcm.samples.data(), bytes.constData(), pcm.samples.size() * sizeof(float));
+    return pcm;
+}
+
+// The whole file block after block, as the decoder thread reads it.
+Pcm readAll(VEKAudioFileReader &reader, quint32 blockFrames = 4096)
+{
+    Pcm pcm;
+    pcm.channels = reader.numberOfChannels();
+    VEKAudioBufferList list(pcm.channels, blockFrames);
+    quint64 at = 0;
+    for (;;) {
+        VEKError error;
+        EXPECT_TRUE(reader.getAudio(list, at, &error)) << error.text().toStdString();
+        if (list.frames() == 0)
+            break;
+        pcm.append(list);
+        at += list.frames();
+    }
+    return pcm;
+}
+
+Pcm readAt(VEKAudioFileReader &reader, quint64 from, quint32 count)
+{
+    Pcm pcm;
+    pcm.channels = reader.numberOfChannels();
+    VEKAudioBufferList list(pcm.channels, count);
+    EXPECT_TRUE(reader.getAudio(list, from));
+    pcm.append(list);
+    return pcm;
+}
+
+float maxDifference(const Pcm &a, quint64 aFrom, const Pcm &b, quint64 bFrom, quint64 count)
+{
+    float m = 0;
+    for (quint64 i = 0; i < count; ++i)
+        for (quint32 c = 0; c < a.channels; ++c)
+            m = std::max(m, std::fabs(a.at(aFrom + i, c) - b.at(bFrom + i, c)));
+    return m;
+}
+
+// The shift of `decoded` against `source` that matches best, within ±range frames. A lossy
+// decode is never equal to its source, but it lines up with it.
+int bestAlignment(const Pcm &decoded, const Pcm &source, int range = 64)
+{
+    int best = 0;
+    double bestError = 1e300;
+    for (int shift = -range; shift <= range; ++shift) {
+        double e = 0;
+        for (quint64 i = 4096; i < 4096 + 8192; ++i) {
+            const double d = decoded.at(i, 0) - source.at(quint64(qint64(i) + shift), 0);
+            e += d * d;
+        }
+        if (e < bestError) {
+            bestError = e;
+            best = shift;
+        }
+    }
+    return best;
+}
+
+QString fixture(const char *name) { return IOFixtures::dir() + "/" + name; }
+
+const char *const kLossless[] = {"a16.aiff", "a24.aiff", "a16.wav", "a24.wav", "a.caf", "alac16.m4a",
+                                 "alac24.m4a", "a16.flac", "a24.flac", "a.tta", "a.wv"};
+const char *const kLossy[] = {"a.mp3", "aac.m4a", "a.ogg"};
+
+} // namespace
+
+TEST(ReaderDecoding, LosslessFilesDecodeExactlyAsFFmpegDoes)
+{
+    for (const char *name : kLossless) {
+        SCOPED_TRACE(name);
+        auto reader = VEKAudioFileReader::open(fixture(name));
+        ASSERT_NE(reader, nullptr);
+        const Pcm ours = readAll(*reader);
+        const Pcm theirs = ffmpegDecode(fixture(name), 2);
+        ASSERT_EQ(ours.frames(), kFrames);
+        ASSERT_EQ(theirs.frames(), kFrames);
+        EXPECT_EQ(ours.samples, theirs.samples);
+    }
+}
+
+TEST(ReaderDecoding, LossyFilesKeepTheSourceLengthAndLineUpWithIt)
+{
+    // FFmpeg's own decoding keeps AAC's end padding (33792 frames here) and, for Vorbis, times
+    // the first packet wrongly and cuts 128 frames too many at the end. Ours has exactly the
+    // source's frames, starting where the source starts, and is FFmpeg's decoding where both
+    // have audio.
+    const Pcm source = ffmpegDecode(IOFixtures::plainWave(), 2);
+    for (const char *name : kLossy) {
+        SCOPED_TRACE(name);
+        auto reader = VEKAudioFileReader::open(fixture(name));
+        ASSERT_NE(reader, nullptr);
+        const Pcm ours = readAll(*reader);
+        const Pcm theirs = ffmpegDecode(fixture(name), 2);
+        EXPECT_EQ(ours.frames(), kFrames);
+        EXPECT_EQ(bestAlignment(ours, source), 0);
+        const quint64 common = std::min(ours.frames(), theirs.frames());
+        EXPECT_GT(common, kFrames - 200);
+        EXPECT_EQ(maxDifference(ours, 0, theirs, 0, common), 0.0f);
+        // The last frames are the source's last frames, not silence made up to fill the length.
+        EXPECT_LT(maxDifference(ours, kFrames - 100, source, kFrames - 100, 100), 0.05f);
+        float loudest = 0;
+        for (quint64 f = kFrames - 100; f < kFrames; ++f)
+            loudest = std::max(loudest, std::fabs(ours.at(f, 0)));
+        EXPECT_GT(loudest, 0.2f);
+    }
+}
+
+TEST(ReaderDecoding, FramesAddUpWhateverTheBlockSize)
+{
+    for (const char *name : {"a16.flac", "a.mp3", "aac.m4a", "a.ogg", "a24.wav"}) {
+        SCOPED_TRACE(name);
+        auto reader = VEKAudioFileReader::open(fixture(name));
+        ASSERT_NE(reader, nullptr);
+        const Pcm reference = readAll(*reader, 4096);
+        for (quint32 block : {1u, 333u, 1024u, 100000u}) {
+            SCOPED_TRACE(block);
+            const Pcm pcm = readAll(*reader, block);
+            EXPECT_EQ(pcm.frames(), reader->frames());
+            EXPECT_EQ(pcm.samples, reference.samples);
+        }
+        // Past the end: nothing, and no error.
+        VEKAudioBufferList list(2, 64);
+        VEKError error;
+        EXPECT_TRUE(reader->getAudio(list, reader->frames(), &error));
+        EXPECT_EQ(list.frames(), 0u);
+        EXPECT_TRUE(reader->getAudio(list, reader->frames() + 12345, &error));
+        EXPECT_EQ(list.frames(), 0u);
+        EXPECT_TRUE(reader->getAudio(list, reader->frames() - 10, &error));
+        EXPECT_EQ(list.frames(), 10u);
+    }
+}
+
+TEST(ReaderDecoding, AnyOffsetGivesTheFramesOfASequentialRead)
+{
+    // Lossless, MP3 and Vorbis: the same samples exactly. AAC: the same place exactly; bands the
+    // encoder filled with noise come out of the decoder's noise generator, which a seek does
+    // not restart, so the samples differ, by less than the coding noise.
+    QStringList names;
+    for (const char *name : kLossless)
+        names << name;
+    for (const char *name : kLossy)
+        names << name;
+    for (const QString &name : names) {
+        SCOPED_TRACE(name.toStdString());
+        auto reader = VEKAudioFileReader::open(fixture(qPrintable(name)));
+        ASSERT_NE(reader, nullptr);
+        const Pcm whole = readAll(*reader);
+        // Well below what one frame of displacement makes of this sine (0.03).
+        const float tolerance = name == "aac.m4a" ? 0.01f : 0.0f;
+        std::mt19937 random(42);
+        // Short steps back and forth (within the preroll, around the seek threshold) and far
+        // jumps, the ends included.
+        std::vector<quint64> offsets{0, kFrames - 1, 1, kFrames / 2, kFrames / 2 - 3000, kFrames / 2 + 30000 / 2,
+                                     22000, 22100, 100, 33000, 5};
+        for (int i = 0; i < 40; ++i)
+            offsets.push_back(random() % kFrames);
+        for (quint64 at : offsets) {
+            SCOPED_TRACE(at);
+            const quint32 count = quint32(std::min<quint64>(777, kFrames - at));
+            const Pcm piece = readAt(*reader, at, 777);
+            ASSERT_EQ(piece.frames(), count);
+            EXPECT_LE(maxDifference(piece, 0, whole, at, count), tolerance);
+        }
+    }
+}
+
+TEST(ReaderDecoding, LongFilesSeekExactly)
+{
+    // Seeks that land in the middle of real files: FLAC frames, MP3 bit reservoir, Ogg pages of
+    // their own.
+    const QString dir = TestEnvironment::makeTempDir("long");
+    const QString src = TestEnvironment::makeSine(dir + "/src.wav", 20.0, 44100, 2, {"-b", "16"}, 1000);
+    TestEnvironment::ffmpeg(src, dir + "/l.flac", {});
+    TestEnvironment::ffmpeg(src, dir + "/l.mp3", {"-c:a", "libmp3lame", "-b:a", "64k"});
+    TestEnvironment::ffmpeg(src, dir + "/l.ogg", {"-c:a", "libvorbis"});
+    for (const char *name : {"l.flac", "l.mp3", "l.ogg"}) {
+        SCOPED_TRACE(name);
+        auto reader = VEKAudioFileReader::open(dir + "/" + name);
+        ASSERT_NE(reader, nullptr);
+        ASSERT_EQ(reader->frames(), 20u * 44100u);
+        const Pcm whole = readAll(*reader);
+        std::mt19937 random(9);
+        for (int i = 0; i < 30; ++i) {
+            const quint64 at = random() % (reader->frames() - 2000);
+            SCOPED_TRACE(at);
+            EXPECT_EQ(maxDifference(readAt(*reader, at, 2000), 0, whole, at, 2000), 0.0f);
+        }
+    }
+}
+
+TEST(ReaderDecoding, ReadingOnDoesNotSeek)
+{
+    for (const char *name : {"a16.flac", "a.mp3", "aac.m4a", "a.ogg"}) {
+        SCOPED_TRACE(name);
+        auto reader = VEKAudioFileReader::open(fixture(name));
+        ASSERT_NE(reader, nullptr);
+        readAll(*reader, 1000);
+        EXPECT_EQ(reader->seekCount(), 1u); // back to the start after opening
+        // A little further on is decoded to, not sought.
+        VEKAudioBufferList list(2, 500);
+        ASSERT_TRUE(reader->getAudio(list, 0));
+        const quint64 afterRewind = reader->seekCount();
+        ASSERT_TRUE(reader->getAudio(list, 500));
+        ASSERT_TRUE(reader->getAudio(list, 1500));
+        ASSERT_TRUE(reader->getAudio(list, 5000));
+        EXPECT_EQ(reader->seekCount(), afterRewind);
+    }
+}
+
+TEST(ReaderDecoding, ChannelsTheFileLacksAreSilence)
+{
+    const QString mono = TestEnvironment::makeSine(TestEnvironment::makeTempDir("mono") + "/mono.flac", 0.2, 44100, 1);
+    auto reader = VEKAudioFileReader::open(mono);
+    ASSERT_NE(reader, nullptr);
+    VEKAudioBufferList stereo(2, 1000);
+    std::fill(stereo.channel(1), stereo.channel(1) + 1000, 0.75f);
+    ASSERT_TRUE(reader->getAudio(stereo, 100));
+    ASSERT_EQ(stereo.frames(), 1000u);
+    EXPECT_GT(stereo.maximum(), 0.4f);
+    EXPECT_EQ(*std::max_element(stereo.channel(1), stereo.channel(1) + 1000), 0.0f);
+}
+
+TEST(ReaderDecoding, MemoryCopyReadsAfterTheFileIsGone)
+{
+    for (const char *name : {"a24.flac", "a.mp3", "alac16.m4a"}) {
+        SCOPED_TRACE(name);
+        const QString path = IOFixtures::copy(name);
+        auto reader = VEKAudioFileReader::open(path);
+        ASSERT_NE(reader, nullptr);
+        const Pcm whole = readAll(*reader);
+        // Halfway through when the copy is made: reading goes on from there.
+        const Pcm first = readAt(*reader, 0, 10000);
+        VEKError error;
+        ASSERT_TRUE(reader->loadIntoMemory(&error)) << error.text().toStdString();
+        ASSERT_TRUE(QFile::remove(path));
+        const quint64 seeks = reader->seekCount();
+        const Pcm rest = readAt(*reader, 10000, quint32(kFrames));
+        EXPECT_EQ(reader->seekCount(), seeks);
+        ASSERT_EQ(first.frames() + rest.frames(), kFrames);
+        EXPECT_EQ(maxDifference(rest, 0, whole, 10000, rest.frames()), 0.0f);
+        EXPECT_EQ(readAll(*reader).samples, whole.samples);
+        EXPECT_TRUE(reader->loadIntoMemory(&error)); // once is enough
+    }
+}
+
+TEST(ReaderDecoding, CutShortLossyFileStillGivesItsLength)
+{
+    // An MP3 keeps its length in its first frame, so a copy cut short opens with the full
+    // length; the missing end plays as silence instead of ending early.
+    const QByteArray whole = [] {
+        QFile f(fixture("a.mp3"));
+        EXPECT_TRUE(f.open(QIODevice::ReadOnly));
+        return f.readAll();
+    }();
+    const QString path = TestEnvironment::makeTempDir("cut") + "/cut.mp3";
+    QFile out(path);
+    ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+    out.write(whole.left(whole.size() / 2));
+    out.close();
+    auto reader = VEKAudioFileReader::open(path);
+    ASSERT_NE(reader, nullptr);
+    ASSERT_EQ(reader->frames(), kFrames);
+    const Pcm pcm = readAll(*reader);
+    EXPECT_EQ(pcm.frames(), kFrames);
+    EXPECT_GT(std::fabs(pcm.at(1000, 0)) + std::fabs(pcm.at(1010, 0)), 0.01f);
+    EXPECT_EQ(pcm.at(kFrames - 1, 0), 0.0f);
+}
+
+TEST(ReaderDecoding, UnopenedReaderRefusesToRead)
+{
+    VEKAudioFileReader reader;
+    EXPECT_FALSE(reader.initWithURL(TestEnvironment::makeTempDir("none") + "/missing.wav"));
+    VEKAudioBufferList list(2, 16);
+    VEKError error;
+    EXPECT_FALSE(reader.getAudio(list, 0, &error));
+    EXPECT_FALSE(error.isNull());
+    EXPECT_EQ(list.frames(), 0u);
+    EXPECT_FALSE(reader.loadIntoMemory(&error));
+}
