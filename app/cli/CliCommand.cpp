@@ -6,6 +6,7 @@ const QList<CliCommand> &cliCommands()
         songsCommand(),  playlistsCommand(), playlistCommand(), removeCommand(),
         tagCommand(),    rescanCommand(),    settingsCommand(),
         probeCommand(),
+        devicesCommand(),
     };
     return commands;
 }

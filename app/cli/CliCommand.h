@@ -35,3 +35,4 @@ CliCommand tagCommand();
 CliCommand rescanCommand();
 CliCommand settingsCommand();
 CliCommand probeCommand();
+CliCommand devicesCommand();

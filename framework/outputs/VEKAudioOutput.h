@@ -31,21 +31,31 @@ public:
 
     virtual ~VEKAudioOutput() = default;
 
-    // Opens the device for `requested`. The device may settle on another format (a rate it
-    // offers, the highest integer depth it takes); format() tells what it settled on. False with
-    // `error` when the device cannot be opened at all.
+    // Opens the device for `requested`. A sampleRate of 0 asks for the device's current rate.
+    // The device may settle on another format; format() tells what it settled on:
+    //  - ALSA: the requested rate if the device offers it, else the nearest it offers (never
+    //    resampled by ALSA); the highest integer depth the device takes (32 > 24 > 16), or float
+    //    when `isFloat` is asked and offered; the requested channel count or the nearest.
+    //  - null: exactly what was asked (integer depths rounded up to 16, 24 or 32).
+    //  - capture: the same, unless the device's UID fixes the depth.
+    // Reopening an open output closes it first. False with `error` when the device cannot be
+    // opened at all or takes no sample format we can write.
     virtual bool open(const VEKAudioFormat &requested, quint32 framesPerBuffer, VEKError *error) = 0;
     virtual VEKAudioFormat format() const = 0;
     virtual quint32 framesPerBuffer() const = 0;
 
-    // Starts the render thread. Returns at once.
+    // Starts the render thread. Returns at once. False if the output is not open.
     virtual bool start(RenderCallback callback, VEKError *error) = 0;
-    // Stops the render thread and waits for it; harmless when stopped.
+    // Stops the render thread and waits for it; harmless when stopped. After stop() returns the
+    // callback is not called again. The output stays open and can start again.
     virtual void stop() = 0;
+    // True from start() to stop(); false once the render thread gave up because the device
+    // failed for good (unplugged), which a devices-changed notification follows.
     virtual bool isRunning() const = 0;
-    // Releases the device; harmless when closed.
+    // Releases the device (stopping first); harmless when closed.
     virtual void close() = 0;
 
-    // Frames written to the device since start(), for position reporting. Any thread.
+    // Frames the device has consumed since start(): written, minus what still waits in the
+    // device's buffer where the device can tell. For position reporting. Any thread.
     virtual quint64 framesPlayed() const = 0;
 };

@@ -1,0 +1,160 @@
+#include "VEKNetworkPipe.h"
+
+#include "VEKKeyedArchive.h"
+#include "core/VEKLog.h"
+
+#include <QPointer>
+#include <QTcpSocket>
+#include <QThread>
+
+#include <algorithm>
+
+namespace {
+
+// Qt's own buffer in front of ours: the socket stops reading from the kernel when it is full,
+// so a flood waits in TCP's window instead of our memory.
+constexpr qint64 socketBufferSize = 256 * 1024;
+constexpr qint64 readChunk = 64 * 1024;
+
+} // namespace
+
+VEKNetworkPipe::VEKNetworkPipe(QTcpSocket *socket, QObject *parent)
+    : QObject(parent), m_socket(socket)
+{
+    m_socket->setParent(this);
+    m_socket->setReadBufferSize(socketBufferSize);
+    // Replies are small and a client waits for each: do not let Nagle hold them back.
+    m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    m_socket->setSocketOption(QAbstractSocket::KeepAliveOption, 1);
+    m_peer = m_socket->peerAddress().toString();
+    connect(m_socket, &QTcpSocket::connected, this,
+            [this] { m_peer = m_socket->peerAddress().toString(); });
+    connect(m_socket, &QTcpSocket::readyRead, this, &VEKNetworkPipe::readFrames);
+    connect(m_socket, &QTcpSocket::disconnected, this, &VEKNetworkPipe::connectionEnded);
+    connect(m_socket, &QTcpSocket::errorOccurred, this, &VEKNetworkPipe::connectionEnded);
+    if (m_socket->state() == QAbstractSocket::UnconnectedState) {
+        m_open = false;
+    } else if (m_socket->bytesAvailable() > 0) {
+        // Bytes that came before we were listening would otherwise wait for the next ones.
+        QMetaObject::invokeMethod(this, &VEKNetworkPipe::readFrames, Qt::QueuedConnection);
+    }
+}
+
+VEKNetworkPipe::~VEKNetworkPipe()
+{
+    m_open = false;
+    // Before QObject's destructor deletes the socket: it would signal us while we are half gone.
+    m_socket->disconnect(this);
+    m_socket->abort();
+    delete m_socket;
+}
+
+bool VEKNetworkPipe::send(const QVariant &message)
+{
+    if (!isOpen())
+        return false;
+    if (message.typeId() != QMetaType::QVariantMap && message.typeId() != QMetaType::QVariantHash) {
+        VEKLog(QStringLiteral("Message not sent: it is not a dictionary"));
+        return false;
+    }
+    VEKError error;
+    const QByteArray archive = VEKKeyedArchive::archivedData(message, &error);
+    if (archive.isEmpty()) {
+        VEKLog(QStringLiteral("Message not sent: ") + error.text());
+        return false;
+    }
+    if (archive.size() > maxMessageSize) {
+        VEKLog(QStringLiteral("Message not sent: %1 bytes is more than a frame holds")
+                   .arg(archive.size()));
+        return false;
+    }
+    const quint32 length = quint32(archive.size());
+    QByteArray frame;
+    frame.reserve(4 + archive.size());
+    frame.append(char(length >> 24)).append(char(length >> 16)).append(char(length >> 8))
+        .append(char(length));
+    frame.append(archive);
+    if (QThread::currentThread() == thread())
+        writeFrame(frame);
+    else
+        QMetaObject::invokeMethod(this, [this, frame] { writeFrame(frame); },
+                                  Qt::QueuedConnection);
+    return true;
+}
+
+void VEKNetworkPipe::writeFrame(const QByteArray &frame)
+{
+    if (!isOpen())
+        return;
+    m_socket->write(frame);
+}
+
+void VEKNetworkPipe::close()
+{
+    if (!m_open.exchange(false))
+        return;
+    m_socket->disconnectFromHost();
+}
+
+QHostAddress VEKNetworkPipe::peerAddress() const { return m_socket->peerAddress(); }
+
+void VEKNetworkPipe::readFrames()
+{
+    const QPointer<VEKNetworkPipe> alive(this);
+    QByteArray chunk;
+    while (isOpen() && m_socket->bytesAvailable() > 0) {
+        // Never more than the current frame still wants, so a chunk is always taken whole.
+        const qint64 want = std::min<qint64>({qint64(m_reader.wanted()), readChunk,
+                                              m_socket->bytesAvailable()});
+        chunk.resize(qsizetype(want));
+        const qint64 got = m_socket->read(chunk.data(), want);
+        if (got <= 0)
+            break;
+        m_reader.feed(chunk.constData(), qsizetype(got));
+        if (m_reader.failed()) {
+            breakConnection(m_reader.error());
+            return;
+        }
+        if (!m_reader.hasFrame())
+            continue;
+        VEKError error;
+        const QVariant message = VEKKeyedArchive::unarchive(m_reader.takeFrame(), &error);
+        if (!message.isValid()) {
+            breakConnection(error.failureReason());
+            return;
+        }
+        if (message.typeId() != QMetaType::QVariantMap) {
+            breakConnection(QStringLiteral("the message is not a dictionary"));
+            return;
+        }
+        emit received(message);
+        if (!alive)
+            return;
+    }
+}
+
+void VEKNetworkPipe::breakConnection(const QString &reason)
+{
+    if (!m_open.exchange(false))
+        return;
+    VEKLog(QStringLiteral("Remote connection from %1 dropped: %2").arg(m_peer, reason));
+    m_socket->abort();
+    const QPointer<VEKNetworkPipe> alive(this);
+    emit protocolError(reason);
+    if (alive)
+        emit closed();
+}
+
+void VEKNetworkPipe::connectionEnded()
+{
+    if (!isOpen())
+        return;
+    // What arrived just before the end is still a message.
+    const QPointer<VEKNetworkPipe> alive(this);
+    readFrames();
+    if (!alive || !m_open.exchange(false))
+        return;
+    if (!m_reader.atBoundary())
+        VEKLog(QStringLiteral("Remote connection from %1 ended inside a message").arg(m_peer));
+    emit closed();
+}

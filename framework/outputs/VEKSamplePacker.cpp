@@ -1,0 +1,118 @@
+#include "VEKSamplePacker.h"
+
+#include <cmath>
+#include <cstring>
+
+static_assert(Q_BYTE_ORDER == Q_LITTLE_ENDIAN, "the packer writes the host's words as _LE formats");
+
+namespace {
+
+// Scaling by a power of two is exact in float, so grid values come out as whole numbers and
+// lrintf keeps them; the comparisons are made before the conversion so nothing overflows.
+template <int Bits>
+inline qint32 quantize(float sample)
+{
+    constexpr float scale = float(qint64(1) << (Bits - 1));
+    constexpr qint32 hi = qint32((qint64(1) << (Bits - 1)) - 1);
+    constexpr qint32 lo = qint32(-(qint64(1) << (Bits - 1)));
+    const float v = sample * scale;
+    if (v >= float(hi))
+        return hi;
+    if (v <= -scale)
+        return lo;
+    if (v != v)
+        return 0;
+    return qint32(std::lrintf(v));
+}
+
+template <typename Word, typename Convert>
+void interleave(const VEKAudioBufferList &list, void *out, Convert convert)
+{
+    const quint32 channels = list.numberOfChannels();
+    const quint32 frames = list.frames();
+    Word *dst = static_cast<Word *>(out);
+    for (quint32 c = 0; c < channels; ++c) {
+        const float *src = list.channel(c);
+        Word *d = dst + c;
+        for (quint32 f = 0; f < frames; ++f, d += channels)
+            *d = Word(convert(src[f]));
+    }
+}
+
+} // namespace
+
+VEKSamplePacker::VEKSamplePacker(VEKSampleEncoding encoding) : m_encoding(encoding) {}
+
+VEKSampleEncoding VEKSamplePacker::encodingFor(const VEKAudioFormat &format)
+{
+    if (format.isFloat)
+        return VEKSampleEncoding::Float32;
+    if (format.bitDepth <= 16)
+        return VEKSampleEncoding::Int16;
+    if (format.bitDepth <= 24)
+        return VEKSampleEncoding::Int24Packed;
+    return VEKSampleEncoding::Int32;
+}
+
+quint32 VEKSamplePacker::bytesPerSample() const
+{
+    switch (m_encoding) {
+    case VEKSampleEncoding::Int16:
+        return 2;
+    case VEKSampleEncoding::Int24Packed:
+        return 3;
+    default:
+        return 4;
+    }
+}
+
+quint32 VEKSamplePacker::bitDepth() const
+{
+    switch (m_encoding) {
+    case VEKSampleEncoding::Int16:
+        return 16;
+    case VEKSampleEncoding::Int24Packed:
+    case VEKSampleEncoding::Int24In32:
+        return 24;
+    default:
+        return 32;
+    }
+}
+
+qint32 VEKSamplePacker::toInt16(float sample) { return quantize<16>(sample); }
+qint32 VEKSamplePacker::toInt24(float sample) { return quantize<24>(sample); }
+qint32 VEKSamplePacker::toInt32(float sample) { return quantize<32>(sample); }
+
+void VEKSamplePacker::pack(const VEKAudioBufferList &list, void *out) const
+{
+    switch (m_encoding) {
+    case VEKSampleEncoding::Int16:
+        interleave<qint16>(list, out, quantize<16>);
+        break;
+    case VEKSampleEncoding::Int24In32:
+        interleave<qint32>(list, out, quantize<24>);
+        break;
+    case VEKSampleEncoding::Int32:
+        interleave<qint32>(list, out, quantize<32>);
+        break;
+    case VEKSampleEncoding::Float32:
+        interleave<float>(list, out, [](float s) { return s; });
+        break;
+    case VEKSampleEncoding::Int24Packed: {
+        const quint32 channels = list.numberOfChannels();
+        const quint32 frames = list.frames();
+        quint8 *dst = static_cast<quint8 *>(out);
+        for (quint32 c = 0; c < channels; ++c) {
+            const float *src = list.channel(c);
+            quint8 *d = dst + 3 * c;
+            for (quint32 f = 0; f < frames; ++f, d += 3 * channels) {
+                const quint32 w = quint32(quantize<24>(src[f]));
+                d[0] = quint8(w);
+                d[1] = quint8(w >> 8);
+                d[2] = quint8(w >> 16);
+            }
+        }
+        break;
+    }
+    }
+}

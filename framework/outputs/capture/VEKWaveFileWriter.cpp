@@ -1,0 +1,202 @@
+#include "VEKWaveFileWriter.h"
+
+#include "core/VEKLocalizedString.h"
+
+#include <QFile>
+#include <QtEndian>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+const QString kDomain = QStringLiteral("VEKAudioDevice");
+constexpr size_t kBufferBytes = 256 * 1024;
+
+void put16(QByteArray &b, quint16 v)
+{
+    char d[2];
+    qToLittleEndian(v, d);
+    b.append(d, 2);
+}
+
+void put32(QByteArray &b, quint32 v)
+{
+    char d[4];
+    qToLittleEndian(v, d);
+    b.append(d, 4);
+}
+
+quint32 channelMask(quint32 channels)
+{
+    switch (channels) {
+    case 1:
+        return 0x4; // front centre
+    case 2:
+        return 0x3;
+    case 4:
+        return 0x33;
+    case 6:
+        return 0x3F;
+    case 8:
+        return 0x63F;
+    default:
+        return 0; // no speaker positions claimed
+    }
+}
+
+// The fact chunk (frames per channel) that readers expect beside the extensible header is at
+// `*factOffset`, or 0 when there is none.
+QByteArray header(const VEKAudioFormat &format, quint32 *factOffset)
+{
+    const quint32 bits = format.isFloat ? 32 : format.bitDepth;
+    const quint32 container = bits; // 24-bit samples are packed in three bytes
+    const quint16 blockAlign = quint16(format.numberOfChannels * container / 8);
+    const bool extensible = format.isFloat || bits > 16 || format.numberOfChannels > 2;
+    QByteArray b;
+    b.append("RIFF", 4);
+    put32(b, 0); // sizes come with finish()
+    b.append("WAVE", 4);
+    b.append("fmt ", 4);
+    put32(b, extensible ? 40 : 16);
+    put16(b, extensible ? 0xFFFE : 1);
+    put16(b, quint16(format.numberOfChannels));
+    put32(b, quint32(format.sampleRate));
+    put32(b, quint32(format.sampleRate) * blockAlign);
+    put16(b, blockAlign);
+    put16(b, quint16(container));
+    if (extensible) {
+        put16(b, 22);
+        put16(b, quint16(bits));
+        put32(b, channelMask(format.numberOfChannels));
+        // KSDATAFORMAT_SUBTYPE_PCM or _IEEE_FLOAT: the format tag, then a fixed tail.
+        put32(b, format.isFloat ? 3 : 1);
+        static const unsigned char tail[12] = {0x00, 0x00, 0x10, 0x00, 0x80, 0x00,
+                                               0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
+        b.append(reinterpret_cast<const char *>(tail), 12);
+        b.append("fact", 4);
+        put32(b, 4);
+        *factOffset = quint32(b.size());
+        put32(b, 0);
+    } else {
+        *factOffset = 0;
+    }
+    b.append("data", 4);
+    put32(b, 0);
+    return b;
+}
+
+quint32 clamp32(quint64 v) { return v > 0xFFFFFFFFull ? 0xFFFFFFFFu : quint32(v); }
+
+} // namespace
+
+bool VEKWaveFileWriter::open(const QString &path, const VEKAudioFormat &format, VEKError *error)
+{
+    close();
+    quint32 factOffset = 0;
+    const QByteArray h = header(format, &factOffset);
+    const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0 || ::pwrite(fd, h.constData(), size_t(h.size()), 0) != h.size()) {
+        const int e = errno;
+        if (fd >= 0)
+            ::close(fd);
+        VEKError::set(error, VEKError(kDomain, -e, VEKLocalizedString("Error_captureFile"),
+                                      QStringLiteral("%1: %2").arg(path, QString::fromLocal8Bit(std::strerror(e)))));
+        return false;
+    }
+    m_path = path;
+    m_fd = fd;
+    m_headerBytes = quint32(h.size());
+    m_factOffset = factOffset;
+    m_blockAlign = format.numberOfChannels * (format.isFloat ? 32 : format.bitDepth) / 8;
+    m_dataBytes = 0;
+    m_buffer.assign(kBufferBytes, 0);
+    m_buffered = 0;
+    m_errno.store(0);
+    return true;
+}
+
+void VEKWaveFileWriter::writeAt(quint64 offset, const void *bytes, size_t size)
+{
+    const char *p = static_cast<const char *>(bytes);
+    while (size > 0) {
+        const ssize_t n = ::pwrite(m_fd, p, size, off_t(offset));
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            int expected = 0;
+            m_errno.compare_exchange_strong(expected, errno);
+            return;
+        }
+        p += n;
+        size -= size_t(n);
+        offset += quint64(n);
+    }
+}
+
+void VEKWaveFileWriter::flush()
+{
+    if (m_buffered == 0)
+        return;
+    writeAt(m_headerBytes + m_dataBytes, m_buffer.data(), m_buffered);
+    m_dataBytes += m_buffered;
+    m_buffered = 0;
+}
+
+void VEKWaveFileWriter::append(const void *bytes, size_t size)
+{
+    if (m_fd < 0)
+        return;
+    if (m_buffered + size > m_buffer.size()) {
+        flush();
+        if (size > m_buffer.size()) {
+            writeAt(m_headerBytes + m_dataBytes, bytes, size);
+            m_dataBytes += size;
+            return;
+        }
+    }
+    std::memcpy(m_buffer.data() + m_buffered, bytes, size);
+    m_buffered += size;
+}
+
+bool VEKWaveFileWriter::finish(VEKError *error)
+{
+    if (m_fd < 0)
+        return true;
+    flush();
+    // A chunk of odd length is followed by a pad byte; appends overwrite it.
+    const bool odd = m_dataBytes % 2 != 0;
+    if (odd) {
+        const char pad = 0;
+        writeAt(m_headerBytes + m_dataBytes, &pad, 1);
+    }
+    char size[4];
+    qToLittleEndian(clamp32(m_headerBytes - 8 + m_dataBytes + (odd ? 1 : 0)), size);
+    writeAt(4, size, 4);
+    qToLittleEndian(clamp32(m_dataBytes), size);
+    writeAt(m_headerBytes - 4, size, 4);
+    if (m_factOffset != 0) {
+        qToLittleEndian(clamp32(m_dataBytes / m_blockAlign), size);
+        writeAt(m_factOffset, size, 4);
+    }
+    const int e = m_errno.load();
+    if (e != 0) {
+        VEKError::set(error, VEKError(kDomain, -e, VEKLocalizedString("Error_captureFile"),
+                                      QStringLiteral("%1: %2").arg(m_path, QString::fromLocal8Bit(std::strerror(e)))));
+        return false;
+    }
+    return true;
+}
+
+void VEKWaveFileWriter::close()
+{
+    if (m_fd < 0)
+        return;
+    finish(nullptr);
+    ::close(m_fd);
+    m_fd = -1;
+    m_buffer.clear();
+    m_buffer.shrink_to_fit();
+}

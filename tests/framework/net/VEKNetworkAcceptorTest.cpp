@@ -1,0 +1,363 @@
+#include "NetTestSupport.h"
+#include "net/VEKNetworkAcceptor.h"
+#include "net/VEKNetworkPipe.h"
+#include "support/TestEnvironment.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QPointer>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <gtest/gtest.h>
+
+#include <memory>
+
+using NetTestSupport::waitUntil;
+
+namespace {
+
+// The system bus of this test process: a socket in its temporary folder, where only the Avahi
+// test starts a bus. libdbus reads the address once per process, so it is set once for all,
+// and the other tests find no bus there and never reach the machine's own daemon.
+QString systemBusSocket()
+{
+    static const QString path = [] {
+        const QString socket = TestEnvironment::root() + QStringLiteral("/system_bus_socket");
+        qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + QFile::encodeName(socket));
+        return socket;
+    }();
+    return path;
+}
+
+class NoBus {
+public:
+    NoBus() { EXPECT_FALSE(QFile::exists(systemBusSocket())); }
+};
+
+// Whether a TCP connection to `port` gets established (the acceptor may drop it right after).
+bool connects(quint16 port)
+{
+    QTcpSocket s;
+    bool connected = false;
+    QObject::connect(&s, &QTcpSocket::connected, [&] { connected = true; });
+    s.connectToHost(QHostAddress::LocalHost, port);
+    waitUntil([&] { return connected || s.state() == QAbstractSocket::UnconnectedState; }, 5000);
+    return connected;
+}
+
+} // namespace
+
+TEST(NetworkAcceptor, ATakenPortIsAnErrorForAnAlert)
+{
+    NoBus noBus;
+    QTcpServer squatter;
+    ASSERT_TRUE(squatter.listen(QHostAddress::Any, 0));
+    VEKNetworkAcceptor acceptor;
+    VEKError error;
+    EXPECT_FALSE(acceptor.startup("local.", "_quivera1._tcp.", "test", squatter.serverPort(), 10.0,
+                                  &error));
+    EXPECT_EQ(error.domain(), QString::fromLatin1(VEKNetworkAcceptor::errorDomain));
+    EXPECT_EQ(error.code(), VEKNetworkAcceptor::ListenFailed);
+    EXPECT_TRUE(error.localizedDescription().contains(QString::number(squatter.serverPort())))
+        << error.text().toStdString();
+    EXPECT_FALSE(error.failureReason().isEmpty());
+    EXPECT_FALSE(acceptor.isListening());
+
+    // Once the port is free, the same acceptor starts.
+    const quint16 port = squatter.serverPort();
+    squatter.close();
+    EXPECT_TRUE(acceptor.startup("local.", "_quivera1._tcp.", "test", port, 10.0, &error));
+    EXPECT_EQ(acceptor.port(), port);
+    VEKError again;
+    EXPECT_FALSE(acceptor.startup("local.", "_quivera1._tcp.", "test", 0, 10.0, &again))
+        << "a running acceptor does not start twice";
+}
+
+TEST(NetworkAcceptor, WithoutABusTheServiceIsReportedUnpublishedAndStillServes)
+{
+    NoBus noBus;
+    VEKNetworkAcceptor acceptor;
+    QList<VEKError> failures;
+    QList<VEKNetworkPipe *> pipes;
+    bool started = false;
+    QObject::connect(&acceptor, &VEKNetworkAcceptor::didStartup, [&] { started = true; });
+    QObject::connect(&acceptor, &VEKNetworkAcceptor::publishFailed,
+                     [&](const VEKError &e) { failures.append(e); });
+    QObject::connect(&acceptor, &VEKNetworkAcceptor::didAcceptConnection, &acceptor,
+                     [&](VEKNetworkPipe *p) {
+                         p->setParent(&acceptor);
+                         pipes.append(p);
+                     });
+    VEKError error;
+    ASSERT_TRUE(acceptor.startup("local.", "_quivera1._tcp.", "test", 0, 0.3, &error))
+        << error.text().toStdString();
+    EXPECT_TRUE(started);
+    EXPECT_TRUE(failures.isEmpty()) << "the daemon is asked after startup() returns";
+
+    ASSERT_TRUE(waitUntil([&] { return !failures.isEmpty(); }));
+    EXPECT_EQ(failures.first().code(), VEKNetworkAcceptor::PublishFailed);
+    EXPECT_FALSE(acceptor.isAnnounced());
+    // It keeps looking for the bus every 0.3 s, but says so only once.
+    waitUntil([] { return false; }, 1000);
+    EXPECT_EQ(failures.size(), 1);
+
+    EXPECT_TRUE(connects(acceptor.port()));
+    ASSERT_TRUE(waitUntil([&] { return pipes.size() == 1; }));
+    EXPECT_TRUE(pipes.first()->isOpen());
+}
+
+TEST(NetworkAcceptor, ShutdownRefusesNewClientsAndSparesTheConnectedOne)
+{
+    NoBus noBus;
+    auto acceptor = std::make_unique<VEKNetworkAcceptor>();
+    acceptor->setPublished(false);
+    QObject owner;
+    QPointer<VEKNetworkPipe> serverPipe;
+    QObject::connect(acceptor.get(), &VEKNetworkAcceptor::didAcceptConnection, &owner,
+                     [&](VEKNetworkPipe *p) {
+                         p->setParent(&owner);
+                         serverPipe = p;
+                     });
+    bool shutDown = false;
+    QObject::connect(acceptor.get(), &VEKNetworkAcceptor::didShutdown, [&] { shutDown = true; });
+    ASSERT_TRUE(acceptor->startup("local.", "_quivera1._tcp.", "test", 0, 10.0));
+    const quint16 port = acceptor->port();
+
+    auto *socket = new QTcpSocket;
+    socket->connectToHost(QHostAddress::LocalHost, port);
+    ASSERT_TRUE(waitUntil([&] { return bool(serverPipe); }));
+    VEKNetworkPipe client(socket);
+
+    acceptor->shutdown();
+    EXPECT_TRUE(shutDown);
+    EXPECT_FALSE(acceptor->isListening());
+    EXPECT_EQ(acceptor->port(), 0);
+    EXPECT_FALSE(connects(port)) << "the port is closed, not just unannounced";
+    acceptor.reset();
+
+    // The pipe taken before the shutdown still carries messages both ways.
+    QVariantMap got;
+    QObject::connect(serverPipe, &VEKNetworkPipe::received,
+                     [&](const QVariant &m) { got = m.toMap(); });
+    ASSERT_TRUE(client.send(QVariantMap{{"command", "getCurrentStatus"}}));
+    ASSERT_TRUE(waitUntil([&] { return !got.isEmpty(); }));
+    EXPECT_EQ(got.value("command"), QVariant("getCurrentStatus"));
+}
+
+TEST(NetworkAcceptor, AConnectionNobodyTakesIsRefused)
+{
+    NoBus noBus;
+    VEKNetworkAcceptor acceptor;
+    acceptor.setPublished(false);
+    QList<VEKError> refusals;
+    QObject::connect(&acceptor, &VEKNetworkAcceptor::didRefuseConnection,
+                     [&](const VEKError &e) { refusals.append(e); });
+    ASSERT_TRUE(acceptor.startup("local.", "_quivera1._tcp.", "test", 0, 10.0));
+    QTcpSocket s;
+    s.connectToHost(QHostAddress::LocalHost, acceptor.port());
+    ASSERT_TRUE(waitUntil([&] { return refusals.size() == 1; }));
+    EXPECT_EQ(refusals.first().code(), VEKNetworkAcceptor::AcceptFailed);
+    EXPECT_TRUE(waitUntil([&] { return s.state() == QAbstractSocket::UnconnectedState; }));
+}
+
+// ---------------------------------------------------------------------------------------------
+// A real Avahi daemon on a private system bus, restricted to the loopback interface.
+
+namespace {
+
+class PrivateAvahi {
+public:
+    PrivateAvahi()
+    {
+        m_dir = TestEnvironment::makeTempDir(QStringLiteral("avahi"));
+        m_socket = systemBusSocket();
+        writeFile(m_dir + "/bus.conf",
+                  "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
+                  " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
+                  "<busconfig>\n"
+                  "  <type>system</type>\n"
+                  "  <listen>unix:path=" + QFile::encodeName(m_socket) + "</listen>\n"
+                  "  <auth>EXTERNAL</auth>\n"
+                  "  <policy context=\"default\">\n"
+                  "    <allow user=\"*\"/>\n"
+                  "    <allow own=\"*\"/>\n"
+                  "    <allow send_type=\"method_call\"/>\n"
+                  "    <allow send_destination=\"*\"/>\n"
+                  "    <allow receive_sender=\"*\"/>\n"
+                  "  </policy>\n"
+                  "</busconfig>\n");
+        // Loopback only, IPv4 only, no wide-area: nothing reaches the machine's real network.
+        writeFile(m_dir + "/avahi.conf",
+                  "[server]\n"
+                  "use-ipv4=yes\n"
+                  "use-ipv6=no\n"
+                  "allow-interfaces=lo\n"
+                  "enable-dbus=yes\n"
+                  "ratelimit-interval-usec=1000000\n"
+                  "ratelimit-burst=1000\n"
+                  "[wide-area]\n"
+                  "enable-wide-area=no\n"
+                  "[publish]\n"
+                  "publish-hinfo=no\n"
+                  "publish-workstation=no\n"
+                  "publish-domain=no\n");
+    }
+
+    ~PrivateAvahi()
+    {
+        stopDaemon();
+        stop(m_bus);
+        QFile::remove(m_socket);
+    }
+
+    // Empty on success, else why not.
+    QString startBus()
+    {
+        m_bus.setProcessChannelMode(QProcess::MergedChannels);
+        m_bus.start("dbus-daemon", {"--config-file=" + m_dir + "/bus.conf", "--nofork", "--nopidfile"});
+        if (!m_bus.waitForStarted())
+            return "dbus-daemon does not start: " + m_bus.errorString();
+        if (!waitUntil([&] { return QFile::exists(m_socket) || m_bus.state() != QProcess::Running; }))
+            return "dbus-daemon made no socket";
+        if (m_bus.state() != QProcess::Running)
+            return "dbus-daemon stopped: " + QString::fromLocal8Bit(m_bus.readAll());
+        return {};
+    }
+
+    QString startDaemon()
+    {
+        m_daemonOutput.clear();
+        m_daemon = std::make_unique<QProcess>();
+        m_daemon->setProcessChannelMode(QProcess::MergedChannels);
+        QObject::connect(m_daemon.get(), &QProcess::readyRead,
+                         [this] { m_daemonOutput += m_daemon->readAll(); });
+        m_daemon->start("avahi-daemon", {"-f", m_dir + "/avahi.conf", "--no-drop-root",
+                                         "--no-chroot", "--no-rlimits"});
+        if (!m_daemon->waitForStarted())
+            return "avahi-daemon does not start: " + m_daemon->errorString();
+        const bool up = waitUntil([&] {
+            return m_daemonOutput.contains("Server startup complete")
+                   || m_daemon->state() != QProcess::Running;
+        }, 15000);
+        if (!up || m_daemon->state() != QProcess::Running)
+            return "avahi-daemon did not come up: " + QString::fromLocal8Bit(m_daemonOutput);
+        return {};
+    }
+
+    void stopDaemon()
+    {
+        if (m_daemon)
+            stop(*m_daemon);
+        m_daemon.reset();
+    }
+
+    // The services of `type` that avahi-browse finds and resolves: "name port" each.
+    QStringList browse(const QString &type)
+    {
+        QByteArray out;
+        NetTestSupport::runServing("avahi-browse", {"-rtp", type}, &out, 20000);
+        QStringList found;
+        for (const QByteArray &line : out.split('\n')) {
+            const QList<QByteArray> f = line.split(';');
+            if (f.size() >= 9 && f.at(0) == "=")
+                found.append(QString::fromUtf8(f.at(3)) + ' ' + QString::fromUtf8(f.at(8)));
+        }
+        found.removeDuplicates();
+        return found;
+    }
+
+private:
+    static void writeFile(const QString &path, const QByteArray &text)
+    {
+        QFile f(path);
+        if (f.open(QIODevice::WriteOnly))
+            f.write(text);
+    }
+
+    static void stop(QProcess &p)
+    {
+        if (p.state() == QProcess::NotRunning)
+            return;
+        p.terminate();
+        if (!p.waitForFinished(5000)) {
+            p.kill();
+            p.waitForFinished(2000);
+        }
+    }
+
+    QString m_dir;
+    QString m_socket;
+    QProcess m_bus;
+    std::unique_ptr<QProcess> m_daemon;
+    QByteArray m_daemonOutput;
+};
+
+} // namespace
+
+// One test for the whole life of the announcement, so that only one daemon runs at a time
+// (avahi-daemon keeps its pid file at a fixed place).
+TEST(NetworkAcceptorAvahi, TheAnnouncementFollowsTheDaemonAndSetPublished)
+{
+    if (QStandardPaths::findExecutable("avahi-daemon").isEmpty()
+        && !QFile::exists("/usr/sbin/avahi-daemon"))
+        GTEST_SKIP() << "avahi-daemon is not installed";
+    PrivateAvahi avahi;
+    const QString busProblem = avahi.startBus();
+    if (!busProblem.isEmpty())
+        GTEST_SKIP() << "no private system bus here: " << busProblem.toStdString();
+
+    VEKNetworkAcceptor acceptor;
+    int publishedCount = 0;
+    QList<VEKError> failures;
+    QObject::connect(&acceptor, &VEKNetworkAcceptor::published, [&] { ++publishedCount; });
+    QObject::connect(&acceptor, &VEKNetworkAcceptor::publishFailed,
+                     [&](const VEKError &e) { failures.append(e); });
+    const QString name = QStringLiteral("QuiveraTest-%1").arg(QCoreApplication::applicationPid());
+    const QString type = QStringLiteral("_quivera1._tcp");
+    ASSERT_TRUE(acceptor.startup("local.", type + ".", name, 0, 5.0));
+    const QString expected = name + ' ' + QString::number(acceptor.port());
+
+    // 1. The bus is there, the daemon not yet: reported, and the port serves anyway.
+    ASSERT_TRUE(waitUntil([&] { return !failures.isEmpty(); }));
+    EXPECT_TRUE(failures.first().failureReason().contains("not running"))
+        << failures.first().text().toStdString();
+    EXPECT_TRUE(connects(acceptor.port()));
+
+    // 2. The daemon appears: the service is announced without anyone asking again.
+    const QString daemonProblem = avahi.startDaemon();
+    if (!daemonProblem.isEmpty())
+        GTEST_SKIP() << "avahi-daemon cannot run here: " << daemonProblem.toStdString();
+    ASSERT_TRUE(waitUntil([&] { return publishedCount == 1; }, 15000));
+    EXPECT_TRUE(acceptor.isAnnounced());
+    EXPECT_EQ(acceptor.publishedName(), name);
+    EXPECT_TRUE(waitUntil([&] { return avahi.browse(type).contains(expected); }, 10000))
+        << avahi.browse(type).join(", ").toStdString();
+
+    // 3. Withdrawn while a client is connected, and back after.
+    acceptor.setPublished(false);
+    EXPECT_FALSE(acceptor.isAnnounced());
+    EXPECT_TRUE(waitUntil([&] { return avahi.browse(type).isEmpty(); }, 10000))
+        << avahi.browse(type).join(", ").toStdString();
+    EXPECT_TRUE(connects(acceptor.port())) << "withdrawing the name leaves the port alone";
+    acceptor.setPublished(true);
+    ASSERT_TRUE(waitUntil([&] { return publishedCount == 2; }, 15000));
+    EXPECT_TRUE(waitUntil([&] { return avahi.browse(type).contains(expected); }, 10000));
+
+    // 4. The daemon goes away and comes back: reported once, then announced again.
+    failures.clear();
+    avahi.stopDaemon();
+    ASSERT_TRUE(waitUntil([&] { return !failures.isEmpty(); }));
+    EXPECT_FALSE(acceptor.isAnnounced());
+    EXPECT_TRUE(connects(acceptor.port()));
+    ASSERT_TRUE(avahi.startDaemon().isEmpty());
+    ASSERT_TRUE(waitUntil([&] { return publishedCount == 3; }, 15000));
+    EXPECT_TRUE(waitUntil([&] { return avahi.browse(type).contains(expected); }, 10000));
+    EXPECT_EQ(failures.size(), 1);
+
+    // 5. Shutdown takes the announcement away with the port.
+    acceptor.shutdown();
+    EXPECT_TRUE(waitUntil([&] { return avahi.browse(type).isEmpty(); }, 10000));
+}

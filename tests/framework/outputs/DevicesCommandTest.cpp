@@ -1,0 +1,69 @@
+#include "OutputTestSupport.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <gtest/gtest.h>
+
+using namespace OutputTestSupport;
+
+namespace {
+
+struct CliRun {
+    int status = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+CliRun cli(const QStringList &args)
+{
+    QProcess p;
+    p.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"), args);
+    CliRun r;
+    if (!p.waitForStarted() || !p.waitForFinished(60000))
+        return r;
+    r.status = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    r.out = p.readAllStandardOutput();
+    r.err = p.readAllStandardError();
+    return r;
+}
+
+class DevicesCommand : public ::testing::Test {
+protected:
+    void SetUp() override { installALSAConfiguration(); } // inherited by the child
+};
+
+TEST_F(DevicesCommand, JsonListsEveryOutputWithItsRatesAndExclusivity)
+{
+    const CliRun r = cli({QStringLiteral("devices"), QStringLiteral("--json")});
+    ASSERT_EQ(r.status, 0) << r.err.constData();
+    EXPECT_TRUE(r.err.isEmpty()) << "ALSA's chatter must stay off: " << r.err.constData();
+    const QJsonArray devices = QJsonDocument::fromJson(r.out).array();
+    ASSERT_EQ(devices.size(), 5) << r.out.constData();
+    QStringList uids;
+    for (const QJsonValue &v : devices)
+        uids << v[QStringLiteral("UID")].toString();
+    EXPECT_EQ(uids, (QStringList{QStringLiteral("default"), QStringLiteral("anyformat"), QStringLiteral("file16"),
+                                 QStringLiteral("card44"), QStringLiteral("null")}));
+    const QJsonObject card = devices.at(3).toObject();
+    EXPECT_EQ(card[QStringLiteral("title")].toString(), QStringLiteral("Rates 44100 and 96000 — Test card"));
+    EXPECT_EQ(card[QStringLiteral("sampleRates")].toArray(), (QJsonArray{44100, 96000}));
+    EXPECT_EQ(card[QStringLiteral("exclusive")], QJsonValue(false));
+    EXPECT_EQ(card[QStringLiteral("valid")], QJsonValue(true));
+    EXPECT_EQ(devices.at(1)[QStringLiteral("sampleRates")].toArray().size(), 19) << "file over null takes any rate";
+    EXPECT_EQ(devices.at(4)[QStringLiteral("title")].toString(), QStringLiteral("No Output"));
+}
+
+TEST_F(DevicesCommand, PlainListingMarksTheDefaultAndNamesRates)
+{
+    const CliRun r = cli({QStringLiteral("devices")});
+    ASSERT_EQ(r.status, 0) << r.err.constData();
+    const QString text = QString::fromUtf8(r.out);
+    EXPECT_TRUE(text.contains(QStringLiteral("card44"))) << r.out.constData();
+    EXPECT_TRUE(text.contains(QStringLiteral("44100 96000"))) << r.out.constData();
+    EXPECT_TRUE(text.contains(QStringLiteral("* default"))) << r.out.constData();
+    EXPECT_EQ(cli({QStringLiteral("devices"), QStringLiteral("extra")}).status, 2);
+}
+
+} // namespace

@@ -1,0 +1,240 @@
+#include "OutputTestSupport.h"
+#include "outputs/VEKAudioDevice.h"
+#include "outputs/alsa/VEKALSAOutput.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QThread>
+#include <QtEndian>
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+using namespace OutputTestSupport;
+
+namespace {
+
+class ALSAOutput : public ::testing::Test {
+protected:
+    void SetUp() override { installALSAConfiguration(); }
+
+    // Opens `pcm` for `requested`, plays `signal` and closes; returns the settled format.
+    VEKAudioFormat playThrough(const QString &pcm, const VEKAudioFormat &requested,
+                               const std::vector<std::vector<float>> &planes, quint32 framesPerBuffer = 512)
+    {
+        VEKALSAOutput output(pcm, 0);
+        VEKError error;
+        EXPECT_TRUE(output.open(requested, framesPerBuffer, &error)) << error.text().toStdString();
+        play(output, planes);
+        const VEKAudioFormat settled = output.format();
+        output.close();
+        return settled;
+    }
+
+    // The first `expected.size()` bytes of `file` are `expected`, and all after them silence.
+    static void expectSignalThenSilence(const QString &file, const QByteArray &expected)
+    {
+        ASSERT_TRUE(QFile::exists(file)) << file.toStdString();
+        const QByteArray got = readFile(file);
+        ASSERT_GE(got.size(), expected.size()) << file.toStdString();
+        EXPECT_TRUE(got.left(expected.size()) == expected) << "first differing byte at "
+            << std::mismatch(expected.begin(), expected.end(), got.begin()).first - expected.begin();
+        EXPECT_EQ(got.mid(expected.size()).count('\0'), got.size() - expected.size());
+    }
+};
+
+// With no conversion anywhere, what the graph renders is what the device gets, bit for bit: the
+// `file` PCM writes exactly the words our output handed to ALSA, and its name tells the format.
+TEST_F(ALSAOutput, SixteenBitDeviceGetsTheSixteenBitValues)
+{
+    const GridSignal s = gridSignal(16, 2, 5000);
+    const VEKAudioFormat f = playThrough(QStringLiteral("file16"), {44100, 2, 16, false}, s.planes);
+    EXPECT_EQ(f, (VEKAudioFormat{44100, 2, 16, false}));
+    expectSignalThenSilence(alsaDir() + QStringLiteral("/file16-44100-2-16.raw"), packInts(s.values, 0, 2));
+}
+
+TEST_F(ALSAOutput, PackedTwentyFourBitDeviceGetsTheTwentyFourBitValues)
+{
+    const GridSignal s = gridSignal(24, 2, 5000, 2);
+    const VEKAudioFormat f = playThrough(QStringLiteral("file24"), {48000, 2, 24, false}, s.planes);
+    EXPECT_EQ(f, (VEKAudioFormat{48000, 2, 24, false}));
+    expectSignalThenSilence(alsaDir() + QStringLiteral("/file24-48000-2-24.raw"), packInts(s.values, 0, 3));
+}
+
+TEST_F(ALSAOutput, TwentyFourInThirtyTwoDeviceGetsSignExtendedWords)
+{
+    const GridSignal s = gridSignal(24, 2, 5000, 3);
+    const VEKAudioFormat f = playThrough(QStringLiteral("file24in32"), {44100, 2, 24, false}, s.planes);
+    EXPECT_EQ(f.bitDepth, 24u);
+    expectSignalThenSilence(alsaDir() + QStringLiteral("/file24in32-44100-2-32.raw"), packInts(s.values, 0, 4));
+}
+
+// A device that takes everything is opened at 32 bits, however narrow the material: 16- and
+// 24-bit values arrive shifted, unchanged.
+TEST_F(ALSAOutput, ThirtyTwoBitDeviceGetsNarrowerValuesShiftedUp)
+{
+    const GridSignal s16 = gridSignal(16, 2, 3000, 4);
+    VEKAudioFormat f = playThrough(QStringLiteral("anyformat"), {44100, 2, 16, false}, s16.planes);
+    EXPECT_EQ(f, (VEKAudioFormat{44100, 2, 32, false}));
+    expectSignalThenSilence(alsaDir() + QStringLiteral("/any-44100-2-32.raw"), packInts(s16.values, 16, 4));
+
+    const GridSignal s24 = gridSignal(24, 2, 3000, 5);
+    f = playThrough(QStringLiteral("anyformat"), {88200, 2, 24, false}, s24.planes);
+    EXPECT_EQ(f, (VEKAudioFormat{88200, 2, 32, false}));
+    expectSignalThenSilence(alsaDir() + QStringLiteral("/any-88200-2-32.raw"), packInts(s24.values, 8, 4));
+}
+
+TEST_F(ALSAOutput, FloatIsPassedOnUntouchedWhenAskedForAndOffered)
+{
+    std::vector<std::vector<float>> planes(2, std::vector<float>(3000));
+    for (size_t i = 0; i < 3000; ++i) {
+        planes[0][i] = float(std::sin(double(i) * 0.01)) * 0.7f + 1e-7f;
+        planes[1][i] = -planes[0][i] / 3.0f;
+    }
+    const VEKAudioFormat f = playThrough(QStringLiteral("anyformat"), {48000, 2, 32, true}, planes);
+    EXPECT_EQ(f, (VEKAudioFormat{48000, 2, 32, true}));
+    QByteArray expected;
+    for (size_t i = 0; i < 3000; ++i)
+        for (int c = 0; c < 2; ++c)
+            expected.append(reinterpret_cast<const char *>(&planes[c][i]), 4);
+    expectSignalThenSilence(alsaDir() + QStringLiteral("/any-48000-2-32.raw"), expected);
+}
+
+// The device's own record of its hardware parameters, not just our word for it.
+TEST_F(ALSAOutput, OpensAtTheHighestIntegerDepthTheDeviceOffers)
+{
+    VEKALSAOutput output(QStringLiteral("card44"), 0);
+    VEKError error;
+    ASSERT_TRUE(output.open({44100, 2, 16, false}, 256, &error)) << error.text().toStdString();
+    EXPECT_EQ(output.format().bitDepth, 24u);
+    EXPECT_EQ(output.sampleFormatName(), QStringLiteral("S24_3LE"));
+    EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/card44.raw")), QStringLiteral("44100 S24_3LE 2"));
+}
+
+TEST_F(ALSAOutput, FloatIsTakenOnlyWhenAskedFor)
+{
+    VEKALSAOutput output(QStringLiteral("floatcard"), 0);
+    ASSERT_TRUE(output.open({48000, 2, 24, false}, 256, nullptr));
+    EXPECT_EQ(output.format(), (VEKAudioFormat{48000, 2, 16, false}));
+    ASSERT_TRUE(output.open({48000, 2, 32, true}, 256, nullptr));
+    EXPECT_EQ(output.format(), (VEKAudioFormat{48000, 2, 32, true}));
+    EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/float.raw")), QStringLiteral("48000 FLOAT_LE 2"));
+}
+
+// ALSA must not resample behind our back: through ALSA's plug (which could convert any rate) a
+// rate the card lacks settles on the nearest it has, and format() says so.
+TEST_F(ALSAOutput, SettlesOnTheNearestOfferedRateWithoutResampling)
+{
+    VEKALSAOutput plug(QStringLiteral("plughw:CARD=Rates,DEV=0"), 0);
+    ASSERT_TRUE(plug.open({48000, 2, 24, false}, 256, nullptr));
+    EXPECT_EQ(plug.format().sampleRate, 44100.0);
+    EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/hw-Rates-0.raw")).section(u' ', 0, 0), QStringLiteral("44100"));
+    plug.close();
+
+    VEKALSAOutput card(QStringLiteral("card44"), 0);
+    ASSERT_TRUE(card.open({88200, 2, 24, false}, 256, nullptr));
+    EXPECT_EQ(card.format().sampleRate, 96000.0);
+    EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/card44.raw")), QStringLiteral("96000 S24_3LE 2"));
+    // Rate 0: the device's rate, given when the output was made.
+    VEKALSAOutput atDeviceRate(QStringLiteral("card44"), 96000);
+    ASSERT_TRUE(atDeviceRate.open({0, 2, 24, false}, 256, nullptr));
+    EXPECT_EQ(atDeviceRate.format().sampleRate, 96000.0);
+}
+
+TEST_F(ALSAOutput, UnknownPCMFailsToOpenWithTheDeviceNamed)
+{
+    VEKALSAOutput output(QStringLiteral("no_such_pcm"), 0);
+    VEKError error;
+    EXPECT_FALSE(output.open({44100, 2, 24, false}, 256, &error));
+    EXPECT_EQ(error.code(), -ENOENT);
+    EXPECT_TRUE(error.text().contains(QStringLiteral("no_such_pcm"))) << error.text().toStdString();
+    EXPECT_FALSE(output.start([](VEKAudioBufferList &, quint64) {}, &error));
+}
+
+// A render thread that falls behind a real-time device gets an underrun; the output recovers and
+// goes on, and every block rendered reaches the device in order.
+TEST_F(ALSAOutput, RecoversFromAnUnderrunAndLosesNoRenderedBlock)
+{
+    VEKALSAOutput output(QStringLiteral("paced"), 0);
+    ASSERT_TRUE(output.open({48000, 2, 16, false}, 256, nullptr));
+    std::atomic<quint64> blocks{0};
+    output.start([&](VEKAudioBufferList &buffer, quint64 sampleTime) {
+        const quint64 block = sampleTime / 256;
+        for (quint32 c = 0; c < buffer.numberOfChannels(); ++c)
+            for (quint32 f = 0; f < buffer.frames(); ++f)
+                buffer.channel(c)[f] = float(qint16(block)) / 32768.0f;
+        if (block == 12)
+            QThread::msleep(150); // far longer than the device's buffer
+        blocks.store(block + 1);
+    }, nullptr);
+    QElapsedTimer waited;
+    waited.start();
+    while (blocks.load() < 40 && waited.elapsed() < 5000)
+        QThread::msleep(5);
+    EXPECT_TRUE(output.isRunning()) << "the render thread gave up";
+    EXPECT_GE(blocks.load(), 40u);
+    output.stop();
+    EXPECT_GE(output.underruns(), 1u);
+    const QByteArray got = readFile(alsaDir() + QStringLiteral("/paced.raw"));
+    const quint64 whole = quint64(got.size()) / (256 * 4);
+    ASSERT_GE(whole, 39u);
+    for (quint64 b = 0; b < whole; ++b) {
+        const qint16 v = qFromLittleEndian<qint16>(got.constData() + b * 256 * 4);
+        ASSERT_EQ(quint64(v), b) << "block " << b << " missing or out of order";
+    }
+}
+
+TEST_F(ALSAOutput, StopWaitsForTheRenderThreadAndAllowsAnotherStart)
+{
+    VEKALSAOutput output(QStringLiteral("paced"), 0);
+    ASSERT_TRUE(output.open({48000, 2, 16, false}, 256, nullptr));
+    std::atomic<int> calls{0};
+    std::atomic<quint64> firstTime{~0ull};
+    auto callback = [&](VEKAudioBufferList &buffer, quint64 sampleTime) {
+        buffer.clear();
+        if (calls.fetch_add(1) == 0)
+            firstTime.store(sampleTime);
+    };
+    ASSERT_TRUE(output.start(callback, nullptr));
+    while (calls.load() < 10)
+        QThread::msleep(2);
+    output.stop();
+    EXPECT_FALSE(output.isRunning());
+    const int afterStop = calls.load();
+    QThread::msleep(50);
+    EXPECT_EQ(calls.load(), afterStop) << "the callback ran after stop() returned";
+    EXPECT_GT(output.framesPlayed(), 0u);
+
+    calls.store(0);
+    firstTime.store(~0ull);
+    ASSERT_TRUE(output.start(callback, nullptr));
+    while (calls.load() < 3)
+        QThread::msleep(2);
+    output.stop();
+    EXPECT_EQ(firstTime.load(), 0u) << "sample time starts again at 0";
+}
+
+// framesPlayed follows the device, not the render: on a real-time device it lags the frames
+// written by what waits in the buffer, and never runs ahead of the clock.
+TEST_F(ALSAOutput, FramesPlayedFollowsTheDevicesClock)
+{
+    VEKALSAOutput output(QStringLiteral("paced"), 0);
+    ASSERT_TRUE(output.open({48000, 2, 16, false}, 256, nullptr));
+    std::atomic<quint64> asked{0};
+    QElapsedTimer clock;
+    clock.start();
+    output.start([&](VEKAudioBufferList &b, quint64 t) {
+        b.clear();
+        asked.store(t + b.frames());
+    }, nullptr);
+    QThread::msleep(300);
+    const quint64 played = output.framesPlayed();
+    const double seconds = double(clock.nsecsElapsed()) / 1e9;
+    const quint64 written = asked.load();
+    output.stop();
+    EXPECT_LE(played, quint64(seconds * 48000));
+    EXPECT_GT(played, quint64(seconds * 48000 / 4));
+    EXPECT_LT(played, written);
+}
+
+} // namespace

@@ -1,0 +1,58 @@
+#include "outputs/VEKAudioDeviceMonitor.h"
+#include "support/TestEnvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTest>
+#include <gtest/gtest.h>
+
+namespace {
+
+void touch(const QString &path)
+{
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+}
+
+// A card arriving makes its folder of device nodes appear first (no card before), then several
+// nodes at once; leaving removes them. Each is one change.
+TEST(DeviceMonitor, TellsOnceWhenTheFirstCardArrivesAndWhenItLeaves)
+{
+    const QString root = TestEnvironment::makeTempDir(QStringLiteral("dev"));
+    const QString snd = root + QStringLiteral("/snd");
+    VEKAudioDeviceMonitor monitor(snd, 100);
+    QSignalSpy changed(&monitor, &VEKAudioDeviceMonitor::devicesChanged);
+
+    ASSERT_TRUE(QDir().mkpath(snd));
+    touch(snd + QStringLiteral("/controlC0"));
+    touch(snd + QStringLiteral("/pcmC0D0p"));
+    ASSERT_TRUE(changed.wait(3000));
+    QTest::qWait(300);
+    EXPECT_EQ(changed.count(), 1);
+
+    touch(snd + QStringLiteral("/controlC1"));
+    ASSERT_TRUE(changed.wait(3000));
+    EXPECT_EQ(changed.count(), 2);
+
+    ASSERT_TRUE(QDir(snd).removeRecursively());
+    ASSERT_TRUE(changed.wait(3000));
+    EXPECT_EQ(changed.count(), 3);
+
+    // Back again after the folder was gone: still watched.
+    ASSERT_TRUE(QDir().mkpath(snd));
+    touch(snd + QStringLiteral("/controlC0"));
+    ASSERT_TRUE(changed.wait(3000));
+    EXPECT_EQ(changed.count(), 4);
+}
+
+TEST(DeviceMonitor, IgnoresOtherDevicesBesideTheCardFolder)
+{
+    const QString root = TestEnvironment::makeTempDir(QStringLiteral("dev"));
+    VEKAudioDeviceMonitor monitor(root + QStringLiteral("/snd"), 50);
+    QSignalSpy changed(&monitor, &VEKAudioDeviceMonitor::devicesChanged);
+    touch(root + QStringLiteral("/ttyUSB0"));
+    EXPECT_FALSE(changed.wait(500));
+}
+
+} // namespace
