@@ -1,5 +1,6 @@
 #include "ApplicationDelegate.h"
 
+#include "NowPlayingNotifier.h"
 #include "core/VEKDate.h"
 #include "core/VEKLocalizedString.h"
 #include "library/LibraryPlaylist.h"
@@ -44,6 +45,7 @@ ApplicationDelegate::ApplicationDelegate(FrontEnd *frontEnd, QObject *parent)
         m_frontEnd = m_silentFrontEnd.get();
     }
     g_delegate = this;
+    m_nowPlaying = new NowPlayingNotifier(this);
     // Steps 1 and 2: the empty library and the two all-songs playlists.
     buildLibraries();
 }
@@ -68,6 +70,8 @@ void ApplicationDelegate::applicationWillFinishLaunching()
     // service come with the playback and remote work: those launch steps are empty for now.
 
     m_queue = std::make_unique<OperationQueue>();
+    connect(m_queue.get(), &OperationQueue::operationFinished, this,
+            [this](std::shared_ptr<Operation> operation) { operationDidFinish(operation); });
 
     constructDatabase();
 
@@ -81,7 +85,8 @@ void ApplicationDelegate::applicationWillFinishLaunching()
         }
     }
 
-    // The iTunes read-in is queued here once it exists.
+    // Only queued: its result arrives through the main thread after the launch has ended.
+    loadiTunesLibrary();
 
     loadDatabase();
 

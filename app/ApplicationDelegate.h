@@ -14,6 +14,9 @@
 #include <functional>
 #include <memory>
 
+class ImportOperation;
+class LoadiTunesOperation;
+class NowPlayingNotifier;
 class UserDefaults;
 
 // The central object: owns the library, the playlists, the library file, the background queue
@@ -22,7 +25,8 @@ class UserDefaults;
 //
 // Its code is split by concern: launch and shutdown (ApplicationDelegate.cpp), the library
 // file (ApplicationDelegateDatabase.cpp), the library operations
-// (ApplicationDelegateLibrary.cpp), and the migration of old property lists
+// (ApplicationDelegateLibrary.cpp), the background operations and their merge
+// (ApplicationDelegateOperations.cpp), and the migration of old property lists
 // (ApplicationDelegateMigration.cpp).
 class ApplicationDelegate : public QObject {
     Q_OBJECT
@@ -105,6 +109,35 @@ public:
     // snapshot of the library's IDs.
     static qint64 uniqueSongID(const std::function<bool(qint64)> &isTaken);
 
+    // Background operations. They run one at a time on `queue`; each one's results enter the
+    // library here, on the main thread, when it has finished (operationDidFinish).
+    //
+    // Queues an import of files and folders (paths or file URLs) into the library and into the
+    // playlist selected now (the library alone when that is a library or iTunes playlist).
+    // Returns the operation, for its progress and results; null before the launch made the
+    // queue.
+    std::shared_ptr<ImportOperation> addFilesToLibrary(const QStringList &files);
+    // Files the system asks the program to open (the command line of `quivera`): imported.
+    // Answers at once with success, whatever comes of the import.
+    bool applicationOpenFiles(const QStringList &paths);
+    // Queues the read-in of the iTunes library when accessiTunesLibrary is true; otherwise
+    // does nothing and returns null.
+    std::shared_ptr<LoadiTunesOperation> loadiTunesLibrary();
+    // Merges what a finished operation brought: an import's songs into the library, its
+    // all-songs playlist and the target playlist (one insert each); the iTunes read-in's songs
+    // into the iTunes library playlist and its playlists behind it; then the redraws. An
+    // operation queued before a rescan merges nothing: the rescan has read the file anew.
+    void operationDidFinish(const std::shared_ptr<Operation> &operation);
+    // Songs an import met in another format than the preferred one while createPreferredOnAdd
+    // was on: each is to be converted, and its result added to the library and `playlist`.
+    // The conversion needs the audio graph; until it is there the songs are only logged.
+    void createPreferredVersionOfSongs(const QList<SongPtr> &songs, const PlaylistPtr &playlist);
+
+    // The stream's current song has changed (also to none): the stream calls this on the main
+    // thread. Tells the desktop through a notification.
+    void currentSongDidChange(const SongPtr &song);
+    NowPlayingNotifier *nowPlayingNotifier() const { return m_nowPlaying; }
+
     // The migration of a library kept in the old property lists.
     void migrate(const std::function<void()> &operation);
     void migrateFromPropertyListsToVersion1();
@@ -119,6 +152,9 @@ private:
     void streamStopIfPlaying(const PlaylistPtr &) {}
 
     void updateAllControls();
+    void queueOperation(const std::shared_ptr<Operation> &operation);
+    void mergeImport(const ImportOperation &import);
+    void mergeITunesLibrary(const LoadiTunesOperation &load);
 
     FrontEnd *m_frontEnd;
     std::unique_ptr<FrontEnd> m_silentFrontEnd;
@@ -131,5 +167,9 @@ private:
     double m_lastLibraryModification = 0;
     double m_lastPlaylistModification = 0;
     std::unique_ptr<OperationQueue> m_queue;
+    // A rescan reads the library anew: what operations queued before it bring is stale.
+    quint64 m_libraryGeneration = 0;
+    QHash<const Operation *, quint64> m_operationGenerations;
+    NowPlayingNotifier *m_nowPlaying = nullptr; // child
     QList<QVariantMap> m_effectDescriptions;
 };

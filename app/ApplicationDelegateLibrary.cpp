@@ -287,6 +287,7 @@ void ApplicationDelegate::rescan()
 {
     if (m_queue && m_queue->operationCount() > 0)
         return;
+    ++m_libraryGeneration;
     m_frontEnd->beginProgress(QString(), -1);
     streamStopIfPlaying(nullptr);
     const qint64 selectedID = m_selectedPlaylist ? m_selectedPlaylist->playlistID() : 0;
@@ -296,7 +297,7 @@ void ApplicationDelegate::rescan()
     m_iTunesPlaylists.clear();
     m_library.clear();
     buildLibraries();
-    // The iTunes read-in is queued here once it exists.
+    loadiTunesLibrary();
     loadDatabase();
     m_lastLibraryModification = VEKDate::now();
     m_lastPlaylistModification = VEKDate::now();

@@ -243,6 +243,15 @@ void Playlist::insertSongs(const QList<SongPtr> &songs, const Rows &indexes)
     emit valueChanged(QStringLiteral("songs"));
 }
 
+void Playlist::setSongsWithoutStoring(const QList<SongPtr> &songs)
+{
+    m_manualOrder = songs;
+    touch();
+    updateSortedOrder();
+    updateShuffledOrderWithCurrentSong(nullptr);
+    emit valueChanged(QStringLiteral("songs"));
+}
+
 void Playlist::appendSongs(const QList<SongPtr> &songs)
 {
     Rows indexes;

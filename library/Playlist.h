@@ -93,6 +93,11 @@ public:
     // random() as the program always has, so a given seed gives the same order.
     static QList<SongPtr> shuffledOrder(QList<SongPtr> source, const SongPtr &current);
 
+protected:
+    // Takes `songs` as the user's order and deals the other two from it, writing nothing to the
+    // library file: for playlists whose songs are not the file's to keep (the iTunes ones).
+    void setSongsWithoutStoring(const QList<SongPtr> &songs);
+
 signals:
     // Key-value style change report: "songs", "name", "sortKey", "sortAscending", "repeatMode",
     // "predicate", "selectedRows", "playlistID", "locked". A shuffle change reports nothing.

@@ -3,6 +3,7 @@
 const QList<CliCommand> &cliCommands()
 {
     static const QList<CliCommand> commands = {
+        importCommand(),
         songsCommand(),  playlistsCommand(), playlistCommand(), removeCommand(),
         tagCommand(),    rescanCommand(),    settingsCommand(),
         probeCommand(),

@@ -36,3 +36,4 @@ CliCommand rescanCommand();
 CliCommand settingsCommand();
 CliCommand probeCommand();
 CliCommand devicesCommand();
+CliCommand importCommand();

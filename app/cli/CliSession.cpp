@@ -39,6 +39,10 @@ bool CliSession::launch()
         m_err << "quivera-cli: warning: " << settingsError.text() << Qt::endl;
     m_delegate = std::make_unique<ApplicationDelegate>();
     m_delegate->applicationWillFinishLaunching();
+    // The launch queued the iTunes read-in, if it is allowed: a command shows the library as
+    // the player would once it has arrived.
+    if (m_delegate->queue())
+        m_delegate->queue()->waitUntilAllOperationsAreFinished();
     m_selectionAtLaunch = m_delegate->selectedPlaylist();
     return m_delegate->database() != nullptr;
 }

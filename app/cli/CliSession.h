@@ -16,7 +16,8 @@ public:
     CliSession();
     ~CliSession() override;
 
-    // The launch, as the player does it. Returns false if the library file could not be opened:
+    // The launch, as the player does it, and then the wait for what it queued (the iTunes
+    // read-in), so the library is complete. Returns false if the library file could not be opened:
     // no command can work without it (the alert has said why).
     bool launch();
     // Drains the queue and shuts down in order; puts the selection back as it was, so the CLI

@@ -108,6 +108,8 @@ CliCommand rescanCommand()
             return 1;
         ApplicationDelegate &d = session.delegate();
         d.rescan();
+        if (d.queue())
+            d.queue()->waitUntilAllOperationsAreFinished(); // the iTunes read-in it queued
         qsizetype missing = 0;
         for (const SongPtr &song : d.library())
             missing += song->isMissing() ? 1 : 0;

@@ -1,0 +1,178 @@
+#include "CliCommand.h"
+
+#include "library/ImportOperation.h"
+
+#include <QEventLoop>
+#include <QFileInfo>
+#include <QTimer>
+#include <QUrl>
+
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <unistd.h>
+
+namespace {
+
+std::atomic<bool> g_interrupted{false};
+
+void onInterrupt(int) { g_interrupted.store(true); }
+
+// A bar on standard error while the import runs, only where someone watches: a pipe or a file
+// gets the summary alone.
+class ProgressBar {
+public:
+    ProgressBar() : m_enabled(::isatty(STDERR_FILENO) == 1) {}
+    ~ProgressBar() { clear(); }
+
+    void show(float progress)
+    {
+        if (!m_enabled)
+            return;
+        constexpr int width = 32;
+        // Rounded: a sum of many small steps ends a hair below 1.
+        const int percent = qBound(0, qRound(progress * 100.0f), 100);
+        const int filled = qBound(0, qRound(progress * float(width)), width);
+        QByteArray bar(filled, '#');
+        bar.append(QByteArray(width - filled, '-'));
+        std::fprintf(stderr, "\rImporting [%s] %3d%%", bar.constData(), percent);
+        std::fflush(stderr);
+        m_shown = true;
+    }
+    void clear()
+    {
+        if (m_shown)
+            std::fprintf(stderr, "\r%60s\r", "");
+        m_shown = false;
+    }
+
+private:
+    bool m_enabled;
+    bool m_shown = false;
+};
+
+// The failure's own words, without the path the line already names.
+QString reasonFor(const ImportOperation::Failure &failure)
+{
+    QString reason = failure.error.failureReason();
+    const QString prefix = failure.path + QStringLiteral(": ");
+    if (reason.startsWith(prefix))
+        reason = reason.mid(prefix.size());
+    else if (reason == failure.path)
+        reason.clear();
+    QString text = failure.error.localizedDescription();
+    if (!reason.isEmpty())
+        text += QStringLiteral(" (") + reason + QLatin1Char(')');
+    return text;
+}
+
+bool argumentExists(const QString &argument)
+{
+    if (argument.startsWith(QLatin1String("file:"), Qt::CaseInsensitive)) {
+        const QUrl url(argument);
+        return url.isLocalFile() && QFileInfo::exists(url.toLocalFile());
+    }
+    return QFileInfo::exists(argument);
+}
+
+int run(CliSession &session, const QStringList &argv, const CliCommand &command)
+{
+    const CliArguments args(argv, {QStringLiteral("playlist")}, {});
+    if (const int rc = cliCheckArguments(session, args, command); rc >= 0)
+        return rc;
+    if (args.positional().isEmpty()) {
+        session.fail(QStringLiteral("import needs at least one file or folder"));
+        return 2;
+    }
+    if (!session.launch())
+        return 1;
+    ApplicationDelegate &d = session.delegate();
+    if (args.has(QStringLiteral("playlist"))) {
+        const PlaylistPtr target = session.playlistForID(args.value(QStringLiteral("playlist")));
+        if (!target)
+            return 1;
+        if (target->kind() == Playlist::Kind::ITunes || target->kind() == Playlist::Kind::ITunesLibrary) {
+            session.fail(QStringLiteral("playlist %1 belongs to the iTunes library, which is read-only")
+                             .arg(target->playlistID()));
+            return 1;
+        }
+        // The selection decides where the songs go; the session puts it back afterwards.
+        d.setSelectedPlaylist(target);
+    } else {
+        d.setSelectedPlaylist(d.playlistForID(Playlist::LibraryPlaylistID));
+    }
+
+    QStringList missing;
+    for (const QString &argument : args.positional())
+        if (!argumentExists(argument))
+            missing.append(argument);
+
+    const std::shared_ptr<ImportOperation> operation = d.addFilesToLibrary(args.positional());
+    if (!operation)
+        return 1;
+
+    g_interrupted.store(false);
+    const auto previousHandler = std::signal(SIGINT, onInterrupt);
+    {
+        ProgressBar bar;
+        QEventLoop loop;
+        QTimer poll;
+        poll.setInterval(100);
+        QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+            bar.show(operation->progress());
+            if (g_interrupted.load())
+                operation->cancel();
+        });
+        // The delegate merges on this same signal, before this handler runs.
+        QObject::connect(d.queue(), &OperationQueue::operationFinished, &loop,
+                         [&](std::shared_ptr<Operation> finished) {
+                             if (finished == operation)
+                                 loop.quit();
+                         });
+        bar.show(0.0f);
+        poll.start();
+        loop.exec();
+        bar.show(operation->progress());
+    }
+    std::signal(SIGINT, previousHandler);
+    d.queue()->waitUntilAllOperationsAreFinished();
+
+    QTextStream &out = session.out();
+    const qsizetype failed = operation->failures().size() + missing.size();
+    out << operation->songs().size() << " added, " << operation->duplicates().size()
+        << " skipped as duplicates, " << failed << " failed";
+    if (!operation->songsToConvert().isEmpty())
+        out << ", " << operation->songsToConvert().size()
+            << " not added: waiting for conversion to the preferred format";
+    out << '\n';
+    for (const QString &argument : std::as_const(missing))
+        out << "failed: " << argument << ": no such file or folder\n";
+    for (const ImportOperation::Failure &failure : operation->failures())
+        out << "failed: " << failure.path << ": " << reasonFor(failure) << '\n';
+    if (g_interrupted.load())
+        out << "interrupted: the songs added so far stay in the library\n";
+    out.flush();
+    if (g_interrupted.load())
+        return 130;
+    return failed > 0 ? 1 : 0;
+}
+
+} // namespace
+
+CliCommand importCommand()
+{
+    CliCommand c;
+    c.name = QStringLiteral("import");
+    c.summary = QStringLiteral("add audio files and folders to the library");
+    c.help = QStringLiteral(
+        "quivera-cli import PATH... [--playlist ID]\n\n"
+        "Adds audio files to the library. A folder is searched with all its sub-folders;\n"
+        "names that start with a dot are left out. A file the library already has is skipped,\n"
+        "and so is a file met twice (by a link, or named twice). A bar shows the progress on a\n"
+        "terminal. At the end one line counts what was added, skipped and what failed, and\n"
+        "each failed file follows with its reason. The status is 1 when any file failed.\n"
+        "Ctrl-C stops the import; the songs added so far stay.\n\n"
+        "  --playlist ID   add the new songs to this playlist too (see 'quivera-cli playlists')");
+    c.run = [c](CliSession &s, const QStringList &a) { return run(s, a, c); };
+    return c;
+}

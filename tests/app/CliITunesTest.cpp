@@ -1,0 +1,113 @@
+// The iTunes library beside the own one, through the command line: what shows, what the file
+// keeps of it, and damaged or missing iTunes files.
+
+#include "CliHarness.h"
+#include "library/iTunesFixture.h"
+
+#include <QFile>
+#include <algorithm>
+#include <QJsonObject>
+#include <gtest/gtest.h>
+
+namespace {
+
+QList<qint64> idsOf(const QJsonArray &array, const char *key)
+{
+    QList<qint64> ids;
+    for (const auto &v : array)
+        ids.append(v.toObject().value(QLatin1String(key)).toInteger());
+    return ids;
+}
+
+class CliITunesTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        // The default location, "~/Music/iTunes/iTunes Music Library.xml", below the harness's home.
+        xml = QFileInfo(cli.musicDir()).path() + QStringLiteral("/Music/iTunes/iTunes Music Library.xml");
+        iTunesFixture::write(xml, cli.musicDir());
+    }
+    QJsonArray iTunesPlaylists() const
+    {
+        QJsonArray out;
+        for (const auto &v : cli.json({QStringLiteral("playlists"), QStringLiteral("--json")}))
+            if (v.toObject().value(QStringLiteral("kind")).toString().startsWith(QLatin1String("iTunes")))
+                out.append(v);
+        return out;
+    }
+    QJsonArray songsOf(const char *playlistID) const
+    {
+        return cli.json({QStringLiteral("songs"), QStringLiteral("--playlist"), QLatin1String(playlistID), QStringLiteral("--json")});
+    }
+    void allowAccess(bool allow) const
+    {
+        ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("accessiTunesLibrary"),
+                           allow ? QStringLiteral("true") : QStringLiteral("false")}).status, 0);
+    }
+    CliHarness cli;
+    QString xml;
+};
+
+} // namespace
+
+TEST_F(CliITunesTest, ShowsExactlyWhatTheFiltersAllowAndStoresOneRowPerPlaylist)
+{
+    // Not asked for: nothing is read.
+    EXPECT_TRUE(songsOf("1").isEmpty());
+    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_playlist WHERE iTunes = 1;")), QStringLiteral("1"));
+
+    allowAccess(true);
+    QList<qint64> shown = idsOf(songsOf("1"), "songID");
+    std::sort(shown.begin(), shown.end());
+    EXPECT_EQ(shown, iTunesFixture::keptTrackIDs);
+
+    const QJsonArray playlists = iTunesPlaylists();
+    EXPECT_EQ(idsOf(playlists, "playlistID"), (QList<qint64>{1, 2000, 2001, 2002, 2003}));
+    EXPECT_EQ(idsOf(playlists, "count"), (QList<qint64>{8, 2, 3, 1, 0}));
+    EXPECT_EQ(idsOf(songsOf("2001"), "songID"), (QList<qint64>{104, 101, 103}));
+
+    QJsonObject first, gone;
+    for (const auto &v : songsOf("1")) {
+        const QJsonObject s = v.toObject();
+        if (s.value(QStringLiteral("songID")).toInteger() == 101)
+            first = s;
+        if (s.value(QStringLiteral("songID")).toInteger() == 102)
+            gone = s;
+    }
+    EXPECT_EQ(first.value(QStringLiteral("name")).toString(), QStringLiteral("Caf\u00e9 & <Friends>"));
+    EXPECT_EQ(first.value(QStringLiteral("track")).toString(), QStringLiteral("3 of 12"));
+    EXPECT_EQ(first.value(QStringLiteral("kind")).toString(), QStringLiteral("AAC Audio File"));
+    EXPECT_DOUBLE_EQ(first.value(QStringLiteral("length")).toDouble(), 215.0);
+    EXPECT_EQ(first.value(QStringLiteral("bitrate")).toInteger(), 320000);
+    EXPECT_EQ(first.value(QStringLiteral("dateAdded")).toString(), QStringLiteral("2012-03-04T05:06:07Z"));
+    EXPECT_FALSE(first.value(QStringLiteral("isMissing")).toBool());
+    EXPECT_TRUE(gone.value(QStringLiteral("isMissing")).toBool());
+
+    // Every launch reads the file again; the rows are there once. No song is copied.
+    const QString rows = cli.sql(QStringLiteral("SELECT playlistID, sortAscending FROM t_playlist WHERE iTunes = 1 ORDER BY playlistID;"));
+    EXPECT_EQ(rows, QStringLiteral("1|1\n2000|1\n2001|1\n2002|1\n2003|1"));
+    EXPECT_EQ(iTunesPlaylists().size(), 5);
+    EXPECT_EQ(cli.sql(QStringLiteral("SELECT playlistID, sortAscending FROM t_playlist WHERE iTunes = 1 ORDER BY playlistID;")), rows);
+    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_song;")), QStringLiteral("0"));
+
+    allowAccess(false);
+    EXPECT_EQ(iTunesPlaylists().size(), 1);
+    EXPECT_TRUE(songsOf("1").isEmpty());
+}
+
+TEST_F(CliITunesTest, ADamagedOrMissingFileGivesAnEmptySection)
+{
+    allowAccess(true);
+    QFile file(xml);
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+    file.resize(file.size() / 2);
+    file.close();
+    for (int round = 0; round < 2; ++round) {
+        const CliHarness::Result r = cli.run({QStringLiteral("playlists"), QStringLiteral("--json")});
+        EXPECT_EQ(r.status, 0) << r.err.constData();
+        EXPECT_FALSE(r.err.contains("quivera-cli:")) << r.err.constData(); // no alert, at most a log line
+        EXPECT_EQ(iTunesPlaylists().size(), 1);
+        EXPECT_TRUE(songsOf("1").isEmpty());
+        QFile::remove(xml);
+    }
+}

@@ -1,0 +1,171 @@
+// Importing through the command line, as a user or a script does it: the summary, a second
+// import, the target playlist, the progress bar, and a kill in the middle of a large import.
+
+#include "CliHarness.h"
+#include "support/TestEnvironment.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonObject>
+#include <QProcess>
+#include <QThread>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sqlite3.h>
+
+namespace {
+
+QProcessEnvironment environmentOf(const CliHarness &cli)
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    const QString root = QFileInfo(cli.musicDir()).path();
+    env.insert(QStringLiteral("XDG_DATA_HOME"), root + QStringLiteral("/data"));
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), root + QStringLiteral("/config"));
+    env.insert(QStringLiteral("HOME"), root);
+    return env;
+}
+
+// Rows in t_song, read without touching the file (-1 while it has no table yet).
+qint64 committedRows(const QString &file)
+{
+    sqlite3 *db = nullptr;
+    qint64 count = -1;
+    if (sqlite3_open_v2(QFile::encodeName(file).constData(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+        sqlite3_stmt *q = nullptr;
+        if (sqlite3_prepare_v2(db, "SELECT COUNT(*) FROM t_song", -1, &q, nullptr) == SQLITE_OK
+            && sqlite3_step(q) == SQLITE_ROW)
+            count = sqlite3_column_int64(q, 0);
+        sqlite3_finalize(q);
+    }
+    sqlite3_close_v2(db);
+    return count;
+}
+
+class CliImportTest : public ::testing::Test {
+protected:
+    // Three songs, a text file, a cut FLAC and a link to one of the songs.
+    void makeMusic()
+    {
+        const QString m = cli.musicDir();
+        const QString sine = TestEnvironment::makeSine(m + QStringLiteral("/../src.wav"), 0.3);
+        TestEnvironment::ffmpeg(sine, m + QStringLiteral("/a.flac"),
+                                {QStringLiteral("-metadata"), QStringLiteral("title=First"),
+                                 QStringLiteral("-metadata"), QStringLiteral("artist=Someone"),
+                                 QStringLiteral("-metadata"), QStringLiteral("track=3/12")});
+        TestEnvironment::ffmpeg(sine, m + QStringLiteral("/b.mp3"), {QStringLiteral("-c:a"), QStringLiteral("libmp3lame")});
+        TestEnvironment::ffmpeg(sine, m + QStringLiteral("/c.ogg"), {QStringLiteral("-c:a"), QStringLiteral("libvorbis")});
+        QFile text(m + QStringLiteral("/notes.txt"));
+        ASSERT_TRUE(text.open(QIODevice::WriteOnly));
+        text.write("hello\n");
+        text.close();
+        QFile a(m + QStringLiteral("/a.flac")), cut(m + QStringLiteral("/cut.flac"));
+        ASSERT_TRUE(a.open(QIODevice::ReadOnly) && cut.open(QIODevice::WriteOnly));
+        cut.write(a.readAll().left(int(a.size() / 2)));
+        cut.close();
+        ASSERT_TRUE(QFile::link(m + QStringLiteral("/a.flac"), m + QStringLiteral("/link.flac")));
+    }
+    CliHarness cli;
+};
+
+} // namespace
+
+TEST_F(CliImportTest, PrintsWhatWasAddedSkippedAndWhyFilesFailed)
+{
+    makeMusic();
+    const QString m = cli.musicDir();
+    CliHarness::Result r = cli.run({QStringLiteral("import"), m, m + QStringLiteral("/b.mp3"), m + QStringLiteral("/nowhere.flac")});
+    EXPECT_EQ(r.status, 1);
+    const QStringList lines = QString::fromUtf8(r.out).split(u'\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 4) << r.out.constData();
+    EXPECT_EQ(lines.at(0), QStringLiteral("3 added, 2 skipped as duplicates, 3 failed"));
+    EXPECT_EQ(lines.at(1), QStringLiteral("failed: %1/nowhere.flac: no such file or folder").arg(m));
+    EXPECT_TRUE(lines.at(2).startsWith(QStringLiteral("failed: %1/cut.flac: ").arg(m))) << lines.at(2).toStdString();
+    EXPECT_TRUE(lines.at(3).startsWith(QStringLiteral("failed: %1/notes.txt: The file holds no audio").arg(m)));
+    EXPECT_FALSE(r.err.contains("Importing")); // no bar into a pipe
+
+    const QJsonArray songs = cli.json({QStringLiteral("songs"), QStringLiteral("--json")});
+    ASSERT_EQ(songs.size(), 3);
+    bool sawFirst = false;
+    for (const auto &v : songs) {
+        const QJsonObject s = v.toObject();
+        EXPECT_LT(s.value(QStringLiteral("songID")).toInteger(), 0);
+        EXPECT_TRUE(s.contains(QStringLiteral("dateAdded")));
+        if (s.value(QStringLiteral("name")).toString() == QLatin1String("First")) {
+            sawFirst = true;
+            EXPECT_EQ(s.value(QStringLiteral("track")).toString(), QStringLiteral("3 of 12"));
+            EXPECT_EQ(s.value(QStringLiteral("artist")).toString(), QStringLiteral("Someone"));
+        }
+    }
+    EXPECT_TRUE(sawFirst);
+
+    r = cli.run({QStringLiteral("import"), m});
+    EXPECT_TRUE(r.out.startsWith("0 added, 4 skipped as duplicates, 2 failed")) << r.out.constData();
+    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_song;")), QStringLiteral("3"));
+}
+
+TEST_F(CliImportTest, NewSongsJoinTheChosenPlaylistButNeverAnITunesOne)
+{
+    cli.run({QStringLiteral("playlists")}); // makes the library file
+    cli.sql(QStringLiteral("INSERT INTO t_playlist VALUES (100, 0, 'Mix', 0, 0, 'ordinal', 0);"));
+    const QString song = TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/x.flac"), 0.1);
+    EXPECT_EQ(cli.run({QStringLiteral("import"), QStringLiteral("--playlist"), QStringLiteral("1"), song}).status, 1);
+    EXPECT_EQ(cli.run({QStringLiteral("import"), QStringLiteral("--playlist"), QStringLiteral("100"), song}).status, 0);
+    const QJsonArray mix = cli.json({QStringLiteral("songs"), QStringLiteral("--playlist"), QStringLiteral("100"), QStringLiteral("--json")});
+    ASSERT_EQ(mix.size(), 1);
+    EXPECT_EQ(mix.at(0).toObject().value(QStringLiteral("path")).toString(), song);
+    EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--json")}).size(), 1);
+}
+
+TEST_F(CliImportTest, ShowsABarOnATerminal)
+{
+    const QString song = TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/x.flac"), 0.1);
+    // script(1) gives the program a terminal of its own.
+    QProcess p;
+    p.setProcessEnvironment(environmentOf(cli));
+    p.start(QStringLiteral("script"), {QStringLiteral("-qec"),
+                                       QStringLiteral("'%1' import '%2'").arg(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"), song),
+                                       QStringLiteral("/dev/null")});
+    ASSERT_TRUE(p.waitForFinished(60000));
+    const QByteArray out = p.readAllStandardOutput();
+    EXPECT_TRUE(out.contains("Importing [")) << out.constData();
+    EXPECT_TRUE(out.contains("1 added, 0 skipped as duplicates, 0 failed")) << out.constData();
+}
+
+TEST_F(CliImportTest, AKillInTheMiddleLeavesAConsistentLibrary)
+{
+    constexpr int total = 3000;
+    const QString one = TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/0000.flac"), 0.1);
+    for (int i = 1; i < total; ++i)
+        ASSERT_TRUE(QFile::copy(one, cli.musicDir() + QStringLiteral("/%1.flac").arg(i, 4, 10, QLatin1Char('0'))));
+
+    QProcess p;
+    p.setProcessEnvironment(environmentOf(cli));
+    p.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"), {QStringLiteral("import"), cli.musicDir()});
+    ASSERT_TRUE(p.waitForStarted());
+    QElapsedTimer t;
+    t.start();
+    while (p.state() == QProcess::Running && committedRows(cli.libraryFile()) <= 0 && t.elapsed() < 60000)
+        QThread::usleep(500);
+    ASSERT_EQ(p.state(), QProcess::Running) << "the import ended before a batch was seen";
+    ::kill(pid_t(p.processId()), SIGKILL);
+    p.waitForFinished();
+
+    EXPECT_EQ(cli.sql(QStringLiteral("PRAGMA integrity_check;")), QStringLiteral("ok"));
+    const qint64 kept = cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_song;")).toLongLong();
+    EXPECT_GT(kept, 0);
+    EXPECT_LT(kept, total);
+    // Every row whole: a batch is there entirely or not at all.
+    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_song WHERE path IS NULL OR name IS NULL "
+                                     "OR kind IS NULL OR dateAdded IS NULL OR length <= 0 OR sampleRate != 44100;")),
+              QStringLiteral("0"));
+    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(DISTINCT path) FROM t_song;")).toLongLong(), kept);
+    EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--json")}).size(), kept);
+
+    // The next import brings the rest, and nothing twice.
+    const CliHarness::Result r = cli.run({QStringLiteral("import"), cli.musicDir()});
+    EXPECT_EQ(r.status, 0) << r.out.constData();
+    EXPECT_TRUE(r.out.startsWith(QStringLiteral("%1 added, %2 skipped").arg(total - kept).arg(kept).toUtf8())) << r.out.constData();
+    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(DISTINCT path) FROM t_song;")), QString::number(total));
+    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_song;")), QString::number(total));
+}

@@ -1,0 +1,119 @@
+// The "now playing" notice, received by a notification service of our own on a private
+// session bus.
+
+#include "app/NowPlayingNotifier.h"
+
+#include <QCoreApplication>
+#include <QDBusConnectionInterface>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <gtest/gtest.h>
+
+namespace {
+
+class FakeNotifications : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+public:
+    struct Call {
+        QString app;
+        quint32 replaces;
+        QString summary;
+        QString body;
+    };
+    QList<Call> calls;
+
+public slots:
+    quint32 Notify(const QString &app, quint32 replaces, const QString &, const QString &summary,
+                   const QString &body, const QStringList &, const QVariantMap &, qint32)
+    {
+        calls.append({app, replaces, summary, body});
+        return quint32(40 + calls.size());
+    }
+};
+
+bool spinUntil(const std::function<bool()> &done, int ms = 5000)
+{
+    QElapsedTimer t;
+    t.start();
+    while (!done() && t.elapsed() < ms)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    return done();
+}
+
+SongPtr song(const char *name, const char *artist, const char *album)
+{
+    auto s = std::make_shared<Song>();
+    s->setName(QString::fromUtf8(name));
+    s->setArtist(QString::fromUtf8(artist));
+    s->setAlbum(QString::fromUtf8(album));
+    return s;
+}
+
+} // namespace
+
+TEST(NowPlayingNotifier, TheTextJoinsArtistAndAlbumWithAnEmDash)
+{
+    const auto text = [](const char *artist, const char *album) {
+        return NowPlayingNotifier::subtitleForSong(song("x", artist, album).get());
+    };
+    EXPECT_EQ(text("Artist", "Album"), QStringLiteral("Artist \u2014 Album"));
+    EXPECT_EQ(text("Artist", ""), QStringLiteral("Artist"));
+    EXPECT_EQ(text("", "Album"), QStringLiteral("Album"));
+    EXPECT_TRUE(text("", "").isEmpty());
+    EXPECT_TRUE(NowPlayingNotifier::subtitleForSong(nullptr).isEmpty());
+}
+
+TEST(NowPlayingNotifier, EachSongChangeReachesTheNotificationService)
+{
+    QProcess daemon;
+    daemon.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--session"), QStringLiteral("--nofork"),
+                                                 QStringLiteral("--print-address")});
+    ASSERT_TRUE(daemon.waitForStarted());
+    ASSERT_TRUE(daemon.waitForReadyRead(10000));
+    const QString address = QString::fromUtf8(daemon.readLine()).trimmed();
+    {
+        QDBusConnection service = QDBusConnection::connectToBus(address, QStringLiteral("fake-notifications"));
+        ASSERT_TRUE(service.isConnected());
+        FakeNotifications fake;
+        ASSERT_TRUE(service.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &fake,
+                                           QDBusConnection::ExportAllSlots));
+        ASSERT_TRUE(service.registerService(QStringLiteral("org.freedesktop.Notifications")));
+
+        NowPlayingNotifier notifier(QDBusConnection::connectToBus(address, QStringLiteral("notifier")));
+        QList<quint32> delivered;
+        QObject::connect(&notifier, &NowPlayingNotifier::delivered, [&](quint32 id) { delivered.append(id); });
+
+        notifier.currentSongChanged(song("Tune & <Co>", "Artist", "Album"));
+        ASSERT_TRUE(spinUntil([&] { return delivered.size() == 1; }));
+        notifier.currentSongChanged(nullptr); // playback ended: a notice without texts
+        ASSERT_TRUE(spinUntil([&] { return delivered.size() == 2; }));
+
+        ASSERT_EQ(fake.calls.size(), 2);
+        EXPECT_EQ(fake.calls.at(0).app, QStringLiteral("Quivera"));
+        EXPECT_EQ(fake.calls.at(0).summary, QStringLiteral("Tune & <Co>"));
+        EXPECT_EQ(fake.calls.at(0).body, QStringLiteral("Artist \u2014 Album"));
+        EXPECT_EQ(fake.calls.at(0).replaces, 0u);
+        EXPECT_EQ(fake.calls.at(1).replaces, 41u); // replaces the notice before
+        EXPECT_TRUE(fake.calls.at(1).summary.isEmpty());
+        EXPECT_TRUE(fake.calls.at(1).body.isEmpty());
+    }
+    QDBusConnection::disconnectFromBus(QStringLiteral("fake-notifications"));
+    QDBusConnection::disconnectFromBus(QStringLiteral("notifier"));
+    daemon.kill();
+    daemon.waitForFinished();
+}
+
+TEST(NowPlayingNotifier, WithoutABusNothingHappens)
+{
+    NowPlayingNotifier notifier(QDBusConnection::connectToBus(QStringLiteral("unix:path=/nonexistent/bus"),
+                                                              QStringLiteral("no-bus")));
+    bool delivered = false;
+    QObject::connect(&notifier, &NowPlayingNotifier::delivered, [&](quint32) { delivered = true; });
+    notifier.currentSongChanged(song("a", "b", "c"));
+    spinUntil([] { return false; }, 200);
+    EXPECT_FALSE(delivered);
+    QDBusConnection::disconnectFromBus(QStringLiteral("no-bus"));
+}
+
+#include "NowPlayingNotifierTest.moc"

@@ -1,0 +1,154 @@
+// Where the results of background operations go: the merge on the main thread into the library
+// and its playlists, the iTunes read-in at launch, and files handed to the player.
+
+#include "app/ApplicationDelegate.h"
+#include "db/VEKDatabaseQuery.h"
+#include "library/ImportOperation.h"
+#include "library/LoadiTunesOperation.h"
+#include "library/iTunesFixture.h"
+#include "settings/UserDefaults.h"
+#include "support/TestEnvironment.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QThread>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+namespace {
+
+class MergeTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        TestEnvironment::resetUserFolders();
+        UserDefaults::standard().removeValue(QStringLiteral("selectedPlaylistID"));
+        UserDefaults::standard().removeValue(QStringLiteral("accessiTunesLibrary"));
+        ApplicationDelegate::registerDefaults(UserDefaults::standard());
+        launch();
+        song = TestEnvironment::makeSine(TestEnvironment::makeTempDir() + QStringLiteral("/s.flac"), 0.1);
+    }
+    void TearDown() override
+    {
+        if (delegate)
+            delegate->applicationWillTerminate();
+        UserDefaults::standard().removeValue(QStringLiteral("accessiTunesLibrary"));
+    }
+    void launch()
+    {
+        if (delegate)
+            delegate->applicationWillTerminate();
+        delegate = std::make_unique<ApplicationDelegate>();
+        delegate->applicationWillFinishLaunching();
+        delegate->queue()->waitUntilAllOperationsAreFinished();
+    }
+    const PlaylistPtr &library() const { return delegate->localPlaylists().first(); }
+
+    std::unique_ptr<ApplicationDelegate> delegate;
+    QString song;
+};
+
+} // namespace
+
+TEST_F(MergeTest, NewSongsGoToTheLibraryAndTheSelectedPlaylistOnly)
+{
+    delegate->newPlaylistWithSongs({});
+    const PlaylistPtr mine = delegate->selectedPlaylist();
+    const auto op = delegate->addFilesToLibrary({song});
+    delegate->queue()->waitUntilAllOperationsAreFinished();
+    ASSERT_EQ(op->songs().size(), 1);
+    const SongPtr added = op->songsInImportOrder().first();
+    EXPECT_EQ(delegate->library().value(added->songID()), added);
+    EXPECT_EQ(library()->songsInManualOrder(), QList<SongPtr>{added});
+    EXPECT_EQ(mine->songsInManualOrder(), QList<SongPtr>{added});
+
+    // With an iTunes playlist selected, or the target deleted meanwhile: the library alone.
+    const QString other = TestEnvironment::makeSine(TestEnvironment::makeTempDir() + QStringLiteral("/t.flac"), 0.1);
+    delegate->setSelectedPlaylist(delegate->playlistForID(Playlist::ITunesLibraryPlaylistID));
+    delegate->addFilesToLibrary({other});
+    delegate->setSelectedPlaylist(mine);
+    const QString third = TestEnvironment::makeSine(TestEnvironment::makeTempDir() + QStringLiteral("/u.flac"), 0.1);
+    delegate->addFilesToLibrary({third});
+    delegate->deleteSelectedPlaylist();
+    delegate->queue()->waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(library()->countOfSongs(), 3);
+    EXPECT_EQ(mine->countOfSongs(), 1);
+    EXPECT_TRUE(delegate->iTunesPlaylists().first()->songsInManualOrder().isEmpty());
+    delegate->database()->flushWrites();
+    auto q = delegate->database()->queryWithStatement(
+        QStringLiteral("SELECT COUNT() FROM t_playlistSong WHERE playlistID = ?"));
+    q->setIntValue(mine->playlistID(), 0);
+    ASSERT_TRUE(q->evaluateNextRow());
+    EXPECT_EQ(q->intValueAtColumn(0), 0); // no rows for a playlist that is gone
+
+    // And the library file says the same at the next start.
+    launch();
+    EXPECT_EQ(delegate->library().size(), 3);
+}
+
+TEST_F(MergeTest, AMergeThatARescanOvertookAddsNothingTwice)
+{
+    const auto op = delegate->addFilesToLibrary({song});
+    // Finished on the worker, merge not yet delivered: the rescan reads the rows itself.
+    QElapsedTimer t;
+    t.start();
+    while ((!op->isFinished() || delegate->queue()->operationCount() > 0) && t.elapsed() < 30000)
+        QThread::msleep(1);
+    delegate->rescan();
+    delegate->queue()->waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(delegate->library().size(), 1);
+    EXPECT_EQ(library()->countOfSongs(), 1);
+}
+
+TEST_F(MergeTest, TheITunesReadInIsQueuedAtLaunchOnlyWhenAllowed)
+{
+    const QString dir = TestEnvironment::makeTempDir(QStringLiteral("itunes"));
+    const QString xml = dir + QStringLiteral("/iTunes Library.xml");
+    iTunesFixture::write(xml, dir + QStringLiteral("/music"));
+    UserDefaults::standard().setValue(QStringLiteral("iTunesLibraryLocation"), xml);
+    EXPECT_FALSE(delegate->loadiTunesLibrary());
+
+    UserDefaults::standard().setValue(QStringLiteral("accessiTunesLibrary"), true);
+    launch();
+    UserDefaults::standard().removeValue(QStringLiteral("iTunesLibraryLocation"));
+    EXPECT_EQ(delegate->iTunesPlaylists().first()->countOfSongs(), iTunesFixture::keptTrackIDs.size());
+    ASSERT_EQ(delegate->iTunesPlaylists().size(), 1 + iTunesFixture::playlistIDs.size());
+    EXPECT_EQ(delegate->iTunesPlaylists().at(2)->countOfSongs(), 3);
+    EXPECT_TRUE(delegate->iTunesPlaylists().at(2)->locked());
+    EXPECT_TRUE(delegate->library().value(101));
+    EXPECT_TRUE(library()->songsInManualOrder().isEmpty()); // not the own library's songs
+}
+
+TEST_F(MergeTest, ThePlayerImportsTheFilesItIsGiven)
+{
+    EXPECT_TRUE(delegate->applicationOpenFiles({song}));
+    delegate->queue()->waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(library()->countOfSongs(), 1);
+
+    // The program itself, with a path on its command line, as a file manager starts it.
+    const QString root = TestEnvironment::makeTempDir(QStringLiteral("player"));
+    QProcess player;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("XDG_DATA_HOME"), root + QStringLiteral("/data"));
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), root + QStringLiteral("/config"));
+    player.setProcessEnvironment(env);
+    player.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera"), {song});
+    if (!player.waitForStarted())
+        GTEST_SKIP() << "quivera is not built";
+    const QString file = root + QStringLiteral("/data/Quivera/Quivera Library");
+    QElapsedTimer t;
+    t.start();
+    qint64 rows = 0;
+    while (rows == 0 && t.elapsed() < 30000) {
+        QThread::msleep(20);
+        QProcess sqlite;
+        sqlite.start(QStringLiteral("sqlite3"), {QStringLiteral("-readonly"), file, QStringLiteral("SELECT COUNT(*) FROM t_song;")});
+        sqlite.waitForFinished();
+        rows = sqlite.readAllStandardOutput().trimmed().toLongLong();
+    }
+    ::kill(pid_t(player.processId()), SIGTERM);
+    player.waitForFinished();
+    EXPECT_EQ(rows, 1);
+    EXPECT_EQ(player.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(player.exitCode(), 0);
+}
