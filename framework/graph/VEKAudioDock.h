@@ -1,0 +1,37 @@
+#pragma once
+
+#include "VEKAudioProcessor.h"
+
+// A place in the graph that holds one replaceable processor (an effect slot, a branch's
+// converter). A dock that holds nothing passes audio through.
+//
+// Main thread. Changing the held processor of an initialised stream gives the stream a new render
+// plan: the new processor is initialised first, the plan swapped in at a buffer boundary, and the
+// old processor uninitialised once the render thread has let go of it. The connection formats
+// stay as they were, so a live change is for processors that keep the format (effects); the
+// converter docks are changed on a stopped, uninitialised stream.
+class VEKAudioDock : public VEKAudioProcessor {
+    Q_OBJECT
+public:
+    using VEKAudioProcessor::VEKAudioProcessor;
+
+    VEKAudioProcessorPtr processor() const { return m_processor; }
+    // Retains `processor` (may be null). No effect when it is already the held one.
+    void setProcessor(VEKAudioProcessorPtr processor);
+
+    // Adds "processor": the held processor's settings, when there is one.
+    QVariantMap settings() const override;
+    // "processor": settings to make the held processor from (an empty map empties the dock).
+    bool setSettings(const QVariantMap &settings, VEKError *error) override;
+
+    // Outside a stream only; in a stream the plan renders the held processor directly.
+    void render(VEKAudioBufferList &list, quint32 bus, const VEKAudioRenderInfo &info) override;
+
+signals:
+    // Before and after a change: the held processor and its successor.
+    void processorWillChange(VEKAudioProcessorPtr current);
+    void processorChanged(VEKAudioProcessorPtr processor, VEKAudioProcessorPtr previous);
+
+private:
+    VEKAudioProcessorPtr m_processor;
+};

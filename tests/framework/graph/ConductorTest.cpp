@@ -1,0 +1,256 @@
+// The conductor's time line: landmarks fire in the buffer that reaches them, jumps and stops land
+// on the exact frame, and location changes take effect at the next buffer.
+
+#include "GraphTestSupport.h"
+
+#include <QCoreApplication>
+#include <QSignalSpy>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+using namespace GraphTest;
+
+namespace {
+
+constexpr double kRate = 44100.0;
+
+const char *kRampGraph = R"({
+  "format": {"sampleRate": 44100, "numberOfChannels": 2},
+  "processors": [
+    {"identifier": "source", "class": "TestRampSource"},
+    {"identifier": "conductor", "class": "VEKConductorAudioProcessor"},
+    {"identifier": "sink", "class": "TestCaptureSink"}
+  ],
+  "chains": [["source", "conductor", "sink"]]
+})";
+
+// What the time line should give: each output frame is the conductor frame it renders, plus one;
+// on reaching `landmark` the line continues at `jump`, or is silent from there with `stop`.
+std::vector<float> expectedLine(quint64 frames, qint64 landmark, qint64 jump, bool stop)
+{
+    std::vector<float> out;
+    qint64 pos = 0;
+    bool stopped = false;
+    while (out.size() < frames) {
+        if (!stopped && pos == landmark) {
+            if (stop)
+                stopped = true;
+            else
+                pos = jump;
+        }
+        out.push_back(stopped ? 0.0f : float(pos + 1));
+        if (!stopped)
+            ++pos;
+    }
+    return out;
+}
+
+int passesOf(quint64 frames, qint64 landmark, qint64 jump)
+{
+    int passes = 0;
+    qint64 pos = 0;
+    for (quint64 i = 0; i < frames; ++i, ++pos) {
+        if (pos == landmark) {
+            pos = jump;
+            ++passes;
+        }
+    }
+    return passes;
+}
+
+// Processes events until `spy` holds `count` signals (or two seconds pass).
+void waitForSignals(QSignalSpy &spy, int count)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    while (spy.count() < count && std::chrono::steady_clock::now() < deadline)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+}
+
+struct RampRun {
+    std::unique_ptr<VEKAudioStream> stream;
+    CaptureSink *sink = nullptr;
+    VEKConductorAudioProcessor *conductor = nullptr;
+};
+
+RampRun makeRampRun(quint32 bufferFrames, quint64 wanted)
+{
+    RampRun run;
+    run.stream = build(kRampGraph);
+    run.sink = run.stream->processorWithIdentifier<CaptureSink>(QStringLiteral("sink"));
+    run.conductor = run.stream->processorWithIdentifier<VEKConductorAudioProcessor>(QStringLiteral("conductor"));
+    run.sink->setFramesPerBuffer(bufferFrames);
+    run.sink->setWanted(wanted);
+    return run;
+}
+
+// A landmark that moves itself on each pass, as the player's does at a song change: it jumps to
+// the next "song" and stands at that song's end.
+class HoppingLandmark : public VEKConductorLandmark {
+public:
+    qint64 songLength = 0;
+    qint64 nextStart = 0;
+    int actions = 0;
+    void action() override
+    {
+        ++actions;
+        setJump(true);
+        setJumpLocation(double(nextStart) / kRate);
+        setLocation(double(nextStart + songLength) / kRate);
+        nextStart += 100000;
+    }
+};
+
+} // namespace
+
+class LandmarkPlacement : public ::testing::TestWithParam<quint32> {};
+
+TEST_P(LandmarkPlacement, AJumpBackLandsOnTheExactFrameWhereverTheLandmarkFallsInTheBuffer)
+{
+    const quint32 n = GetParam();
+    // First frame, second frame, middle, last frame of a buffer.
+    for (const quint32 offset : {0u, 1u, n / 2, n - 1}) {
+        const qint64 landmark = 3 * qint64(n) + offset;
+        const qint64 jump = 7;
+        const quint64 total = quint64(landmark) + quint64(landmark - jump) + 2 * n;
+        RampRun run = makeRampRun(n, total);
+        QSignalSpy passed(run.conductor, &VEKConductorAudioProcessor::landmarkPassed);
+        auto mark = VEKConductorLandmark::landmark();
+        mark->setLocation(double(landmark) / kRate);
+        mark->setJump(true);
+        mark->setJumpLocation(double(jump) / kRate);
+        run.conductor->insertLandmark(mark, 0);
+        run.conductor->start();
+        ASSERT_TRUE(run.stream->initialize());
+        ASSERT_TRUE(run.stream->start());
+
+        const std::vector<float> expected = expectedLine(total, landmark, jump, false);
+        ASSERT_EQ(run.sink->channel(0).size(), total);
+        for (quint64 i = 0; i < total; ++i) {
+            ASSERT_EQ(run.sink->channel(0)[i], expected[i]) << "buffer " << n << ", offset " << offset << ", frame " << i;
+            ASSERT_EQ(run.sink->channel(1)[i], expected[i]);
+        }
+        const int passes = passesOf(total, landmark, jump);
+        waitForSignals(passed, passes);
+        EXPECT_EQ(passed.count(), passes);
+        EXPECT_EQ(passed.first().first().value<VEKConductorLandmarkPtr>(), mark);
+    }
+}
+
+TEST_P(LandmarkPlacement, AStopEndsTheTransportOnTheLandmarkAndSilencesTheRest)
+{
+    const quint32 n = GetParam();
+    for (const quint32 offset : {0u, 1u, n / 2, n - 1}) {
+        const qint64 landmark = 2 * qint64(n) + offset;
+        const quint64 total = 5 * quint64(n);
+        RampRun run = makeRampRun(n, total);
+        QSignalSpy stopped(run.conductor, &VEKConductorAudioProcessor::transportStopped);
+        auto mark = VEKConductorLandmark::landmark();
+        mark->setLocation(double(landmark) / kRate);
+        mark->setStop(true);
+        run.conductor->insertLandmark(mark, 0);
+        run.conductor->start();
+        ASSERT_TRUE(run.stream->initialize());
+        ASSERT_TRUE(run.stream->start());
+        ASSERT_EQ(run.sink->channel(0), expectedLine(total, landmark, 0, true)) << "buffer " << n << ", offset " << offset;
+        EXPECT_FALSE(run.conductor->isRunning());
+        EXPECT_DOUBLE_EQ(run.conductor->location(), double(landmark) / kRate);
+        waitForSignals(stopped, 1);
+        EXPECT_EQ(stopped.count(), 1);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(BufferSizes, LandmarkPlacement, ::testing::Values(64u, 100u, 441u, 1024u, 1500u, 4096u));
+
+TEST(Conductor, TheActionDecidesWhereTheJumpGoesAndMayMoveItsLandmark)
+{
+    const quint32 n = 512;
+    const qint64 songLength = 1000;
+    RampRun run = makeRampRun(n, 4000);
+    auto mark = VEKConductorLandmark::landmark<HoppingLandmark>();
+    mark->songLength = songLength;
+    mark->nextStart = 50000;
+    mark->setLocation(double(songLength) / kRate);
+    run.conductor->insertLandmark(mark, 0);
+    run.conductor->start();
+    ASSERT_TRUE(run.stream->initialize());
+    ASSERT_TRUE(run.stream->start());
+
+    // Songs of 1000 frames at 0, 50000, 150000, 250000: each follows the last without a gap.
+    const auto &out = run.sink->channel(0);
+    const qint64 starts[] = {0, 50000, 150000, 250000};
+    for (quint64 i = 0; i < out.size(); ++i) {
+        const qint64 expected = starts[i / songLength] + qint64(i % songLength) + 1;
+        ASSERT_EQ(out[i], float(expected)) << "frame " << i;
+    }
+    EXPECT_EQ(mark->actions, 3);
+}
+
+TEST(Conductor, ALandmarkThatJumpsOntoItselfFiresOnceAndPlaysOn)
+{
+    RampRun run = makeRampRun(256, 1024);
+    auto mark = VEKConductorLandmark::landmark();
+    mark->setLocation(300.0 / kRate);
+    mark->setJump(true);
+    mark->setJumpLocation(300.0 / kRate);
+    run.conductor->insertLandmark(mark, 0);
+    run.conductor->start();
+    ASSERT_TRUE(run.stream->initialize());
+    ASSERT_TRUE(run.stream->start()); // returns: no endless loop on the render thread
+    const auto &out = run.sink->channel(0);
+    for (quint64 i = 0; i < out.size(); ++i)
+        ASSERT_EQ(out[i], float(i + 1));
+}
+
+TEST(Conductor, ALocationSetIsReportedAtOnceAndRenderedFromTheNextBuffer)
+{
+    auto stream = build(R"({
+      "processors": [
+        {"identifier": "source", "class": "TestRampSource"},
+        {"identifier": "conductor", "class": "VEKConductorAudioProcessor"},
+        {"identifier": "sink", "class": "TestManualSink"}
+      ],
+      "chains": [["source", "conductor", "sink"]]
+    })");
+    auto *conductor = stream->processorWithIdentifier<VEKConductorAudioProcessor>(QStringLiteral("conductor"));
+    ASSERT_TRUE(stream->initialize());
+    conductor->start();
+    std::vector<float> first = renderManually(*stream, 300, 100, false);
+    EXPECT_EQ(first[299], 300.0f);
+    EXPECT_DOUBLE_EQ(conductor->location(), 300.0 / kRate);
+
+    conductor->setLocation(1.0);
+    EXPECT_DOUBLE_EQ(conductor->location(), 1.0);
+    std::vector<float> next = renderManually(*stream, 100, 100, false);
+    EXPECT_EQ(next[0], 44101.0f);
+    EXPECT_EQ(next[99], 44200.0f);
+    EXPECT_DOUBLE_EQ(conductor->location(), 44200.0 / kRate);
+}
+
+TEST(Conductor, AStoppedTransportHoldsItsLocationAndResumesThere)
+{
+    auto stream = build(R"({
+      "processors": [
+        {"identifier": "source", "class": "TestRampSource"},
+        {"identifier": "conductor", "class": "VEKConductorAudioProcessor"},
+        {"identifier": "sink", "class": "TestManualSink"}
+      ],
+      "chains": [["source", "conductor", "sink"]]
+    })");
+    auto *conductor = stream->processorWithIdentifier<VEKConductorAudioProcessor>(QStringLiteral("conductor"));
+    ASSERT_TRUE(stream->initialize());
+    EXPECT_EQ(renderManually(*stream, 64, 64, false), std::vector<float>(64, 0.0f)) << "not started yet";
+    conductor->start();
+    EXPECT_TRUE(conductor->isRunning());
+    renderManually(*stream, 640, 64, false);
+    conductor->stop();
+    EXPECT_FALSE(conductor->isRunning());
+    // The buffer after the stop plays on for its fade; then silence, and the time line stands.
+    const std::vector<float> fade = renderManually(*stream, 64, 64, false);
+    EXPECT_EQ(fade[0], 641.0f);
+    EXPECT_EQ(renderManually(*stream, 640, 64, false), std::vector<float>(640, 0.0f));
+    EXPECT_DOUBLE_EQ(conductor->location(), 640.0 / kRate);
+    conductor->start();
+    EXPECT_EQ(renderManually(*stream, 1, 64, false)[0], 641.0f);
+}

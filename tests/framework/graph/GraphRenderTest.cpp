@@ -1,0 +1,243 @@
+// Pulling through the graph: connections, mixers, routers, docks and the plan swapped under a
+// running stream.
+
+#include "GraphTestSupport.h"
+
+#include "graph/VEKAudioDock.h"
+#include "graph/VEKHardwareAudioProcessor.h"
+#include "graph/VEKRouterAudioProcessor.h"
+#include "graph/VEKVolumeAudioProcessor.h"
+
+#include <QCoreApplication>
+
+#include <gtest/gtest.h>
+
+using namespace GraphTest;
+
+namespace {
+
+const char *kTwoBranches = R"({
+  "processors": [
+    {"identifier": "a", "class": "TestCountingSource", "settings": {"value": 0.25}},
+    {"identifier": "b", "class": "TestCountingSource", "settings": {"value": 0.5}},
+    {"identifier": "mixer", "class": "VEKMixerAudioProcessor"},
+    {"identifier": "sink", "class": "TestManualSink"}
+  ],
+  "chains": [["mixer", "sink"]],
+  "connections": [
+    {"identifier": "aToMixer", "from": "a", "to": "mixer", "active": false},
+    {"identifier": "bToMixer", "from": "b", "to": "mixer"}
+  ]
+})";
+
+} // namespace
+
+TEST(Connections, AnInactiveConnectionIsSilentAndItsBranchIsNotPulled)
+{
+    auto stream = build(kTwoBranches);
+    auto *a = stream->processorWithIdentifier<CountingSource>(QStringLiteral("a"));
+    auto *b = stream->processorWithIdentifier<CountingSource>(QStringLiteral("b"));
+    ASSERT_TRUE(stream->initialize());
+    EXPECT_FALSE(stream->connectionWithIdentifier(QStringLiteral("aToMixer"))->isActive());
+
+    EXPECT_EQ(renderManually(*stream, 1024, 256, false), std::vector<float>(1024, 0.5f));
+    EXPECT_EQ(a->pulls(), 0u);
+    EXPECT_EQ(b->pulls(), 4u);
+
+    // Switching over is exact from the next buffer on.
+    stream->connectionWithIdentifier(QStringLiteral("aToMixer"))->setActive(true);
+    stream->connectionWithIdentifier(QStringLiteral("bToMixer"))->setActive(false);
+    EXPECT_EQ(renderManually(*stream, 256, 256, false), std::vector<float>(256, 0.25f));
+    EXPECT_EQ(a->pulls(), 1u);
+    EXPECT_EQ(b->pulls(), 4u);
+
+    stream->connectionWithIdentifier(QStringLiteral("aToMixer"))->setActive(false);
+    EXPECT_EQ(renderManually(*stream, 256, 256, false), std::vector<float>(256, 0.0f));
+}
+
+TEST(Connections, AMixerSumsItsActiveInputs)
+{
+    auto stream = build(kTwoBranches);
+    stream->connectionWithIdentifier(QStringLiteral("aToMixer"))->setActive(true);
+    ASSERT_TRUE(stream->initialize());
+    EXPECT_EQ(renderManually(*stream, 300, 128, false), std::vector<float>(300, 0.75f));
+}
+
+TEST(Router, EachOutputTakesTheInputsTiedToItBitExact)
+{
+    registerTestClasses();
+    // A three-channel source whose channels differ, routed 0->0, 1->1, 2 nowhere.
+    struct Marked : VEKAudioProcessor {
+        void render(VEKAudioBufferList &list, quint32, const VEKAudioRenderInfo &info) override
+        {
+            list.setFrames(info.frames);
+            for (quint32 c = 0; c < list.numberOfChannels(); ++c)
+                for (quint32 f = 0; f < list.frames(); ++f)
+                    list.channel(c)[f] = 0.1f * float(c + 1) + 1e-7f * float(f);
+        }
+    };
+    VEKAudioProcessor::registerClass(QStringLiteral("TestMarkedChannels"),
+                                     [] { return VEKAudioProcessorPtr(std::make_shared<Marked>()); });
+    auto stream = build(R"({
+      "processors": [
+        {"identifier": "source", "class": "TestMarkedChannels"},
+        {"identifier": "router", "class": "VEKRouterAudioProcessor",
+         "settings": {"numberOfInputChannels": 3, "ties": [[0, 0], [2, 0], [1, 1]]}},
+        {"identifier": "sink", "class": "TestManualSink"}
+      ],
+      "chains": [["source", "router", "sink"]]
+    })");
+    ASSERT_TRUE(stream->initialize());
+    VEKAudioBufferList out(2, 64);
+    stream->renderCycle(out, 0, false);
+    for (quint32 f = 0; f < 64; ++f) {
+        const float c0 = 0.1f + 1e-7f * float(f), c1 = 0.2f + 1e-7f * float(f), c2 = 0.3f + 1e-7f * float(f);
+        ASSERT_EQ(out.channel(0)[f], c0 + c2);
+        ASSERT_EQ(out.channel(1)[f], c1); // a single tie is a copy
+    }
+}
+
+TEST(Router, AMonoInputTiedToBothOutputsIsHeardOnBothSides)
+{
+    auto stream = build(R"({
+      "processors": [
+        {"identifier": "source", "class": "TestRampSource"},
+        {"identifier": "router", "class": "VEKRouterAudioProcessor",
+         "settings": {"numberOfInputChannels": 1, "ties": [[0, 0], [0, 1]]}},
+        {"identifier": "sink", "class": "TestManualSink"}
+      ],
+      "chains": [["source", "router", "sink"]]
+    })");
+    auto *router = stream->processorWithIdentifier<VEKRouterAudioProcessor>(QStringLiteral("router"));
+    ASSERT_TRUE(stream->initialize());
+    EXPECT_EQ(router->inputConnection()->numberOfChannels(), 1u);
+    VEKAudioBufferList out(2, 32);
+    stream->renderCycle(out, 0, false);
+    for (quint32 f = 0; f < 32; ++f) {
+        ASSERT_EQ(out.channel(0)[f], float(f + 1));
+        ASSERT_EQ(out.channel(1)[f], float(f + 1));
+    }
+    // Ties past the input width count for nothing: input 1 does not exist here.
+    router->router().tie(1, 1);
+    stream->renderCycle(out, 32, false);
+    EXPECT_EQ(out.channel(1)[0], 33.0f);
+}
+
+TEST(Processors, ADisabledProcessorPassesItsInputUnchanged)
+{
+    auto stream = build(R"({
+      "processors": [
+        {"identifier": "source", "class": "TestCountingSource", "settings": {"value": 0.3}},
+        {"identifier": "volume", "class": "VEKVolumeAudioProcessor", "settings": {"scalar": 0.5}},
+        {"identifier": "sink", "class": "TestManualSink"}
+      ],
+      "chains": [["source", "volume", "sink"]]
+    })");
+    auto *volume = stream->processorWithIdentifier(QStringLiteral("volume"));
+    ASSERT_TRUE(stream->initialize());
+    EXPECT_EQ(renderManually(*stream, 64, 64, false), std::vector<float>(64, 0.15f));
+    // By key, as the menus and the remote do it.
+    volume->setProperty("enabled", false);
+    EXPECT_FALSE(volume->isEnabled());
+    EXPECT_EQ(renderManually(*stream, 64, 64, false), std::vector<float>(64, 0.3f));
+}
+
+TEST(Docks, AnEmptyDockPassesAudioAndAFilledOneRendersItsProcessor)
+{
+    auto stream = build(R"({
+      "processors": [
+        {"identifier": "source", "class": "TestCountingSource", "settings": {"value": 0.8}},
+        {"identifier": "effectDock", "class": "VEKAudioDock"},
+        {"identifier": "sink", "class": "TestManualSink"}
+      ],
+      "chains": [["source", "effectDock", "sink"]]
+    })");
+    auto *dock = stream->processorWithIdentifier<VEKAudioDock>(QStringLiteral("effectDock"));
+    ASSERT_TRUE(stream->initialize());
+    EXPECT_EQ(renderManually(*stream, 32, 32, false), std::vector<float>(32, 0.8f));
+
+    auto volume = std::make_shared<VEKVolumeAudioProcessor>();
+    volume->setScalar(0.5f);
+    dock->setProcessor(volume);
+    EXPECT_TRUE(volume->isInitialized()) << "a processor joining an initialised stream is made ready first";
+    EXPECT_EQ(volume->inputConnection(), dock->inputConnection());
+    EXPECT_EQ(renderManually(*stream, 32, 32, false), std::vector<float>(32, 0.4f));
+
+    dock->setProcessor(nullptr);
+    EXPECT_EQ(renderManually(*stream, 32, 32, false), std::vector<float>(32, 0.8f));
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(volume->isInitialized()) << "the processor taken out is uninitialised once no plan holds it";
+}
+
+TEST(Docks, SwappingTheProcessorWhileTheOutputRendersTakesEffectAndNeverBreaks)
+{
+    auto stream = build(R"({
+      "processors": [
+        {"identifier": "source", "class": "TestCountingSource", "settings": {"value": 1.0}},
+        {"identifier": "effectDock", "class": "VEKAudioDock"},
+        {"identifier": "hardware", "class": "VEKHardwareAudioProcessor", "settings": {"framesPerBuffer": 64}}
+      ],
+      "chains": [["source", "effectDock", "hardware"]]
+    })");
+    auto device = std::make_shared<FakeDevice>(44100.0, 0.0, 0);
+    auto *hardware = stream->processorWithIdentifier<VEKHardwareAudioProcessor>(QStringLiteral("hardware"));
+    ASSERT_TRUE(hardware->setDevice(device));
+    auto *dock = stream->processorWithIdentifier<VEKAudioDock>(QStringLiteral("effectDock"));
+    ASSERT_TRUE(stream->initialize());
+    ASSERT_TRUE(stream->start());
+    FakeOutput *output = device->lastOutput();
+    ASSERT_NE(output, nullptr);
+
+    std::vector<std::weak_ptr<VEKAudioProcessor>> retired;
+    for (int i = 0; i < 300; ++i) {
+        auto volume = std::make_shared<VEKVolumeAudioProcessor>();
+        volume->setScalar(float(i % 7) / 8.0f);
+        retired.push_back(volume);
+        dock->setProcessor(std::move(volume));
+        if (i % 50 == 0) {
+            ASSERT_TRUE(output->waitForCycles(2));
+        }
+        QCoreApplication::processEvents();
+    }
+    ASSERT_TRUE(output->waitForCycles(3));
+    ASSERT_TRUE(stream->stop());
+    EXPECT_GT(output->cycles(), 10u);
+    dock->setProcessor(nullptr);
+    QCoreApplication::processEvents();
+    ASSERT_TRUE(stream->uninitialize()); // closes and frees the output
+    // Every processor swapped out was let go: nothing holds on to retired plans.
+    for (size_t i = 0; i + 1 < retired.size(); ++i)
+        ASSERT_TRUE(retired[i].expired()) << i;
+}
+
+TEST(Docks, TheLastProcessorSwappedInIsWhatTheOutputPlays)
+{
+    auto stream = build(R"({
+      "processors": [
+        {"identifier": "source", "class": "TestCountingSource", "settings": {"value": 1.0}},
+        {"identifier": "effectDock", "class": "VEKAudioDock"},
+        {"identifier": "hardware", "class": "VEKHardwareAudioProcessor", "settings": {"framesPerBuffer": 128}}
+      ],
+      "chains": [["source", "effectDock", "hardware"]]
+    })");
+    auto device = std::make_shared<FakeDevice>(44100.0, 1.0, 1 << 20);
+    stream->processorWithIdentifier<VEKHardwareAudioProcessor>(QStringLiteral("hardware"))->setDevice(device);
+    auto *dock = stream->processorWithIdentifier<VEKAudioDock>(QStringLiteral("effectDock"));
+    ASSERT_TRUE(stream->initialize());
+    ASSERT_TRUE(stream->start());
+    FakeOutput *output = device->lastOutput();
+    ASSERT_TRUE(output->waitForCycles(2));
+    auto volume = std::make_shared<VEKVolumeAudioProcessor>();
+    volume->setScalar(0.25f);
+    dock->setProcessor(volume);
+    ASSERT_TRUE(output->waitForCycles(4));
+    stream->stop();
+    const std::vector<float> heard = output->captured(0);
+    ASSERT_FALSE(heard.empty());
+    // Before: 1.0; after: 0.25; between them at most one buffer of the new volume's first ramp
+    // (it starts from its own scalar, so there is none), never anything else.
+    EXPECT_EQ(heard.front(), 1.0f);
+    EXPECT_EQ(heard.back(), 0.25f);
+    for (float v : heard)
+        ASSERT_TRUE(v == 1.0f || v == 0.25f) << v;
+}

@@ -1,0 +1,236 @@
+// Building streams from descriptions, and processors from their settings.
+
+#include "GraphTestSupport.h"
+
+#include "graph/VEKAudioDock.h"
+#include "graph/VEKAudioFileAudioGenerator.h"
+#include "graph/VEKAudioGraphError.h"
+#include "graph/VEKHardwareAudioProcessor.h"
+#include "graph/VEKMeterAudioProcessor.h"
+#include "graph/VEKMixerAudioProcessor.h"
+#include "graph/VEKRouterAudioProcessor.h"
+#include "graph/VEKVolumeAudioProcessor.h"
+
+#include <gtest/gtest.h>
+
+using namespace GraphTest;
+
+namespace {
+
+QString fixture() { return QStringLiteral(QUIVERA_SOURCE_DIR "/tests/framework/graph/PlayerStream.plist"); }
+
+// The error a description gives, or a null error when it builds.
+VEKError buildError(const char *json)
+{
+    registerTestClasses();
+    VEKAudioStream stream;
+    VEKError error;
+    if (stream.initWithDescription(description(json), &error))
+        return VEKError();
+    EXPECT_TRUE(stream.identifiers().isEmpty()) << "a failed build leaves nothing behind";
+    return error;
+}
+
+} // namespace
+
+TEST(StreamDescription, ThePlayerGraphBuildsWithEveryIdentifierItPromises)
+{
+    VEKAudioStream stream;
+    VEKError error;
+    ASSERT_TRUE(stream.initWithDescriptionFile(fixture(), &error)) << error.text().toStdString();
+
+    for (const char *id : {"player1Generator", "player2Generator"})
+        EXPECT_NE(stream.processorWithIdentifier<VEKAudioFileAudioGenerator>(QLatin1String(id)), nullptr) << id;
+    for (const char *id : {"player1Router", "player2Router"})
+        EXPECT_NE(stream.processorWithIdentifier<VEKRouterAudioProcessor>(QLatin1String(id)), nullptr) << id;
+    for (const char *id : {"player1ConverterDock", "player2ConverterDock", "effect1Dock", "effect2Dock", "effect3Dock"})
+        EXPECT_NE(stream.processorWithIdentifier<VEKAudioDock>(QLatin1String(id)), nullptr) << id;
+    for (const char *id : {"preEffectsMeter", "postEffectsMeter", "postVolumeMeter"})
+        EXPECT_NE(stream.processorWithIdentifier<VEKMeterAudioProcessor>(QLatin1String(id)), nullptr) << id;
+    EXPECT_NE(stream.processorWithIdentifier<VEKVolumeAudioProcessor>(QStringLiteral("volume")), nullptr);
+    EXPECT_NE(stream.processorWithIdentifier<VEKHardwareAudioProcessor>(QStringLiteral("hardware")), nullptr);
+    EXPECT_EQ(stream.processorWithIdentifier(QStringLiteral("conductor")), stream.conductor());
+    EXPECT_EQ(stream.processorWithIdentifier(QStringLiteral("nothing")), nullptr);
+
+    VEKAudioConnection *one = stream.connectionWithIdentifier(QStringLiteral("converter1ToMixer"));
+    VEKAudioConnection *two = stream.connectionWithIdentifier(QStringLiteral("converter2ToMixer"));
+    ASSERT_NE(one, nullptr);
+    ASSERT_NE(two, nullptr);
+    EXPECT_FALSE(one->isActive());
+    EXPECT_FALSE(two->isActive());
+    auto *mixer = stream.processorWithIdentifier<VEKMixerAudioProcessor>(QStringLiteral("mixer"));
+    EXPECT_EQ(mixer->inputConnections(), (QList<VEKAudioConnection *>{one, two}));
+    EXPECT_EQ(stream.processorWithIdentifier(QStringLiteral("player1ConverterDock"))->outputConnection(), one);
+
+    // The generators are timed by the conductor after the mixer; the meters are not.
+    EXPECT_EQ(stream.processorWithIdentifier(QStringLiteral("player2Generator"))->conductor(), stream.conductor());
+    EXPECT_EQ(stream.processorWithIdentifier(QStringLiteral("postVolumeMeter"))->conductor(), nullptr);
+}
+
+TEST(StreamDescription, InitialisingThePlayerGraphTakesTheDevicesRateEverywhere)
+{
+    VEKAudioStream stream;
+    ASSERT_TRUE(stream.initWithDescriptionFile(fixture()));
+    auto device = std::make_shared<FakeDevice>(48000.0);
+    auto *hardware = stream.processorWithIdentifier<VEKHardwareAudioProcessor>(QStringLiteral("hardware"));
+    EXPECT_FALSE(stream.initialize()) << "no device yet";
+    ASSERT_TRUE(hardware->setDevice(device));
+    auto *router = stream.processorWithIdentifier<VEKRouterAudioProcessor>(QStringLiteral("player1Router"));
+    ASSERT_TRUE(router->setNumberOfInputChannels(1));
+    ASSERT_TRUE(stream.initialize());
+    EXPECT_TRUE(stream.isInitialized());
+    EXPECT_EQ(stream.format().sampleRate, 48000.0);
+    EXPECT_EQ(stream.framesPerBuffer(), 512u);
+    EXPECT_EQ(router->inputConnection()->numberOfChannels(), 1u);
+    EXPECT_EQ(router->inputConnection()->sampleRate(), 48000.0);
+    EXPECT_EQ(stream.connectionWithIdentifier(QStringLiteral("converter1ToMixer"))->numberOfChannels(), 2u);
+
+    VEKError error;
+    EXPECT_FALSE(hardware->setDevice(std::make_shared<FakeDevice>(), &error));
+    EXPECT_EQ(error.code(), VEKAudioGraphError::StreamNotStopped);
+    EXPECT_TRUE(stream.uninitialize());
+    EXPECT_TRUE(stream.uninitialize()) << "harmless twice";
+    EXPECT_TRUE(hardware->setDevice(std::make_shared<FakeDevice>()));
+}
+
+TEST(StreamDescription, AnUnknownClassIsNamedInTheError)
+{
+    const VEKError error = buildError(R"({
+      "processors": [
+        {"identifier": "volume", "class": "VEKVolumeAudioProcessor"},
+        {"identifier": "mystery", "class": "NoSuchProcessor"},
+        {"identifier": "sink", "class": "TestManualSink"}
+      ],
+      "chains": [["volume", "sink"]]
+    })");
+    EXPECT_EQ(error.domain(), QLatin1String(VEKAudioGraphError::domain));
+    EXPECT_EQ(error.code(), VEKAudioGraphError::UnknownClass);
+    EXPECT_TRUE(error.localizedDescription().contains(QLatin1String("NoSuchProcessor"))) << error.text().toStdString();
+    EXPECT_TRUE(error.failureReason().contains(QLatin1String("mystery")));
+}
+
+TEST(StreamDescription, ADanglingConnectionNamesTheMissingEnd)
+{
+    const VEKError error = buildError(R"({
+      "processors": [
+        {"identifier": "mixer", "class": "VEKMixerAudioProcessor"},
+        {"identifier": "sink", "class": "TestManualSink"}
+      ],
+      "chains": [["mixer", "sink"]],
+      "connections": [{"identifier": "converter1ToMixer", "from": "player1ConverterDock", "to": "mixer"}]
+    })");
+    EXPECT_EQ(error.code(), VEKAudioGraphError::UnknownIdentifier);
+    EXPECT_TRUE(error.localizedDescription().contains(QLatin1String("player1ConverterDock"))) << error.text().toStdString();
+    EXPECT_TRUE(error.failureReason().contains(QLatin1String("connections[0]")));
+}
+
+TEST(StreamDescription, GraphsThatCannotBePulledAreRefused)
+{
+    struct Case {
+        const char *why;
+        const char *json;
+        qint64 code;
+    };
+    const Case cases[] = {
+        {"no sink", R"({"processors": [{"identifier": "v", "class": "VEKVolumeAudioProcessor"}]})",
+         VEKAudioGraphError::BadTopology},
+        {"two sinks", R"({"processors": [{"identifier": "a", "class": "TestManualSink"},
+                                         {"identifier": "b", "class": "TestManualSink"}]})",
+         VEKAudioGraphError::BadTopology},
+        {"fan-out", R"({"processors": [{"identifier": "s", "class": "TestCountingSource"},
+                                       {"identifier": "m", "class": "VEKMixerAudioProcessor"},
+                                       {"identifier": "k", "class": "TestManualSink"}],
+                        "chains": [["s", "m", "k"], ["s", "m"]]})",
+         VEKAudioGraphError::BadTopology},
+        {"two inputs into a non-mixer", R"({"processors": [{"identifier": "a", "class": "TestCountingSource"},
+                                       {"identifier": "b", "class": "TestCountingSource"},
+                                       {"identifier": "v", "class": "VEKVolumeAudioProcessor"},
+                                       {"identifier": "k", "class": "TestManualSink"}],
+                        "chains": [["a", "v", "k"], ["b", "v"]]})",
+         VEKAudioGraphError::BadTopology},
+        {"cycle", R"({"processors": [{"identifier": "a", "class": "VEKMixerAudioProcessor"},
+                                     {"identifier": "b", "class": "VEKVolumeAudioProcessor"},
+                                     {"identifier": "k", "class": "TestManualSink"}],
+                      "chains": [["a", "b", "a"]]})",
+         VEKAudioGraphError::BadTopology},
+        {"duplicate identifier", R"({"processors": [{"identifier": "a", "class": "TestManualSink"},
+                                                    {"identifier": "a", "class": "VEKVolumeAudioProcessor"}]})",
+         VEKAudioGraphError::DuplicateIdentifier},
+        {"processors not an array", R"({"processors": {"a": 1}})", VEKAudioGraphError::MalformedDescription},
+        {"entry without class", R"({"processors": [{"identifier": "a"}]})", VEKAudioGraphError::MalformedDescription},
+        {"connection without to", R"({"processors": [{"identifier": "a", "class": "TestManualSink"}],
+                                      "connections": [{"from": "a"}]})",
+         VEKAudioGraphError::MalformedDescription},
+        {"settings a processor refuses", R"({"processors": [{"identifier": "r", "class": "VEKRouterAudioProcessor",
+                                              "settings": {"numberOfInputChannels": 0}},
+                                             {"identifier": "k", "class": "TestManualSink"}]})",
+         VEKAudioGraphError::InvalidArgument},
+    };
+    for (const Case &c : cases) {
+        const VEKError error = buildError(c.json);
+        EXPECT_EQ(error.code(), c.code) << c.why << ": " << error.text().toStdString();
+        EXPECT_FALSE(error.text().isEmpty()) << c.why;
+    }
+}
+
+TEST(StreamDescription, InlineProcessorsInAChainNeedNoIdentifier)
+{
+    auto stream = build(R"({
+      "processors": [{"identifier": "source", "class": "TestCountingSource", "settings": {"value": 0.5}}],
+      "chains": [["source", {"class": "VEKVolumeAudioProcessor", "settings": {"scalar": 0.5}},
+                  {"class": "TestManualSink"}]]
+    })");
+    ASSERT_TRUE(stream);
+    EXPECT_EQ(stream->identifiers(), QStringList{QStringLiteral("source")});
+    ASSERT_TRUE(stream->initialize());
+    EXPECT_EQ(renderManually(*stream, 16, 16, false), std::vector<float>(16, 0.25f));
+}
+
+TEST(ProcessorSettings, EachClassComesBackFromItsSettings)
+{
+    registerTestClasses();
+    auto volume = std::make_shared<VEKVolumeAudioProcessor>();
+    volume->setScalar(0.125f);
+    volume->setEnabled(false);
+    volume->setName(QStringLiteral("Quieter"));
+
+    auto router = std::make_shared<VEKRouterAudioProcessor>();
+    ASSERT_TRUE(router->setNumberOfInputChannels(6));
+    router->router().clearTies();
+    router->router().tie(0, 0);
+    router->router().tie(5, 1);
+
+    auto dock = std::make_shared<VEKAudioDock>();
+    dock->setProcessor(volume);
+
+    for (const VEKAudioProcessorPtr &original : {VEKAudioProcessorPtr(volume), VEKAudioProcessorPtr(router),
+                                                  VEKAudioProcessorPtr(dock)}) {
+        const QVariantMap settings = original->settings();
+        VEKError error;
+        VEKAudioProcessorPtr copy = VEKAudioProcessor::processorWithSettings(settings, &error);
+        ASSERT_TRUE(copy) << error.text().toStdString();
+        EXPECT_EQ(copy->className(), original->className());
+        EXPECT_EQ(copy->settings(), settings) << original->className().toStdString();
+    }
+    auto copy = VEKAudioProcessor::processorWithSettings(volume->settings());
+    EXPECT_FALSE(copy->isEnabled());
+    EXPECT_EQ(copy->name(), QStringLiteral("Quieter"));
+    EXPECT_EQ(qobject_cast<VEKVolumeAudioProcessor *>(copy.get())->scalar(), 0.125f);
+    auto routed = std::dynamic_pointer_cast<VEKRouterAudioProcessor>(VEKAudioProcessor::processorWithSettings(router->settings()));
+    EXPECT_TRUE(routed->router().isTied(5, 1));
+    EXPECT_FALSE(routed->router().isTied(1, 1));
+}
+
+TEST(ProcessorSettings, UnknownOrMismatchedClassesAreRefused)
+{
+    VEKError error;
+    EXPECT_FALSE(VEKAudioProcessor::processorWithSettings({{QStringLiteral("class"), QStringLiteral("Nope")}}, &error));
+    EXPECT_EQ(error.code(), VEKAudioGraphError::UnknownClass);
+    EXPECT_FALSE(VEKAudioProcessor::processorWithSettings({{QStringLiteral("enabled"), true}}, &error));
+    EXPECT_EQ(error.code(), VEKAudioGraphError::MalformedDescription);
+
+    VEKVolumeAudioProcessor volume;
+    EXPECT_FALSE(volume.setSettings({{QStringLiteral("class"), QStringLiteral("VEKMeterAudioProcessor")}}, &error));
+    EXPECT_EQ(error.code(), VEKAudioGraphError::InvalidArgument);
+    EXPECT_TRUE(VEKAudioProcessor::isClassRegistered(QStringLiteral("VEKConductorAudioProcessor")));
+}
