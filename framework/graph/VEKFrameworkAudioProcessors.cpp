@@ -2,9 +2,15 @@
 // explicit because a static library drops objects that nothing refers to, self-registering
 // ones included.
 
+#include "APLAudioUnitAudioProcessor.h"
+#include "APLConverterAudioProcessor.h"
+#include "IZOConverterAudioProcessor.h"
 #include "VEKAudioDock.h"
+#include "VEKAudioFileReaderAudioProcessor.h"
+#include "VEKAudioFileWriterAudioProcessor.h"
 #include "VEKAudioFileAudioGenerator.h"
 #include "VEKConductorAudioProcessor.h"
+#include "VEKDitherAudioProcessor.h"
 #include "VEKHardwareAudioProcessor.h"
 #include "VEKMeterAudioProcessor.h"
 #include "VEKMixerAudioProcessor.h"
@@ -26,5 +32,11 @@ void VEKAudioProcessor::registerFrameworkClasses()
         registerClass<VEKVolumeAudioProcessor>();
         registerClass<VEKMeterAudioProcessor>();
         registerClass<VEKHardwareAudioProcessor>();
+        registerClass<IZOConverterAudioProcessor>();
+        registerClass<APLConverterAudioProcessor>();
+        registerClass<VEKDitherAudioProcessor>();
+        registerClass<APLAudioUnitAudioProcessor>();
+        registerClass<VEKAudioFileReaderAudioProcessor>();
+        registerClass<VEKAudioFileWriterAudioProcessor>();
     });
 }
