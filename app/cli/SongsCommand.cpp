@@ -113,7 +113,10 @@ CliCommand playlistsCommand()
                           << CliSession::playlistKindName(*p).leftJustified(13) << ' '
                           << QString::number(p->countOfSongs()).rightJustified(6) << "  " << p->name();
             QStringList flags;
-            if (!p->sortKey().isEmpty())
+            // The playlist's own order has no direction.
+            if (p->sortKey() == QLatin1String("ordinal"))
+                flags << QStringLiteral("own order");
+            else if (!p->sortKey().isEmpty())
                 flags << QStringLiteral("sort %1 %2").arg(p->sortKey(), p->sortAscending() ? QStringLiteral("up") : QStringLiteral("down"));
             if (p->shuffle())
                 flags << QStringLiteral("shuffle");
