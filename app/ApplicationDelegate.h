@@ -14,6 +14,7 @@
 #include <functional>
 #include <memory>
 
+class ConvertOperation;
 class ImportOperation;
 class LoadiTunesOperation;
 class NowPlayingNotifier;
@@ -125,13 +126,17 @@ public:
     std::shared_ptr<LoadiTunesOperation> loadiTunesLibrary();
     // Merges what a finished operation brought: an import's songs into the library, its
     // all-songs playlist and the target playlist (one insert each); the iTunes read-in's songs
-    // into the iTunes library playlist and its playlists behind it; then the redraws. An
+    // into the iTunes library playlist and its playlists behind it; a conversion's new song into
+    // the library and its destination (a failure goes to an alert); then the redraws. An
     // operation queued before a rescan merges nothing: the rescan has read the file anew.
     void operationDidFinish(const std::shared_ptr<Operation> &operation);
-    // Songs an import met in another format than the preferred one while createPreferredOnAdd
-    // was on: each is to be converted, and its result added to the library and `playlist`.
-    // The conversion needs the audio graph; until it is there the songs are only logged.
-    void createPreferredVersionOfSongs(const QList<SongPtr> &songs, const PlaylistPtr &playlist);
+    // Queues one conversion to the preferred format for each song that is neither missing nor
+    // in the preferred format already, in the order given; its result becomes a new song of the
+    // library and, unless it is locked, of `playlist` (may be null). The import calls it for
+    // the songs it set aside under createPreferredOnAdd. Returns the queued operations, for
+    // their progress and results; empty before the launch made the queue.
+    QList<std::shared_ptr<ConvertOperation>> createPreferredVersionOfSongs(const QList<SongPtr> &songs,
+                                                                           const PlaylistPtr &playlist);
 
     // The stream's current song has changed (also to none): the stream calls this on the main
     // thread. Tells the desktop through a notification.
@@ -155,6 +160,7 @@ private:
     void queueOperation(const std::shared_ptr<Operation> &operation);
     void mergeImport(const ImportOperation &import);
     void mergeITunesLibrary(const LoadiTunesOperation &load);
+    void mergeConversion(const ConvertOperation &conversion);
 
     FrontEnd *m_frontEnd;
     std::unique_ptr<FrontEnd> m_silentFrontEnd;

@@ -6,6 +6,7 @@
 #include "NowPlayingNotifier.h"
 #include "core/VEKDate.h"
 #include "core/VEKLog.h"
+#include "library/ConvertOperation.h"
 #include "library/ImportOperation.h"
 #include "library/LoadiTunesOperation.h"
 #include "library/iTunesPlaylist.h"
@@ -66,6 +67,8 @@ void ApplicationDelegate::operationDidFinish(const std::shared_ptr<Operation> &o
         return;
     if (const auto *import = dynamic_cast<const ImportOperation *>(operation.get()))
         mergeImport(*import);
+    else if (const auto *conversion = dynamic_cast<const ConvertOperation *>(operation.get()))
+        mergeConversion(*conversion);
     else if (const auto *load = dynamic_cast<const LoadiTunesOperation *>(operation.get()))
         mergeITunesLibrary(*load);
 }
@@ -120,15 +123,48 @@ void ApplicationDelegate::mergeITunesLibrary(const LoadiTunesOperation &load)
     refreshCurrentSongs();
 }
 
-void ApplicationDelegate::createPreferredVersionOfSongs(const QList<SongPtr> &songs,
-                                                        const PlaylistPtr &playlist)
+QList<std::shared_ptr<ConvertOperation>>
+ApplicationDelegate::createPreferredVersionOfSongs(const QList<SongPtr> &songs,
+                                                  const PlaylistPtr &playlist)
 {
-    // The conversion runs through the audio graph, which this build does not have yet: say
-    // what was not added rather than drop it in silence.
-    Q_UNUSED(playlist);
-    for (const SongPtr &song : songs)
-        VEKLog(QStringLiteral("not added, waiting for conversion to the preferred format: %1")
-                   .arg(song->URL()));
+    QList<std::shared_ptr<ConvertOperation>> queued;
+    if (!m_queue)
+        return queued;
+    QSet<qint64> knownIDs;
+    knownIDs.reserve(m_library.size());
+    for (auto it = m_library.cbegin(); it != m_library.cend(); ++it)
+        knownIDs.insert(it.key());
+    for (const SongPtr &song : songs) {
+        if (!song || song->isMissing() || song->isInPreferredFormat())
+            continue;
+        auto operation = std::make_shared<ConvertOperation>(
+            song, playlist, libraryFilePath(), knownIDs,
+            [](const std::function<bool(qint64)> &isTaken) { return uniqueSongID(isTaken); });
+        queueOperation(operation);
+        queued.append(operation);
+    }
+    return queued;
+}
+
+void ApplicationDelegate::mergeConversion(const ConvertOperation &conversion)
+{
+    // A failed conversion has written no row and added no song; the source stays as it was.
+    if (!conversion.success()) {
+        if (!conversion.error().isNull())
+            conversion.error().alert();
+        return;
+    }
+    const SongPtr &song = conversion.resultSong();
+    m_library.insert(song->songID(), song);
+    m_lastLibraryModification = VEKDate::now();
+    m_localPlaylists.first()->appendSongs({song});
+    const PlaylistPtr &target = conversion.destinationPlaylist();
+    // Never a library or iTunes playlist, nor one deleted while the conversion ran.
+    if (target && !target->locked() && !target->isLibraryPlaylist() && !target->isITunesPlaylist()
+        && m_localPlaylists.contains(target))
+        target->appendSongs({song});
+    m_frontEnd->refreshPlaylists();
+    refreshCurrentSongs();
 }
 
 void ApplicationDelegate::currentSongDidChange(const SongPtr &song)

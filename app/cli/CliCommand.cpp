@@ -4,6 +4,7 @@ const QList<CliCommand> &cliCommands()
 {
     static const QList<CliCommand> commands = {
         importCommand(),
+        convertCommand(),
         songsCommand(),  playlistsCommand(), playlistCommand(), removeCommand(),
         tagCommand(),    rescanCommand(),    settingsCommand(),
         probeCommand(),

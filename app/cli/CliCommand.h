@@ -37,3 +37,4 @@ CliCommand settingsCommand();
 CliCommand probeCommand();
 CliCommand devicesCommand();
 CliCommand importCommand();
+CliCommand convertCommand();

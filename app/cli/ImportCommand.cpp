@@ -143,7 +143,7 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
         << " skipped as duplicates, " << failed << " failed";
     if (!operation->songsToConvert().isEmpty())
         out << ", " << operation->songsToConvert().size()
-            << " not added: waiting for conversion to the preferred format";
+            << " converted to the preferred format instead of added as they are";
     out << '\n';
     for (const QString &argument : std::as_const(missing))
         out << "failed: " << argument << ": no such file or folder\n";

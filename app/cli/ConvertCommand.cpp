@@ -1,0 +1,190 @@
+#include "CliCommand.h"
+
+#include "library/ConvertOperation.h"
+
+#include <QEventLoop>
+#include <QFileInfo>
+#include <QSet>
+#include <QTimer>
+
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <unistd.h>
+
+namespace {
+
+std::atomic<bool> g_interrupted{false};
+
+void onInterrupt(int) { g_interrupted.store(true); }
+
+// One bar per song on standard error while it converts, only where someone watches.
+class ProgressBar {
+public:
+    ProgressBar() : m_enabled(::isatty(STDERR_FILENO) == 1) {}
+    ~ProgressBar() { clear(); }
+
+    void show(int index, int count, float progress)
+    {
+        if (!m_enabled)
+            return;
+        constexpr int width = 32;
+        const int percent = qBound(0, qRound(progress * 100.0f), 100);
+        const int filled = qBound(0, qRound(progress * float(width)), width);
+        QByteArray bar(filled, '#');
+        bar.append(QByteArray(width - filled, '-'));
+        std::fprintf(stderr, "\rConverting %d of %d [%s] %3d%%", index, count, bar.constData(),
+                     percent);
+        std::fflush(stderr);
+        m_shown = true;
+    }
+    void clear()
+    {
+        if (m_shown)
+            std::fprintf(stderr, "\r%70s\r", "");
+        m_shown = false;
+    }
+
+private:
+    bool m_enabled;
+    bool m_shown = false;
+};
+
+int run(CliSession &session, const QStringList &argv, const CliCommand &command)
+{
+    const CliArguments args(argv, {QStringLiteral("playlist")}, {});
+    if (const int rc = cliCheckArguments(session, args, command); rc >= 0)
+        return rc;
+    if (args.positional().isEmpty()) {
+        session.fail(QStringLiteral("convert needs at least one song ID"));
+        return 2;
+    }
+    if (!session.launch())
+        return 1;
+    ApplicationDelegate &d = session.delegate();
+
+    PlaylistPtr target;
+    if (args.has(QStringLiteral("playlist"))) {
+        target = session.playlistForID(args.value(QStringLiteral("playlist")));
+        if (!target)
+            return 1;
+        if (target->kind() != Playlist::Kind::Plain) {
+            session.fail(QStringLiteral("playlist %1 is not one of your own playlists")
+                             .arg(target->playlistID()));
+            return 1;
+        }
+    }
+
+    // Every ID is checked before anything is converted: a typo converts nothing.
+    QList<SongPtr> songs;
+    QSet<qint64> seen;
+    for (const QString &argument : args.positional()) {
+        const SongPtr song = session.songForID(argument);
+        if (!song)
+            return 1;
+        if (!seen.contains(song->songID()))
+            songs.append(song);
+        seen.insert(song->songID());
+    }
+
+    QTextStream &out = session.out();
+    int failed = 0;
+    QList<SongPtr> toConvert;
+    for (const SongPtr &song : std::as_const(songs)) {
+        if (!QFileInfo(song->URL()).isFile()) {
+            session.fail(QStringLiteral("song %1: its file is missing: %2")
+                             .arg(song->songID())
+                             .arg(song->URL()));
+            ++failed;
+        } else {
+            toConvert.append(song);
+        }
+    }
+
+    const QList<std::shared_ptr<ConvertOperation>> operations =
+        d.createPreferredVersionOfSongs(toConvert, target);
+    QSet<const Song *> queued;
+    for (const auto &operation : operations)
+        queued.insert(operation->song().get());
+    int skipped = 0;
+    for (const SongPtr &song : std::as_const(toConvert))
+        if (!queued.contains(song.get())) {
+            out << "skipped: song " << song->songID() << " is in the preferred format already\n";
+            ++skipped;
+        }
+
+    int converted = 0;
+    g_interrupted.store(false);
+    const auto previousHandler = std::signal(SIGINT, onInterrupt);
+    if (!operations.isEmpty()) {
+        ProgressBar bar;
+        QEventLoop loop;
+        QTimer poll;
+        poll.setInterval(100);
+        int merged = 0;
+        auto current = [&]() -> int {
+            for (int i = 0; i < operations.size(); ++i)
+                if (!operations[i]->isFinished())
+                    return i;
+            return int(operations.size()) - 1;
+        };
+        QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+            const int i = current();
+            bar.show(i + 1, int(operations.size()), operations[i]->progress());
+            if (g_interrupted.load())
+                for (const auto &operation : operations)
+                    operation->cancel();
+        });
+        // The delegate merges on this same signal, before this handler runs.
+        QObject::connect(d.queue(), &OperationQueue::operationFinished, &loop,
+                         [&](std::shared_ptr<Operation> finished) {
+                             for (const auto &operation : operations)
+                                 if (operation == finished && ++merged == operations.size())
+                                     loop.quit();
+                         });
+        bar.show(1, int(operations.size()), 0.0f);
+        poll.start();
+        loop.exec();
+    }
+    std::signal(SIGINT, previousHandler);
+
+    for (const auto &operation : operations) {
+        if (operation->success()) {
+            ++converted;
+            out << "converted: song " << operation->song()->songID() << " -> song "
+                << operation->resultSong()->songID() << ": " << operation->resultURL() << '\n';
+        } else if (!operation->error().isNull()) {
+            ++failed;
+            out << "failed: song " << operation->song()->songID() << ": "
+                << operation->error().text() << '\n';
+        }
+    }
+    out << converted << " converted, " << skipped << " skipped, " << failed << " failed\n";
+    if (g_interrupted.load())
+        out << "interrupted: the songs converted so far stay in the library\n";
+    out.flush();
+    if (g_interrupted.load())
+        return 130;
+    return failed > 0 ? 1 : 0;
+}
+
+} // namespace
+
+CliCommand convertCommand()
+{
+    CliCommand c;
+    c.name = QStringLiteral("convert");
+    c.summary = QStringLiteral("make copies of songs in the preferred format");
+    c.help = QStringLiteral(
+        "quivera-cli convert SONGID... [--playlist ID]\n\n"
+        "Converts each song into the preferred format (see 'quivera-cli settings get\n"
+        "preferredFormat') and adds the result to the library as a new song. The new file\n"
+        "lies beside the source and takes its name; when that name is taken it gets a number\n"
+        "(\"name 1.flac\"). The source file is never changed. A song in the preferred format\n"
+        "already is skipped. A bar shows the progress on a terminal. One line per song tells\n"
+        "the new song's ID and file, or why it failed; the status is 1 when any song failed.\n"
+        "Ctrl-C stops the conversion; the songs converted so far stay.\n\n"
+        "  --playlist ID   add the new songs to this playlist too (see 'quivera-cli playlists')");
+    c.run = [c](CliSession &s, const QStringList &a) { return run(s, a, c); };
+    return c;
+}

@@ -1,0 +1,291 @@
+// `quivera-cli convert` end to end: every target format at the song's rate and another, the
+// word lengths and bit rates offered, the tags and cover carried over, the result beside the
+// source under a new name, the source untouched, the new song in the library, and failures.
+
+#include "CliHarness.h"
+#include "support/TestEnvironment.h"
+
+#include <QCryptographicHash>
+#include <QFileInfo>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <gtest/gtest.h>
+
+namespace {
+
+QByteArray hashOf(const QString &path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
+    return QCryptographicHash::hash(f.readAll(), QCryptographicHash::Sha256);
+}
+
+// What ffprobe reads of a file: its audio stream, and the tags of container and stream with
+// lower-case keys.
+struct Probe {
+    QJsonObject audio;
+    QVariantMap tags;
+    bool hasPicture = false;
+    qint64 bitRate = 0;
+};
+
+Probe probe(const QString &path)
+{
+    QByteArray output;
+    TestEnvironment::run(QStringLiteral("ffprobe"),
+                         {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_streams"),
+                          QStringLiteral("-show_format"), QStringLiteral("-of"), QStringLiteral("json"), path},
+                         &output);
+    const QJsonObject root = QJsonDocument::fromJson(output).object();
+    Probe p;
+    auto addTags = [&p](const QJsonObject &tags) {
+        for (auto it = tags.begin(); it != tags.end(); ++it)
+            p.tags.insert(it.key().toLower(), it.value().toString());
+    };
+    addTags(root.value(QStringLiteral("format")).toObject().value(QStringLiteral("tags")).toObject());
+    for (const QJsonValue &s : root.value(QStringLiteral("streams")).toArray()) {
+        const QJsonObject stream = s.toObject();
+        if (stream.value(QStringLiteral("codec_type")) == QLatin1String("audio")) {
+            p.audio = stream;
+            addTags(stream.value(QStringLiteral("tags")).toObject());
+        } else if (stream.value(QStringLiteral("codec_type")) == QLatin1String("video")) {
+            p.hasPicture = true;
+        }
+    }
+    p.bitRate = p.audio.value(QStringLiteral("bit_rate")).toString().toLongLong();
+    if (p.bitRate == 0)
+        p.bitRate = root.value(QStringLiteral("format")).toObject().value(QStringLiteral("bit_rate")).toString().toLongLong();
+    return p;
+}
+
+class CliConvertTest : public ::testing::Test {
+protected:
+    // A tagged 44.1 kHz 16-bit FLAC with a cover, imported into a new library.
+    void SetUp() override
+    {
+        const QString m = cli.musicDir();
+        const QString sine = TestEnvironment::makeSine(m + QStringLiteral("/../src.wav"), 0.5);
+        const QString cover = m + QStringLiteral("/../cover.png");
+        TestEnvironment::run(QStringLiteral("ffmpeg"),
+                             {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-y"), QStringLiteral("-f"),
+                              QStringLiteral("lavfi"), QStringLiteral("-i"), QStringLiteral("color=red:s=16x16"),
+                              QStringLiteral("-frames:v"), QStringLiteral("1"), cover});
+        source = m + QStringLiteral("/song.flac");
+        TestEnvironment::run(QStringLiteral("ffmpeg"),
+                             {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-y"), QStringLiteral("-i"), sine,
+                              QStringLiteral("-i"), cover, QStringLiteral("-map"), QStringLiteral("0:a"),
+                              QStringLiteral("-map"), QStringLiteral("1:v"), QStringLiteral("-c:a"), QStringLiteral("flac"),
+                              QStringLiteral("-sample_fmt"), QStringLiteral("s16"), QStringLiteral("-c:v"), QStringLiteral("png"),
+                              QStringLiteral("-disposition:v"), QStringLiteral("attached_pic"),
+                              QStringLiteral("-metadata"), QStringLiteral("title=Morning"),
+                              QStringLiteral("-metadata"), QStringLiteral("artist=Someone"),
+                              QStringLiteral("-metadata"), QStringLiteral("album=Records"), source});
+        ASSERT_TRUE(QFile::exists(source));
+        ASSERT_EQ(cli.run({QStringLiteral("import"), source}).status, 0);
+        const QJsonArray songs = cli.json({QStringLiteral("songs"), QStringLiteral("--json")});
+        ASSERT_EQ(songs.size(), 1);
+        songID = QString::number(songs.first().toObject().value(QStringLiteral("songID")).toInteger());
+        sourceHash = hashOf(source);
+    }
+
+    // Converts the song with `preferred` (JSON) as the preferred format; the result's path.
+    QString convert(const QString &preferred)
+    {
+        EXPECT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("preferredFormat"), preferred}).status, 0);
+        const CliHarness::Result r = cli.run({QStringLiteral("convert"), songID});
+        EXPECT_EQ(r.status, 0) << r.out.constData() << r.err.constData();
+        const auto match = QRegularExpression(QStringLiteral("converted: song -?\\d+ -> song (-?\\d+): (.*)\n"))
+                               .match(QString::fromUtf8(r.out));
+        EXPECT_TRUE(match.hasMatch()) << r.out.constData();
+        return match.captured(2);
+    }
+
+    CliHarness cli;
+    QString source;
+    QString songID;
+    QByteArray sourceHash;
+};
+
+struct Case {
+    int format;
+    const char *codec; // a prefix of ffprobe's codec name
+    const char *extension;
+    QList<int> depths;     // bitRange values, for formats with a word length
+    QList<int> bitRates;   // bitRate values, for AAC
+};
+
+const QList<Case> kCases = {
+    {0, "pcm_s", "aif", {16, 24}, {}},
+    {1, "pcm_s", "wav", {16, 24}, {}},
+    {2, "pcm_s", "caf", {16, 24}, {}},
+    {3, "aac", "m4a", {}, {128000, 256000}},
+    {4, "alac", "m4a", {16, 24}, {}},
+    {5, "vorbis", "ogg", {}, {}},
+    {6, "flac", "flac", {16, 24}, {}},
+};
+
+} // namespace
+
+TEST_F(CliConvertTest, EveryFormatAtEachRateWithTheDepthsAndBitRatesOffered)
+{
+    for (const Case &c : kCases) {
+        for (int rate : {0, 48000}) {
+            QList<QPair<QString, int>> variants; // JSON extra, expected depth or bit rate
+            for (int depth : c.depths)
+                variants.append({QStringLiteral(", \"bitRange\": %1").arg(depth), depth});
+            for (int bitRate : c.bitRates)
+                variants.append({QStringLiteral(", \"bitRate\": %1").arg(bitRate), bitRate});
+            if (variants.isEmpty())
+                variants.append({QStringLiteral(", \"quality\": 0.5"), 0});
+            for (const auto &[extra, expected] : variants) {
+                const QString json = QStringLiteral("{\"format\": %1, \"sampleRate\": %2%3}").arg(c.format).arg(rate).arg(extra);
+                SCOPED_TRACE(json.toStdString());
+                const QString result = convert(json);
+                ASSERT_FALSE(result.isEmpty());
+                EXPECT_TRUE(result.startsWith(cli.musicDir() + QStringLiteral("/song"))) << result.toStdString();
+                EXPECT_TRUE(result.endsWith(QLatin1Char('.') + QLatin1String(c.extension))) << result.toStdString();
+                const Probe p = probe(result);
+                EXPECT_TRUE(p.audio.value(QStringLiteral("codec_name")).toString().startsWith(QLatin1String(c.codec)))
+                    << p.audio.value(QStringLiteral("codec_name")).toString().toStdString();
+                EXPECT_EQ(p.audio.value(QStringLiteral("sample_rate")).toString().toInt(), rate ? rate : 44100);
+                EXPECT_EQ(p.audio.value(QStringLiteral("channels")).toInt(), 2);
+                if (!c.depths.isEmpty()) {
+                    int bits = p.audio.value(QStringLiteral("bits_per_raw_sample")).toString().toInt();
+                    if (bits == 0)
+                        bits = p.audio.value(QStringLiteral("bits_per_sample")).toInt();
+                    EXPECT_EQ(bits, expected);
+                } else if (!c.bitRates.isEmpty()) {
+                    EXPECT_NEAR(double(p.bitRate), double(expected), 0.2 * expected);
+                }
+                EXPECT_EQ(p.tags.value(QStringLiteral("title")).toString(), QStringLiteral("Morning"));
+                EXPECT_EQ(p.tags.value(QStringLiteral("artist")).toString(), QStringLiteral("Someone"));
+                EXPECT_EQ(p.tags.value(QStringLiteral("album")).toString(), QStringLiteral("Records"));
+                if (c.format == 6 || c.format == 4) {
+                    EXPECT_TRUE(p.hasPicture) << "the cover is carried over";
+                }
+            }
+        }
+    }
+    EXPECT_EQ(hashOf(source), sourceHash) << "the source file was changed";
+}
+
+TEST_F(CliConvertTest, TheResultIsANewSongBesideTheSourceUnderANewName)
+{
+    // FLAC to FLAC at another rate: the source's name is taken.
+    const QString first = convert(QStringLiteral("{\"format\": 6, \"sampleRate\": 48000}"));
+    EXPECT_EQ(first, cli.musicDir() + QStringLiteral("/song 1.flac"));
+    const QString second = convert(QStringLiteral("{\"format\": 6, \"sampleRate\": 48000}"));
+    EXPECT_EQ(second, cli.musicDir() + QStringLiteral("/song 2.flac"));
+    EXPECT_EQ(hashOf(source), sourceHash);
+
+    const QJsonArray songs = cli.json({QStringLiteral("songs"), QStringLiteral("--json")});
+    ASSERT_EQ(songs.size(), 3);
+    bool found = false;
+    for (const QJsonValue &v : songs) {
+        const QJsonObject song = v.toObject();
+        if (song.value(QStringLiteral("path")).toString() != first)
+            continue;
+        found = true;
+        EXPECT_FALSE(song.value(QStringLiteral("dateAdded")).toString().isEmpty());
+        EXPECT_EQ(song.value(QStringLiteral("sampleRate")).toDouble(), 48000.0);
+        EXPECT_EQ(song.value(QStringLiteral("name")).toString(), QStringLiteral("Morning"));
+        EXPECT_NE(QString::number(song.value(QStringLiteral("songID")).toInteger()), songID);
+    }
+    EXPECT_TRUE(found);
+}
+
+TEST_F(CliConvertTest, ASongInThePreferredFormatIsSkipped)
+{
+    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("preferredFormat"),
+                       QStringLiteral("{\"format\": 6, \"sampleRate\": 44100}")}).status, 0);
+    const CliHarness::Result r = cli.run({QStringLiteral("convert"), songID});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_TRUE(r.out.contains("0 converted, 1 skipped, 0 failed")) << r.out.constData();
+    EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--json")}).size(), 1);
+}
+
+TEST_F(CliConvertTest, AMissingOrUnreadableSourceFailsClearly)
+{
+    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("preferredFormat"),
+                       QStringLiteral("{\"format\": 1}")}).status, 0);
+    // Unreadable: still there, but no longer audio.
+    {
+        QFile f(source);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        f.write("not audio at all\n");
+    }
+    CliHarness::Result r = cli.run({QStringLiteral("convert"), songID});
+    EXPECT_NE(r.status, 0);
+    EXPECT_TRUE(r.out.contains("failed: song " + songID.toUtf8())) << r.out.constData();
+    EXPECT_TRUE(r.out.contains("0 converted, 0 skipped, 1 failed")) << r.out.constData();
+
+    ASSERT_TRUE(QFile::remove(source));
+    r = cli.run({QStringLiteral("convert"), songID});
+    EXPECT_NE(r.status, 0);
+    EXPECT_TRUE(r.err.contains("its file is missing")) << r.err.constData();
+    EXPECT_FALSE(QFile::exists(cli.musicDir() + QStringLiteral("/song.wav")));
+    EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--json")}).size(), 1);
+
+    r = cli.run({QStringLiteral("convert"), QStringLiteral("12345")});
+    EXPECT_NE(r.status, 0);
+    EXPECT_TRUE(r.err.contains("no song has the ID 12345")) << r.err.constData();
+}
+
+TEST_F(CliConvertTest, CreatePreferredOnAddConvertsWhatTheImportSetAside)
+{
+    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("createPreferredOnAdd"),
+                       QStringLiteral("true")}).status, 0);
+    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("preferredFormat"),
+                       QStringLiteral("{\"format\": 1, \"sampleRate\": 44100}")}).status, 0);
+    const QString other = TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/other.flac"), 0.3);
+    EXPECT_EQ(cli.run({QStringLiteral("import"), other}).status, 0);
+    EXPECT_TRUE(QFile::exists(cli.musicDir() + QStringLiteral("/other.wav")));
+    QStringList paths;
+    for (const QJsonValue &v : cli.json({QStringLiteral("songs"), QStringLiteral("--json")}))
+        paths.append(v.toObject().value(QStringLiteral("path")).toString());
+    EXPECT_TRUE(paths.contains(cli.musicDir() + QStringLiteral("/other.wav"))) << paths.join(u' ').toStdString();
+    EXPECT_FALSE(paths.contains(other));
+}
+
+TEST_F(CliConvertTest, TheResultJoinsTheChosenPlaylist)
+{
+    cli.sql(QStringLiteral("INSERT INTO t_playlist VALUES (100, 0, 'Mix', 0, 0, 'ordinal', 0);"));
+    const QString result = convert(QStringLiteral("{\"format\": 1}"));
+    ASSERT_FALSE(result.isEmpty());
+    EXPECT_EQ(cli.run({QStringLiteral("convert"), QStringLiteral("--playlist"), QStringLiteral("100"), songID}).status, 0);
+    const QJsonArray mix = cli.json({QStringLiteral("songs"), QStringLiteral("--playlist"), QStringLiteral("100"), QStringLiteral("--json")});
+    ASSERT_EQ(mix.size(), 1);
+    EXPECT_EQ(mix.at(0).toObject().value(QStringLiteral("path")).toString(), cli.musicDir() + QStringLiteral("/song 1.wav"));
+    // The library lists every result.
+    EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--json")}).size(), 3);
+}
+
+TEST_F(CliConvertTest, ShowsABarOnATerminal)
+{
+    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("preferredFormat"),
+                       QStringLiteral("{\"format\": 1}")}).status, 0);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    const QString root = QFileInfo(cli.musicDir()).path();
+    env.insert(QStringLiteral("XDG_DATA_HOME"), root + QStringLiteral("/data"));
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), root + QStringLiteral("/config"));
+    env.insert(QStringLiteral("HOME"), root);
+    // script(1) gives the program a terminal of its own.
+    QProcess p;
+    p.setProcessEnvironment(env);
+    p.start(QStringLiteral("script"), {QStringLiteral("-qec"),
+                                       QStringLiteral("'%1' convert %2").arg(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"), songID),
+                                       QStringLiteral("/dev/null")});
+    ASSERT_TRUE(p.waitForFinished(60000));
+    const QByteArray out = p.readAllStandardOutput();
+    EXPECT_TRUE(out.contains("Converting 1 of 1 [")) << out.constData();
+    EXPECT_TRUE(out.contains("1 converted, 0 skipped, 0 failed")) << out.constData();
+    // Piped, the summary comes alone.
+    const CliHarness::Result piped = cli.run({QStringLiteral("convert"), songID});
+    EXPECT_FALSE(piped.err.contains("Converting")) << piped.err.constData();
+}

@@ -1,0 +1,205 @@
+// The conversion worker on its own: the converter the settings ask for, a result beside the
+// source that never replaces it, the new song's row and ID, and the roads that write nothing.
+
+#include "library/ConvertOperation.h"
+#include "library/Database.h"
+#include "db/VEKDatabase.h"
+#include "db/VEKDatabaseQuery.h"
+#include "io/VEKAudioFileReader.h"
+#include "settings/UserDefaults.h"
+#include "support/TestEnvironment.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace {
+
+QByteArray hashOf(const QString &path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
+    return QCryptographicHash::hash(f.readAll(), QCryptographicHash::Sha256);
+}
+
+class ConvertOperationTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        dir = TestEnvironment::makeTempDir(QStringLiteral("convert"));
+        library = dir + QStringLiteral("/library");
+        Database db;
+        ASSERT_TRUE(db.initWithURL(library));
+        for (const QString &s : Database::buildStatements())
+            ASSERT_TRUE(db.executeStatement(s));
+    }
+    void TearDown() override
+    {
+        UserDefaults &defaults = UserDefaults::standard();
+        for (const char *key : {"preferredFormat", "convertorType"})
+            defaults.removeValue(QString::fromLatin1(key));
+    }
+
+    static void prefer(const QVariantMap &format)
+    {
+        UserDefaults::standard().setValue(QStringLiteral("preferredFormat"), format);
+    }
+
+    // IDs handed out from `ids` in turn (then counting down), whatever `isTaken` says first.
+    std::shared_ptr<ConvertOperation> make(const QString &path, QSet<qint64> known = {},
+                                           QList<qint64> ids = {})
+    {
+        SongPtr song = Song::initWithURL(path);
+        if (!song) { // a missing file: a song of the library whose file has gone
+            song = std::make_shared<Song>();
+            song->setURL(path);
+        }
+        return std::make_shared<ConvertOperation>(
+            song, nullptr, library, std::move(known),
+            [ids, this](const std::function<bool(qint64)> &isTaken) mutable {
+                qint64 id = ids.isEmpty() ? --nextID : ids.takeFirst();
+                while (isTaken(id))
+                    id = ids.isEmpty() ? --nextID : ids.takeFirst();
+                return id;
+            });
+    }
+
+    qint64 rows(const QString &where = QStringLiteral("1")) const
+    {
+        VEKDatabase db;
+        db.initWithURL(library);
+        auto q = db.queryWithStatement(QStringLiteral("SELECT COUNT() FROM t_song WHERE ") + where);
+        return q && q->evaluateNextRow() ? q->intValueAtColumn(0) : -1;
+    }
+
+    QString dir;
+    QString library;
+    qint64 nextID = 1000;
+};
+
+} // namespace
+
+TEST_F(ConvertOperationTest, TheConverterFollowsConvertorType)
+{
+    auto converterClass = [] {
+        for (const QVariant &p : ConvertOperation::streamDescription().value(QStringLiteral("processors")).toList())
+            if (p.toMap().value(QStringLiteral("identifier")) == QLatin1String("converter"))
+                return p.toMap().value(QStringLiteral("class")).toString();
+        return QString();
+    };
+    UserDefaults &defaults = UserDefaults::standard();
+    for (int type : {0, 2, 3}) {
+        defaults.setValue(QStringLiteral("convertorType"), type);
+        EXPECT_EQ(converterClass(), QStringLiteral("APLConverterAudioProcessor")) << type;
+    }
+    defaults.setValue(QStringLiteral("convertorType"), 1);
+    EXPECT_EQ(converterClass(), QStringLiteral("IZOConverterAudioProcessor"));
+}
+
+TEST_F(ConvertOperationTest, WritesANewFileBesideTheSourceAndItsRow)
+{
+    UserDefaults::standard().setValue(QStringLiteral("convertorType"), 1);
+    prefer({{QStringLiteral("format"), 1}, {QStringLiteral("sampleRate"), 48000},
+            {QStringLiteral("bitRange"), 24}});
+    const QString source = TestEnvironment::makeSine(dir + QStringLiteral("/song.wav"), 0.5);
+    const QByteArray before = hashOf(source);
+    const auto op = make(source);
+    op->start();
+    ASSERT_TRUE(op->success()) << op->error().text().toStdString();
+    // The same format and name: "rename" keeps the source.
+    EXPECT_EQ(op->resultURL(), dir + QStringLiteral("/song 1.wav"));
+    EXPECT_EQ(hashOf(source), before);
+    EXPECT_FLOAT_EQ(op->progress(), 1.0f);
+
+    auto result = VEKAudioFileReader::open(op->resultURL());
+    ASSERT_TRUE(result);
+    EXPECT_EQ(result->sampleRate(), 48000.0);
+    EXPECT_NEAR(result->length(), 0.5, 0.001);
+
+    const SongPtr song = op->resultSong();
+    ASSERT_TRUE(song);
+    EXPECT_EQ(song->URL(), op->resultURL());
+    EXPECT_TRUE(song->dateAdded().isValid());
+    EXPECT_EQ(rows(QStringLiteral("songID = %1 AND dateAdded IS NOT NULL AND dateAdded != ''").arg(song->songID())), 1);
+}
+
+TEST_F(ConvertOperationTest, TheNewIDAvoidsRowsWrittenSinceTheSnapshot)
+{
+    prefer({{QStringLiteral("format"), 6}});
+    const QString source = TestEnvironment::makeSine(dir + QStringLiteral("/a.wav"), 0.2);
+    {
+        VEKDatabase db;
+        ASSERT_TRUE(db.initWithURL(library));
+        ASSERT_TRUE(db.executeStatement(QStringLiteral("INSERT INTO t_song (songID, path) VALUES (7, '/elsewhere.flac')")));
+    }
+    // 5 is in the snapshot, 7 only in the file: both are taken.
+    const auto op = make(source, {5}, {5, 7, 9});
+    op->start();
+    ASSERT_TRUE(op->success()) << op->error().text().toStdString();
+    EXPECT_EQ(op->resultSong()->songID(), 9);
+    EXPECT_EQ(rows(), 2);
+}
+
+TEST_F(ConvertOperationTest, AMissingSourceFailsAndWritesNothing)
+{
+    prefer({{QStringLiteral("format"), 6}});
+    const auto op = make(dir + QStringLiteral("/gone.flac"));
+    op->start();
+    EXPECT_FALSE(op->success());
+    EXPECT_FALSE(op->error().isNull());
+    EXPECT_FALSE(op->resultSong());
+    EXPECT_EQ(rows(), 0);
+    EXPECT_EQ(QDir(dir).entryList(QDir::Files), QStringList{QStringLiteral("library")});
+}
+
+TEST_F(ConvertOperationTest, AFormatOutOfRangeFailsWithAReason)
+{
+    prefer({{QStringLiteral("format"), 7}});
+    const QString source = TestEnvironment::makeSine(dir + QStringLiteral("/a.wav"), 0.2);
+    const auto op = make(source);
+    op->start();
+    EXPECT_FALSE(op->success());
+    EXPECT_FALSE(op->error().isNull());
+    EXPECT_EQ(rows(), 0);
+    EXPECT_FALSE(QFile::exists(dir + QStringLiteral("/a 1.wav")));
+}
+
+TEST_F(ConvertOperationTest, CancelledBeforeItRanDoesNothingAndReportsNothing)
+{
+    prefer({{QStringLiteral("format"), 6}});
+    const QString source = TestEnvironment::makeSine(dir + QStringLiteral("/a.wav"), 0.2);
+    const auto op = make(source);
+    op->cancel();
+    op->start();
+    EXPECT_TRUE(op->isFinished());
+    EXPECT_FALSE(op->success());
+    EXPECT_TRUE(op->error().isNull());
+    EXPECT_EQ(rows(), 0);
+    EXPECT_FALSE(QFile::exists(dir + QStringLiteral("/a.flac")));
+}
+
+TEST_F(ConvertOperationTest, ProgressMovesAndACancelMidwayLeavesNothing)
+{
+    prefer({{QStringLiteral("format"), 6}, {QStringLiteral("sampleRate"), 96000}});
+    const QString source = TestEnvironment::makeSine(dir + QStringLiteral("/long.wav"), 20.0);
+    const QByteArray before = hashOf(source);
+    const auto op = make(source);
+    std::thread worker([&] { op->start(); });
+    // The writer's progress shows through while the file is written.
+    float seen = 0.0f;
+    while (!op->isFinished() && seen <= 0.0f)
+        seen = op->progress();
+    op->cancel();
+    worker.join();
+    EXPECT_GT(seen, 0.0f) << "no progress seen before the end";
+    EXPECT_LT(seen, 1.0f);
+    EXPECT_FALSE(op->success());
+    EXPECT_TRUE(op->error().isNull());
+    EXPECT_FALSE(op->resultSong());
+    EXPECT_EQ(rows(), 0);
+    EXPECT_EQ(QDir(dir).entryList(QDir::Files), (QStringList{QStringLiteral("library"), QStringLiteral("long.wav")}));
+    EXPECT_EQ(hashOf(source), before);
+}
