@@ -1,0 +1,241 @@
+// The headphone processor: its settings record (limits, defaults, partial and refused records),
+// the engine made at the chain's rate, crossfeed heard through it, and bit-exact audio when off.
+// Also the registration of the playback layer's classes by name.
+
+#include "ChainTestSupport.h"
+#include "Signals.h"
+
+#include "audio/AudioProcessorClasses.h"
+#include "audio/Dimmer.h"
+#include "audio/HeadphonesProcessor.h"
+#include "audio/Muter.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+using namespace AudioChain;
+
+namespace {
+
+std::shared_ptr<HeadphonesProcessor> makeProcessor()
+{
+    registerAudioProcessorClasses();
+    VEKError error;
+    auto p = std::dynamic_pointer_cast<HeadphonesProcessor>(
+        VEKAudioProcessor::processorWithClass(QStringLiteral("HeadphonesProcessor"), &error));
+    EXPECT_TRUE(p) << error.text().toStdString();
+    return p;
+}
+
+QVariantMap crossfeedOn()
+{
+    return {{"enabled", true}, {"crossfeedAmount", 1.0}, {"crossfeedType", 1}, {"speakerAngle", 30.0}};
+}
+
+} // namespace
+
+TEST(HeadphonesSettings, AFreshProcessorIsOffWithTheDefaultRecord)
+{
+    auto p = makeProcessor();
+    ASSERT_TRUE(p);
+    const QVariantMap s = p->settings();
+    EXPECT_EQ(s.value("class").toString(), QStringLiteral("HeadphonesProcessor"));
+    EXPECT_FALSE(s.value("enabled").toBool());
+    EXPECT_FALSE(p->isEnabled());
+    EXPECT_EQ(s.value("speakerAngle").toDouble(), 0.0);
+    EXPECT_EQ(s.value("crossfeedAmount").toDouble(), 0.0);
+    EXPECT_EQ(s.value("crossfeedType").toUInt(), 1u);
+    EXPECT_TRUE(s.value("crossfeedClipProtectionEnabled").toBool());
+    EXPECT_TRUE(s.value("eqClipProtectionEnabled").toBool());
+    EXPECT_EQ(s.value("trebleFrequency").toDouble(), 5000.0);
+    EXPECT_EQ(s.value("bassFrequency").toDouble(), 250.0);
+    EXPECT_EQ(s.value("treble").toDouble(), 0.0);
+    EXPECT_EQ(s.value("bass").toDouble(), 0.0);
+    EXPECT_EQ(s.value("solo").toUInt(), 0u);
+    for (const char *key : {"mono", "swapped", "outOfPhase"})
+        EXPECT_FALSE(s.value(key).toBool()) << key;
+}
+
+TEST(HeadphonesSettings, ValuesOutOfRangeAreBroughtToTheirLimits)
+{
+    auto p = makeProcessor();
+    ASSERT_TRUE(p);
+    ASSERT_TRUE(p->setSettings({{"speakerAngle", 90}, {"crossfeedAmount", 1.6}, {"crossfeedType", 0},
+                                {"treble", 9.0}, {"bass", -9.5}, {"solo", 7}},
+                               nullptr));
+    QVariantMap s = p->settings();
+    EXPECT_EQ(s.value("speakerAngle").toDouble(), 60.0);
+    EXPECT_EQ(s.value("crossfeedAmount").toDouble(), 1.5);
+    EXPECT_EQ(s.value("crossfeedType").toUInt(), 1u);
+    EXPECT_EQ(s.value("treble").toDouble(), 6.0);
+    EXPECT_EQ(s.value("bass").toDouble(), -6.0);
+    EXPECT_EQ(s.value("solo").toUInt(), 2u);
+
+    ASSERT_TRUE(p->setSettings({{"speakerAngle", -5.0}, {"crossfeedAmount", -0.5}, {"crossfeedType", 12},
+                                {"solo", -1}, {"trebleFrequency", 30000.0}, {"bassFrequency", 3.0}},
+                               nullptr));
+    s = p->settings();
+    EXPECT_EQ(s.value("speakerAngle").toDouble(), 0.0);
+    EXPECT_EQ(s.value("crossfeedAmount").toDouble(), 0.0);
+    EXPECT_EQ(s.value("crossfeedType").toUInt(), 3u);
+    EXPECT_EQ(s.value("solo").toUInt(), 0u);
+    // The frequencies are taken as they are.
+    EXPECT_EQ(s.value("trebleFrequency").toDouble(), 30000.0);
+    EXPECT_EQ(s.value("bassFrequency").toDouble(), 3.0);
+}
+
+TEST(HeadphonesSettings, MissingKeysKeepTheirValuesAndMisspelledFrequenciesAreNotKeys)
+{
+    auto p = makeProcessor();
+    ASSERT_TRUE(p);
+    ASSERT_TRUE(p->setSettings({{"enabled", true}, {"mono", true}, {"treble", 2.5}, {"crossfeedType", 2}}, nullptr));
+    const QVariantMap before = p->settings();
+    ASSERT_TRUE(p->setSettings({}, nullptr));
+    EXPECT_EQ(p->settings(), before);
+    ASSERT_TRUE(p->setSettings({{"swapped", true}, {"trebleFreqency", 100.0}, {"bassFreqency", 50.0}}, nullptr));
+    QVariantMap expected = before;
+    expected.insert("swapped", true);
+    EXPECT_EQ(p->settings(), expected);
+    EXPECT_TRUE(p->isEnabled());
+    EXPECT_TRUE(p->parameters().mono);
+    EXPECT_EQ(p->parameters().trebleGain, 2.5f);
+}
+
+TEST(HeadphonesSettings, ARecordOfTheWrongTypesIsRefusedWhole)
+{
+    auto p = makeProcessor();
+    ASSERT_TRUE(p);
+    const QVariantMap before = p->settings();
+    const QVariantMap wrong[] = {
+        {{"speakerAngle", 30.0}, {"crossfeedAmount", "a lot"}},
+        {{"enabled", true}, {"mono", 1}},
+        {{"solo", QVariantList{1}}},
+        {{"treble", QVariantMap{}}},
+    };
+    for (const QVariantMap &record : wrong) {
+        VEKError error;
+        EXPECT_FALSE(p->setSettings(record, &error));
+        EXPECT_FALSE(error.isNull());
+        EXPECT_EQ(p->settings(), before); // not even the good keys were taken
+    }
+    VEKError error;
+    EXPECT_FALSE(p->setSettings({{"class", "Dimmer"}}, &error));
+    EXPECT_FALSE(error.isNull());
+}
+
+TEST(HeadphonesRendering, WhenOffTheAudioPassesBitForBitEvenWithAnEngine)
+{
+    auto stream = build({QStringLiteral("HeadphonesProcessor")});
+    ASSERT_TRUE(stream);
+    const Channel left = Signals::noise(4096, 1), right = Signals::noise(4096, 2);
+    stream->processorWithIdentifier<Source>(QStringLiteral("source"))->setChannels({left, right});
+    auto *hp = stream->processorWithIdentifier<HeadphonesProcessor>(QStringLiteral("p0"));
+    ASSERT_TRUE(hp);
+    // Every trick set, but off.
+    QVariantMap record = crossfeedOn();
+    record.insert("enabled", false);
+    record.insert("treble", 6.0);
+    record.insert("swapped", true);
+    ASSERT_TRUE(hp->setSettings(record, nullptr));
+    ASSERT_TRUE(stream->initialize());
+    ASSERT_NE(hp->engine(), nullptr);
+    std::vector<Channel> out = render(*stream, 4096, 512);
+    EXPECT_EQ(std::memcmp(out[0].data(), left.data(), 4096 * sizeof(float)), 0);
+    EXPECT_EQ(std::memcmp(out[1].data(), right.data(), 4096 * sizeof(float)), 0);
+
+    // On and off again: from the next buffer the audio is untouched once more.
+    ASSERT_TRUE(hp->setSettings({{"enabled", true}}, nullptr));
+    out = render(*stream, 4096, 512);
+    EXPECT_NE(std::memcmp(out[0].data(), left.data(), 4096 * sizeof(float)), 0);
+    ASSERT_TRUE(hp->setSettings({{"enabled", false}}, nullptr));
+    out = render(*stream, 4096, 512);
+    EXPECT_EQ(std::memcmp(out[0].data(), left.data(), 4096 * sizeof(float)), 0);
+    EXPECT_EQ(std::memcmp(out[1].data(), right.data(), 4096 * sizeof(float)), 0);
+}
+
+TEST(HeadphonesRendering, CrossfeedCarriesALeftOnlySignalIntoTheRightEar)
+{
+    constexpr double Rate = 96000.0;
+    auto stream = build({QStringLiteral("HeadphonesProcessor")}, Rate);
+    ASSERT_TRUE(stream);
+    const size_t frames = size_t(Rate);
+    stream->processorWithIdentifier<Source>(QStringLiteral("source"))
+        ->setChannels({Signals::sine(frames, 300.0, Rate), Channel(frames, 0.0f)});
+    auto *hp = stream->processorWithIdentifier<HeadphonesProcessor>(QStringLiteral("p0"));
+    // Set before the engine exists: the values reach it at initialisation.
+    QVariantMap record = crossfeedOn();
+    record.insert("crossfeedClipProtectionEnabled", false);
+    ASSERT_TRUE(hp->setSettings(record, nullptr));
+    ASSERT_TRUE(stream->initialize());
+    ASSERT_NE(hp->engine(), nullptr);
+    EXPECT_EQ(hp->engine()->sampleRate(), Rate);
+    EXPECT_EQ(hp->engine()->parameters(), hp->parameters());
+    const std::vector<Channel> out = render(*stream, frames, 1024);
+    // Type 1 at full amount feeds the other ear 6 dB down at low frequencies, a little less
+    // at 300 Hz through the head's shadow.
+    const double direct = Signals::amplitude(out[0], 300.0, Rate, frames / 2, frames / 2);
+    const double crossed = Signals::amplitude(out[1], 300.0, Rate, frames / 2, frames / 2);
+    EXPECT_NEAR(direct, 0.5, 0.02);
+    EXPECT_GT(Signals::toDb(crossed / direct), -9.0);
+    EXPECT_LT(Signals::toDb(crossed / direct), -5.0);
+}
+
+TEST(HeadphonesRendering, OnlyAStereoChainInitialises)
+{
+    auto stream = build({QStringLiteral("HeadphonesProcessor")}, 48000.0, 1);
+    ASSERT_TRUE(stream);
+    VEKError error;
+    EXPECT_FALSE(stream->initialize(&error));
+    auto *hp = stream->processorWithIdentifier<HeadphonesProcessor>(QStringLiteral("p0"));
+    EXPECT_EQ(hp->engine(), nullptr);
+}
+
+TEST(HeadphonesRendering, UninitialisingDropsTheEngineAndKeepsTheSettings)
+{
+    auto stream = build({QStringLiteral("HeadphonesProcessor")}, 44100.0);
+    ASSERT_TRUE(stream);
+    auto *hp = stream->processorWithIdentifier<HeadphonesProcessor>(QStringLiteral("p0"));
+    ASSERT_TRUE(hp->setSettings({{"bass", 3.0}, {"solo", 1}}, nullptr));
+    ASSERT_TRUE(stream->initialize());
+    ASSERT_TRUE(stream->uninitialize());
+    EXPECT_EQ(hp->engine(), nullptr);
+    ASSERT_TRUE(hp->setSettings({{"treble", -2.0}}, nullptr));
+    ASSERT_TRUE(stream->initialize());
+    ASSERT_NE(hp->engine(), nullptr);
+    EXPECT_EQ(hp->engine()->parameters().bassGain, 3.0f);
+    EXPECT_EQ(hp->engine()->parameters().trebleGain, -2.0f);
+    EXPECT_EQ(hp->engine()->parameters().solo, 1u);
+}
+
+TEST(AudioProcessorClasses, AreMadeByNameAndComeBackFromTheirSettings)
+{
+    registerAudioProcessorClasses();
+    for (const char *name : {"Muter", "Dimmer", "HeadphonesProcessor"})
+        EXPECT_TRUE(VEKAudioProcessor::isClassRegistered(QLatin1String(name))) << name;
+    EXPECT_TRUE(qobject_cast<Muter *>(VEKAudioProcessor::processorWithClass(QStringLiteral("Muter")).get()));
+    EXPECT_TRUE(qobject_cast<Dimmer *>(VEKAudioProcessor::processorWithClass(QStringLiteral("Dimmer")).get()));
+
+    auto original = makeProcessor();
+    ASSERT_TRUE(original);
+    QVariantMap record = crossfeedOn();
+    record.insert("crossfeedType", 3);
+    record.insert("trebleFrequency", 7000.0);
+    record.insert("bass", -1.5);
+    record.insert("outOfPhase", true);
+    record.insert("solo", 2);
+    record.insert("eqClipProtectionEnabled", false);
+    ASSERT_TRUE(original->setSettings(record, nullptr));
+    VEKError error;
+    auto copy = VEKAudioProcessor::processorWithSettings(original->settings(), &error);
+    ASSERT_TRUE(copy) << error.text().toStdString();
+    auto *hp = qobject_cast<HeadphonesProcessor *>(copy.get());
+    ASSERT_TRUE(hp);
+    EXPECT_EQ(hp->settings(), original->settings());
+    EXPECT_EQ(hp->parameters(), original->parameters());
+    EXPECT_TRUE(hp->isEnabled());
+
+    auto muter = VEKAudioProcessor::processorWithSettings(
+        VEKAudioProcessor::processorWithClass(QStringLiteral("Muter"))->settings(), &error);
+    EXPECT_TRUE(qobject_cast<Muter *>(muter.get()));
+}

@@ -1,0 +1,228 @@
+// Mute and dim: the ramps buffer by buffer as the settings change, the final level at a
+// (re)start, and the untouched signal at rest.
+
+#include "ChainTestSupport.h"
+
+#include "audio/Dimmer.h"
+#include "audio/Muter.h"
+#include "settings/UserDefaults.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+using namespace AudioChain;
+
+namespace {
+
+constexpr quint32 N = 64; // frames per buffer
+
+// What a buffer of ones becomes under a linear ramp of the buffer list.
+Channel ramp(float start, float end, quint32 frames = N)
+{
+    VEKAudioBufferList ones(1, frames);
+    std::fill(ones.channel(0), ones.channel(0) + frames, 1.0f);
+    ones.scaleWithRamp(start, end);
+    return Channel(ones.channel(0), ones.channel(0) + frames);
+}
+
+Channel constant(float value, quint32 frames = N) { return Channel(frames, value); }
+
+bool bitEqual(const Channel &a, const Channel &b)
+{
+    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
+}
+
+// Both channels of the next buffer, which must agree, as one.
+Channel next(VEKAudioStream &stream)
+{
+    const std::vector<Channel> out = renderBuffer(stream, N);
+    EXPECT_TRUE(bitEqual(out[0], out[1]));
+    return out[0];
+}
+
+// The level the dimmer reaches after each of its ramps, as listeners would count it.
+const double DownLevels[] = {1.0, 0.8875, 0.775, 0.6625, 0.55, 0.4375, 0.325, 0.2125, 0.1};
+
+void expectNear(const Channel &actual, const Channel &expected, const char *what, int buffer)
+{
+    ASSERT_EQ(actual.size(), expected.size());
+    for (size_t i = 0; i < actual.size(); ++i)
+        ASSERT_NEAR(actual[i], expected[i], 1e-6f) << what << " buffer " << buffer << " frame " << i;
+}
+
+class MuteDim : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        UserDefaults::standard().removeValue(QStringLiteral("mute"));
+        UserDefaults::standard().removeValue(QStringLiteral("dim"));
+    }
+    void TearDown() override { SetUp(); }
+
+    // A chain of ones through `classes`, initialised; null on failure.
+    std::unique_ptr<VEKAudioStream> start(const QStringList &classes)
+    {
+        auto stream = build(classes);
+        if (stream && !stream->initialize()) {
+            ADD_FAILURE() << "the chain does not initialise";
+            return nullptr;
+        }
+        return stream;
+    }
+    static void set(const char *key, bool value) { UserDefaults::standard().setValue(QLatin1String(key), value); }
+};
+
+} // namespace
+
+TEST_F(MuteDim, MuteFadesOutInOneBufferThenStaysSilent)
+{
+    auto stream = start({QStringLiteral("Muter")});
+    ASSERT_TRUE(stream);
+    EXPECT_TRUE(bitEqual(next(*stream), constant(1.0f)));
+    set("mute", true);
+    EXPECT_TRUE(bitEqual(next(*stream), ramp(1.0f, 0.0f)));
+    for (int i = 0; i < 5; ++i)
+        EXPECT_TRUE(bitEqual(next(*stream), constant(0.0f))) << i;
+}
+
+TEST_F(MuteDim, UnmuteFadesInInOneBufferThenPassesUntouched)
+{
+    set("mute", true);
+    auto stream = start({QStringLiteral("Muter")});
+    ASSERT_TRUE(stream);
+    // Started muted: silent from the first buffer, no fade.
+    EXPECT_TRUE(bitEqual(next(*stream), constant(0.0f)));
+    set("mute", false);
+    EXPECT_TRUE(bitEqual(next(*stream), ramp(0.0f, 1.0f)));
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(bitEqual(next(*stream), constant(1.0f))) << i;
+}
+
+TEST_F(MuteDim, AMuteUndoneBeforeTheNextBufferStillFadesInFromSilence)
+{
+    auto stream = start({QStringLiteral("Muter")});
+    ASSERT_TRUE(stream);
+    next(*stream);
+    set("mute", true);
+    set("mute", false);
+    // The newest change restarts from its own beginning, whatever came before.
+    EXPECT_TRUE(bitEqual(next(*stream), ramp(0.0f, 1.0f)));
+    EXPECT_TRUE(bitEqual(next(*stream), constant(1.0f)));
+}
+
+TEST_F(MuteDim, DimRampsDownInEightBuffersThenHoldsATenth)
+{
+    auto stream = start({QStringLiteral("Dimmer")});
+    ASSERT_TRUE(stream);
+    set("dim", true);
+    for (int b = 0; b < 8; ++b)
+        expectNear(next(*stream), ramp(float(DownLevels[b]), float(DownLevels[b + 1])), "down", b);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(bitEqual(next(*stream), constant(0.1f))) << i; // the single-precision 0.1
+}
+
+TEST_F(MuteDim, UndimRampsUpInEightBuffersToExactlyOneThenPassesUntouched)
+{
+    set("dim", true);
+    auto stream = start({QStringLiteral("Dimmer")});
+    ASSERT_TRUE(stream);
+    // Started dimmed: a tenth from the first buffer.
+    EXPECT_TRUE(bitEqual(next(*stream), constant(0.1f)));
+    set("dim", false);
+    for (int b = 0; b < 8; ++b)
+        expectNear(next(*stream), ramp(float(DownLevels[8 - b]), float(DownLevels[7 - b])), "up", b);
+    // The last ramp aims at 8 * 0.1125 + 0.1, which rounds to exactly 1.0f.
+    EXPECT_EQ(float(Dimmer::rampEnd(Dimmer::LastUp)), 1.0f);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(bitEqual(next(*stream), constant(1.0f))) << i;
+}
+
+TEST_F(MuteDim, DimInTheMiddleOfTheRampUpJumpsToFullAndRampsDownFromThere)
+{
+    set("dim", true);
+    auto stream = start({QStringLiteral("Dimmer")});
+    ASSERT_TRUE(stream);
+    set("dim", false);
+    for (int b = 0; b < 3; ++b)
+        next(*stream);
+    set("dim", true);
+    const Channel first = next(*stream);
+    EXPECT_EQ(first[0], 1.0f);
+    expectNear(first, ramp(1.0f, float(DownLevels[1])), "restart", 0);
+    for (int b = 1; b < 8; ++b)
+        expectNear(next(*stream), ramp(float(DownLevels[b]), float(DownLevels[b + 1])), "down", b);
+    EXPECT_TRUE(bitEqual(next(*stream), constant(0.1f)));
+}
+
+TEST_F(MuteDim, AtRestBothPassEverySampleBitForBit)
+{
+    auto stream = build({QStringLiteral("Muter"), QStringLiteral("Dimmer")});
+    ASSERT_TRUE(stream);
+    // Awkward values: a denormal, a negative zero, values that any gain would round.
+    Channel left{0.1f, -0.0f, 1e-40f, -0.999999f, 0.333333f, 1.0f, 3.0e-8f};
+    Channel right{-0.7f, 0.123456789f, 0.0f, 1e-38f, -1.0f};
+    stream->processorWithIdentifier<Source>(QStringLiteral("source"))->setChannels({left, right});
+    ASSERT_TRUE(stream->initialize());
+    // Back at rest after a full dim and undim as well as from the start.
+    const std::vector<Channel> out = render(*stream, 1000, 100);
+    for (size_t i = 0; i < 1000; ++i) {
+        ASSERT_EQ(std::memcmp(&out[0][i], &left[i % left.size()], sizeof(float)), 0) << i;
+        ASSERT_EQ(std::memcmp(&out[1][i], &right[i % right.size()], sizeof(float)), 0) << i;
+    }
+    set("dim", true);
+    set("mute", true);
+    render(*stream, 20 * 100, 100);
+    set("dim", false);
+    set("mute", false);
+    render(*stream, 20 * 100, 100);
+    const std::vector<Channel> after = render(*stream, 1000, 100);
+    const size_t offset = 1000 + 2000 + 2000;
+    for (size_t i = 0; i < 1000; ++i) {
+        ASSERT_EQ(std::memcmp(&after[0][i], &left[(i + offset) % left.size()], sizeof(float)), 0) << i;
+        ASSERT_EQ(std::memcmp(&after[1][i], &right[(i + offset) % right.size()], sizeof(float)), 0) << i;
+    }
+}
+
+TEST_F(MuteDim, BothSetActEachByItself)
+{
+    auto stream = start({QStringLiteral("Dimmer"), QStringLiteral("Muter")});
+    ASSERT_TRUE(stream);
+    set("dim", true);
+    for (int b = 0; b < 8; ++b)
+        next(*stream);
+    set("mute", true);
+    // A tenth, faded out by the muter in the same buffer.
+    const Channel faded = next(*stream);
+    const Channel fade = ramp(1.0f, 0.0f);
+    for (quint32 i = 0; i < N; ++i)
+        ASSERT_EQ(faded[i], 0.1f * fade[i]) << i;
+    EXPECT_TRUE(bitEqual(next(*stream), constant(0.0f)));
+    set("mute", false);
+    const Channel back = next(*stream);
+    const Channel rise = ramp(0.0f, 1.0f);
+    for (quint32 i = 0; i < N; ++i)
+        ASSERT_EQ(back[i], 0.1f * rise[i]) << i;
+}
+
+TEST_F(MuteDim, ARestartComesUpAtTheFinalLevelAndCutsARampShort)
+{
+    auto stream = start({QStringLiteral("Dimmer"), QStringLiteral("Muter")});
+    ASSERT_TRUE(stream);
+    set("dim", true);
+    set("mute", true);
+    next(*stream); // both in the middle of their ramps
+    ASSERT_TRUE(stream->uninitialize());
+    ASSERT_TRUE(stream->initialize());
+    auto *dimmer = stream->processorWithIdentifier<Dimmer>(QStringLiteral("p0"));
+    auto *muter = stream->processorWithIdentifier<Muter>(QStringLiteral("p1"));
+    ASSERT_TRUE(dimmer && muter);
+    EXPECT_EQ(dimmer->state(), Dimmer::Dimmed);
+    EXPECT_EQ(muter->state(), quint32(Muter::Silent));
+    set("mute", false);
+    // No ramp of the dimmer left: a tenth under the muter's fade-in.
+    const Channel back = next(*stream);
+    const Channel rise = ramp(0.0f, 1.0f);
+    for (quint32 i = 0; i < N; ++i)
+        ASSERT_EQ(back[i], 0.1f * rise[i]) << i;
+}
