@@ -1,4 +1,5 @@
 #include "CliCommand.h"
+#include "CliProgressBar.h"
 
 #include "library/ConvertOperation.h"
 
@@ -9,46 +10,12 @@
 
 #include <atomic>
 #include <csignal>
-#include <cstdio>
-#include <unistd.h>
 
 namespace {
 
 std::atomic<bool> g_interrupted{false};
 
 void onInterrupt(int) { g_interrupted.store(true); }
-
-// One bar per song on standard error while it converts, only where someone watches.
-class ProgressBar {
-public:
-    ProgressBar() : m_enabled(::isatty(STDERR_FILENO) == 1) {}
-    ~ProgressBar() { clear(); }
-
-    void show(int index, int count, float progress)
-    {
-        if (!m_enabled)
-            return;
-        constexpr int width = 32;
-        const int percent = qBound(0, qRound(progress * 100.0f), 100);
-        const int filled = qBound(0, qRound(progress * float(width)), width);
-        QByteArray bar(filled, '#');
-        bar.append(QByteArray(width - filled, '-'));
-        std::fprintf(stderr, "\rConverting %d of %d [%s] %3d%%", index, count, bar.constData(),
-                     percent);
-        std::fflush(stderr);
-        m_shown = true;
-    }
-    void clear()
-    {
-        if (m_shown)
-            std::fprintf(stderr, "\r%70s\r", "");
-        m_shown = false;
-    }
-
-private:
-    bool m_enabled;
-    bool m_shown = false;
-};
 
 int run(CliSession &session, const QStringList &argv, const CliCommand &command)
 {
@@ -117,7 +84,7 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
     g_interrupted.store(false);
     const auto previousHandler = std::signal(SIGINT, onInterrupt);
     if (!operations.isEmpty()) {
-        ProgressBar bar;
+        CliProgressBar bar;
         QEventLoop loop;
         QTimer poll;
         poll.setInterval(100);
@@ -130,7 +97,7 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
         };
         QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
             const int i = current();
-            bar.show(i + 1, int(operations.size()), operations[i]->progress());
+            bar.show(QStringLiteral("Converting %1 of %2").arg(i + 1).arg(operations.size()), operations[i]->progress());
             if (g_interrupted.load())
                 for (const auto &operation : operations)
                     operation->cancel();
@@ -142,7 +109,7 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
                                  if (operation == finished && ++merged == operations.size())
                                      loop.quit();
                          });
-        bar.show(1, int(operations.size()), 0.0f);
+        bar.show(QStringLiteral("Converting 1 of %1").arg(operations.size()), 0.0f);
         poll.start();
         loop.exec();
     }

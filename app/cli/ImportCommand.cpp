@@ -1,4 +1,5 @@
 #include "CliCommand.h"
+#include "CliProgressBar.h"
 
 #include "library/ImportOperation.h"
 
@@ -9,47 +10,12 @@
 
 #include <atomic>
 #include <csignal>
-#include <cstdio>
-#include <unistd.h>
 
 namespace {
 
 std::atomic<bool> g_interrupted{false};
 
 void onInterrupt(int) { g_interrupted.store(true); }
-
-// A bar on standard error while the import runs, only where someone watches: a pipe or a file
-// gets the summary alone.
-class ProgressBar {
-public:
-    ProgressBar() : m_enabled(::isatty(STDERR_FILENO) == 1) {}
-    ~ProgressBar() { clear(); }
-
-    void show(float progress)
-    {
-        if (!m_enabled)
-            return;
-        constexpr int width = 32;
-        // Rounded: a sum of many small steps ends a hair below 1.
-        const int percent = qBound(0, qRound(progress * 100.0f), 100);
-        const int filled = qBound(0, qRound(progress * float(width)), width);
-        QByteArray bar(filled, '#');
-        bar.append(QByteArray(width - filled, '-'));
-        std::fprintf(stderr, "\rImporting [%s] %3d%%", bar.constData(), percent);
-        std::fflush(stderr);
-        m_shown = true;
-    }
-    void clear()
-    {
-        if (m_shown)
-            std::fprintf(stderr, "\r%60s\r", "");
-        m_shown = false;
-    }
-
-private:
-    bool m_enabled;
-    bool m_shown = false;
-};
 
 // The failure's own words, without the path the line already names.
 QString reasonFor(const ImportOperation::Failure &failure)
@@ -114,12 +80,12 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
     g_interrupted.store(false);
     const auto previousHandler = std::signal(SIGINT, onInterrupt);
     {
-        ProgressBar bar;
+        CliProgressBar bar;
         QEventLoop loop;
         QTimer poll;
         poll.setInterval(100);
         QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
-            bar.show(operation->progress());
+            bar.show(QStringLiteral("Importing"), operation->progress());
             if (g_interrupted.load())
                 operation->cancel();
         });
@@ -129,10 +95,10 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
                              if (finished == operation)
                                  loop.quit();
                          });
-        bar.show(0.0f);
+        bar.show(QStringLiteral("Importing"), 0.0f);
         poll.start();
         loop.exec();
-        bar.show(operation->progress());
+        bar.show(QStringLiteral("Importing"), operation->progress());
     }
     std::signal(SIGINT, previousHandler);
     d.queue()->waitUntilAllOperationsAreFinished();
