@@ -1,5 +1,7 @@
 #include "HeadphonesProcessor.h"
 
+#include "core/VEKVariant.h"
+
 #include "graph/VEKAudioGraphError.h"
 
 #include <QDebug>
@@ -24,23 +26,6 @@ const QString MonoKey = QStringLiteral("mono");
 const QString SwappedKey = QStringLiteral("swapped");
 const QString OutOfPhaseKey = QStringLiteral("outOfPhase");
 const QString SoloKey = QStringLiteral("solo");
-
-bool isNumber(const QVariant &v)
-{
-    switch (v.typeId()) {
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Double:
-    case QMetaType::Float:
-    case QMetaType::Short:
-    case QMetaType::UShort:
-        return true;
-    default:
-        return false;
-    }
-}
 
 // A number as an unsigned word: negatives and NaN count as 0, the too large as the largest.
 quint32 toWord(const QVariant &v)
@@ -169,7 +154,7 @@ bool HeadphonesProcessor::setSettings(const QVariantMap &settings, VEKError *err
     }
     for (const QString &key : NumberKeys) {
         const auto it = settings.constFind(key);
-        if (it != settings.constEnd() && !isNumber(*it))
+        if (it != settings.constEnd() && !VEKVariant::isNumber(*it))
             return refuse(key, "number");
     }
     if (!VEKAudioProcessor::setSettings(settings, error))

@@ -2,6 +2,7 @@
 
 #include "core/VEKLocalizedString.h"
 #include "core/VEKLog.h"
+#include "core/VEKVariant.h"
 #include "lv2/VEKLV2WorldImpl.h"
 
 #include <lv2/atom/atom.h>
@@ -408,23 +409,9 @@ std::unique_ptr<VEKLV2Plugin> VEKLV2Plugin::fromSettings(const QVariantMap &sett
         return corrupt(QStringLiteral("the settings name no plugin URI"));
     const QString uri = uriValue.toString();
 
-    const auto isNumber = [](const QVariant &v) {
-        switch (v.typeId()) {
-        case QMetaType::Bool:
-        case QMetaType::Int:
-        case QMetaType::UInt:
-        case QMetaType::LongLong:
-        case QMetaType::ULongLong:
-        case QMetaType::Double:
-        case QMetaType::Float:
-            return true;
-        default:
-            return false;
-        }
-    };
     // Check everything before instantiating, so a damaged map never half-makes a plugin.
     const QVariant enabled = settings.value(QStringLiteral("enabled"), true);
-    if (!isNumber(enabled))
+    if (!VEKVariant::isNumberOrBool(enabled))
         return corrupt(uri + QStringLiteral(": \"enabled\" is not a boolean"));
     QVariantMap controls;
     if (settings.contains(QStringLiteral("controls"))) {
@@ -433,7 +420,7 @@ std::unique_ptr<VEKLV2Plugin> VEKLV2Plugin::fromSettings(const QVariantMap &sett
             return corrupt(uri + QStringLiteral(": \"controls\" is not a dictionary"));
         controls = v.toMap();
         for (auto it = controls.cbegin(); it != controls.cend(); ++it)
-            if (!isNumber(it.value()) || !std::isfinite(it.value().toDouble()))
+            if (!VEKVariant::isNumberOrBool(it.value()) || !std::isfinite(it.value().toDouble()))
                 return corrupt(uri + QStringLiteral(": the value of \"%1\" is not a number").arg(it.key()));
     }
     const QVariant state = settings.value(QStringLiteral("state"));

@@ -1,5 +1,7 @@
 #include "UserDefaults.h"
 
+#include "core/VEKVariant.h"
+
 #include "VEKPropertyList.h"
 #include "core/VEKLocalizedString.h"
 #include "core/VEKLog.h"
@@ -172,22 +174,6 @@ ReadResult readSettingsFile(const QString &path)
     return result;
 }
 
-bool isNumber(const QVariant &v)
-{
-    switch (v.typeId()) {
-    case QMetaType::Bool:
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Double:
-    case QMetaType::Float:
-        return true;
-    default:
-        return false;
-    }
-}
-
 } // namespace
 
 UserDefaults &UserDefaults::standard()
@@ -297,7 +283,7 @@ bool UserDefaults::boolForKey(const QString &key) const
     const QVariant v = value(key);
     if (v.typeId() == QMetaType::Double)
         return v.toDouble() != 0.0;
-    if (isNumber(v))
+    if (VEKVariant::isNumberOrBool(v))
         return v.toLongLong() != 0 || v.toULongLong() != 0;
     if (v.typeId() == QMetaType::QString) {
         const QString s = v.toString().trimmed();
@@ -321,7 +307,7 @@ qint64 UserDefaults::integerForKey(const QString &key) const
         return d >= 9.2233720368547758e18 ? LLONG_MAX : d <= -9.2233720368547758e18 ? LLONG_MIN
                                                                                    : qint64(d);
     }
-    if (isNumber(v))
+    if (VEKVariant::isNumberOrBool(v))
         return v.toLongLong();
     if (v.typeId() == QMetaType::QString) {
         const QString s = v.toString().trimmed();
@@ -338,7 +324,7 @@ qint64 UserDefaults::integerForKey(const QString &key) const
 double UserDefaults::doubleForKey(const QString &key) const
 {
     const QVariant v = value(key);
-    if (isNumber(v))
+    if (VEKVariant::isNumberOrBool(v))
         return v.toDouble();
     if (v.typeId() == QMetaType::QString)
         return v.toString().trimmed().toDouble();
@@ -356,7 +342,7 @@ QString UserDefaults::stringForKey(const QString &key) const
     case QMetaType::Double:
         return QString::number(v.toDouble(), 'g', QLocale::FloatingPointShortest);
     default:
-        return isNumber(v) ? v.toString() : QString();
+        return VEKVariant::isNumberOrBool(v) ? v.toString() : QString();
     }
 }
 
