@@ -5,6 +5,7 @@
 #include "core/VEKLocalizedString.h"
 #include "library/LibraryPlaylist.h"
 #include "library/iTunesLibraryPlaylist.h"
+#include "audio/Stream.h"
 #include "settings/UserDefaults.h"
 
 namespace {
@@ -62,12 +63,27 @@ ApplicationDelegate *ApplicationDelegate::shared() { return g_delegate; }
 
 void ApplicationDelegate::applicationWillFinishLaunching()
 {
+    applicationWillFinishLaunching(LaunchOptions());
+}
+
+void ApplicationDelegate::applicationWillFinishLaunching(const LaunchOptions &options)
+{
+    m_launchOptions = options;
     UserDefaults &defaults = UserDefaults::standard();
     // A damaged settings file was replaced by the defaults; say so once.
     defaults.takeLoadError().alert();
 
-    // The media keys reach us over MPRIS, the effect descriptions, the stream and the remote
-    // service come with the playback and remote work: those launch steps are empty for now.
+    // MPRIS
+
+    // The effects on offer, once per run: a plug-in installed later shows at the next launch.
+    if (options.stream) {
+        m_effectDescriptions = processorDescriptionsForType(0x61756678);
+        m_effectDescriptions += processorDescriptionsForType(0x61756d66);
+    }
+
+    launchStream(options);
+
+    // Remote service
 
     m_queue = std::make_unique<OperationQueue>();
     connect(m_queue.get(), &OperationQueue::operationFinished, this,
@@ -101,6 +117,9 @@ void ApplicationDelegate::applicationWillTerminate()
 {
     if (m_queue)
         m_queue->cancelAllOperations();
+    // Remote service
+    if (m_stream)
+        m_stream->stop();
     UserDefaults::standard().setValue(QStringLiteral("selectedPlaylistID"),
                                       m_selectedPlaylist ? m_selectedPlaylist->playlistID() : 0);
     // The queue's worker is joined before the library file closes: an operation that is still
@@ -109,19 +128,14 @@ void ApplicationDelegate::applicationWillTerminate()
     if (Database::shared() == m_database.get())
         Database::setShared(nullptr);
     m_database.reset(); // finishes the queued playlist writes first
+    // MPRIS
+    if (m_stream) {
+        disconnect(m_stream.get(), nullptr, this, nullptr);
+        m_stream->teardown();
+        m_stream.reset();
+    }
 }
 
-void ApplicationDelegate::play()
-{
-    if (streamIsPlaying())
-        streamPause();
-    else
-        streamPlay();
-}
-
-void ApplicationDelegate::next() {}
-
-void ApplicationDelegate::previous() {}
 
 ApplicationDelegate::MediaKeyAction ApplicationDelegate::mediaKeyAction(int eventType,
                                                                         int subtype, qint64 data1)

@@ -5,6 +5,7 @@
 #include "library/Playlist.h"
 #include "library/Song.h"
 #include "ops/OperationQueue.h"
+#include "outputs/VEKAudioDevice.h"
 
 #include <QHash>
 #include <QList>
@@ -13,8 +14,11 @@
 #include <QVariantMap>
 #include <functional>
 #include <memory>
+#include <optional>
 
 class ConvertOperation;
+class MprisService;
+class Stream;
 class ImportOperation;
 class LoadiTunesOperation;
 class NowPlayingNotifier;
@@ -32,6 +36,22 @@ class UserDefaults;
 class ApplicationDelegate : public QObject {
     Q_OBJECT
 public:
+    // What a launch brings up beside the library. The player and `quivera-cli play|render|serve`
+    // want the stream; the library commands of the CLI want none of it.
+    struct LaunchOptions {
+        bool stream = true;
+        // False leaves the made stream initialised but stopped, for a caller that starts it when
+        // it has set up what plays (an offline render wants no silence before its first song).
+        bool startStream = true;
+        // The network service and MPRIS on the session bus.
+        bool remote = true;
+        bool mpris = true;
+        // Takes the place of the `outputDevice` setting for this run.
+        VEKAudioDevicePtr outputDevice;
+        // Takes the place of the `sampleRate` setting for this run.
+        std::optional<qint64> sampleRatePolicy;
+    };
+
     // Registers the program's default settings. Runs before anything else of the delegate.
     // `mainScreen` is the frame of the main screen; a program without a display passes none.
     static void registerDefaults(UserDefaults &defaults, const QRectF &mainScreen = QRectF());
@@ -47,6 +67,7 @@ public:
 
     // The launch, in its fixed order; no failure stops it.
     void applicationWillFinishLaunching();
+    void applicationWillFinishLaunching(const LaunchOptions &options);
     // The shutdown. Nothing of the library is written here: every change went to the file when
     // it happened.
     void applicationWillTerminate();
@@ -74,6 +95,9 @@ public:
     OperationQueue *queue() const { return m_queue.get(); }
     const QList<QVariantMap> &effectDescriptions() const { return m_effectDescriptions; }
     FrontEnd *frontEnd() const { return m_frontEnd; }
+    // The audio engine; null when the launch did not make one or it could not be made.
+    Stream *stream() const { return m_stream.get(); }
+    MprisService *mpris() const { return m_mpris; }
 
     // Playlists.
     void buildLibraries();
@@ -147,14 +171,18 @@ public:
     void migrate(const std::function<void()> &operation);
     void migrateFromPropertyListsToVersion1();
 
+    // Effect descriptions of the plug-ins of one type: 0x61756678 ('aufx') for effects,
+    // 0x61756d66 ('aumf') for those that also take MIDI.
+    static QList<QVariantMap> processorDescriptionsForType(quint32 type);
+
 private:
-    // Playback reaches here with the stream; until then there is no current song and nothing
-    // plays, which every caller already handles as an absent stream.
-    SongPtr streamCurrentSong() const { return nullptr; }
-    bool streamIsPlaying() const { return false; }
-    void streamPause() {}
-    void streamPlay() {}
-    void streamStopIfPlaying(const PlaylistPtr &) {}
+    // What the library operations ask of playback; an absent stream answers as a stopped one.
+    SongPtr streamCurrentSong() const;
+    bool streamIsPlaying() const;
+    void streamPause();
+    void streamPlay();
+    void streamStopIfPlaying(const PlaylistPtr &playlist);
+    void launchStream(const LaunchOptions &options);
 
     void updateAllControls();
     void queueOperation(const std::shared_ptr<Operation> &operation);
@@ -178,4 +206,7 @@ private:
     QHash<const Operation *, quint64> m_operationGenerations;
     NowPlayingNotifier *m_nowPlaying = nullptr; // child
     QList<QVariantMap> m_effectDescriptions;
+    std::unique_ptr<Stream> m_stream;
+    MprisService *m_mpris = nullptr; // child
+    LaunchOptions m_launchOptions;
 };

@@ -3,6 +3,8 @@
 
 #include "ApplicationDelegate.h"
 
+#include "audio/Stream.h"
+
 #include "core/VEKDate.h"
 #include "core/VEKLocalizedString.h"
 #include "db/VEKDatabaseQuery.h"
@@ -221,8 +223,11 @@ void ApplicationDelegate::removeSongsAtIndexes(const Playlist::Rows &rows)
         if (row >= 0 && row < m_songs.size())
             removed.append(m_songs.at(row));
     const SongPtr current = streamCurrentSong();
-    if (current && removed.contains(current))
+    if (current && removed.contains(current)) {
         streamPause();
+        if (m_stream)
+            m_stream->setCurrentSong(nullptr);
+    }
 
     VEKError error;
     if (!playlist->isLibraryPlaylist()) {

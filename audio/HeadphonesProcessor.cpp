@@ -154,7 +154,8 @@ bool HeadphonesProcessor::setSettings(const QVariantMap &settings, VEKError *err
     }
     for (const QString &key : NumberKeys) {
         const auto it = settings.constFind(key);
-        if (it != settings.constEnd() && !VEKVariant::isNumber(*it))
+        // The settings' own default stores "solo" as false: a boolean counts as 0 or 1.
+        if (it != settings.constEnd() && !VEKVariant::isNumberOrBool(*it))
             return refuse(key, "number");
     }
     if (!VEKAudioProcessor::setSettings(settings, error))

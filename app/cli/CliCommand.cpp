@@ -9,6 +9,7 @@ const QList<CliCommand> &cliCommands()
         tagCommand(),    rescanCommand(),    settingsCommand(),
         probeCommand(),
         devicesCommand(),
+        playCommand(), renderCommand(), serveCommand(),
     };
     return commands;
 }

@@ -38,3 +38,6 @@ CliCommand probeCommand();
 CliCommand devicesCommand();
 CliCommand importCommand();
 CliCommand convertCommand();
+CliCommand playCommand();
+CliCommand renderCommand();
+CliCommand serveCommand();

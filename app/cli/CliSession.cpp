@@ -29,7 +29,21 @@ void CliSession::fail(const QString &message)
     m_err << "quivera-cli: " << message << Qt::endl;
 }
 
+ApplicationDelegate::LaunchOptions CliSession::libraryOnly()
+{
+    ApplicationDelegate::LaunchOptions options;
+    options.stream = false;
+    options.remote = false;
+    options.mpris = false;
+    return options;
+}
+
 bool CliSession::launch()
+{
+    return launch(libraryOnly());
+}
+
+bool CliSession::launch(const ApplicationDelegate::LaunchOptions &options)
 {
     ApplicationDelegate::registerDefaults(UserDefaults::standard());
     // A damaged settings file has been replaced by the defaults: worth a word, but the command
@@ -38,7 +52,7 @@ bool CliSession::launch()
     if (!settingsError.isNull())
         m_err << "quivera-cli: warning: " << settingsError.text() << Qt::endl;
     m_delegate = std::make_unique<ApplicationDelegate>();
-    m_delegate->applicationWillFinishLaunching();
+    m_delegate->applicationWillFinishLaunching(options);
     // The launch queued the iTunes read-in, if it is allowed: a command shows the library as
     // the player would once it has arrived.
     if (m_delegate->queue())

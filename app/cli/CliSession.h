@@ -20,6 +20,10 @@ public:
     // read-in), so the library is complete. Returns false if the library file could not be opened:
     // no command can work without it (the alert has said why).
     bool launch();
+    // The same with playback, the remote service or MPRIS as `options` ask (play, render, serve).
+    bool launch(const ApplicationDelegate::LaunchOptions &options);
+    // Library commands need no engine, network service or bus name.
+    static ApplicationDelegate::LaunchOptions libraryOnly();
     // Drains the queue and shuts down in order; puts the selection back as it was, so the CLI
     // never changes what the player shows next.
     void shutdown();

@@ -279,6 +279,7 @@ void VEKConductorAudioProcessor::render(VEKAudioBufferList &list, quint32, const
             continue;
 
         VEKConductorLandmark *landmark = hit->get();
+        m_landmarkSampleTime = info.sampleTime + offset;
         landmark->action();
         if (m_firedHereCount < maxFiredHere)
             m_firedHere[m_firedHereCount] = landmark;

@@ -74,6 +74,9 @@ public:
 
     // Render thread, while the conductor pulls its input.
     const VEKConductorSegment &currentSegment() const { return m_segment; }
+    // Render thread, inside a landmark's action(): the stream's sample time of the frame at the
+    // landmark (frames rendered before it since the stream started).
+    quint64 landmarkSampleTime() const { return m_landmarkSampleTime; }
 
     bool initializeForRender(VEKError *error) override;
     bool uninitialize(VEKError *error) override;
@@ -135,6 +138,7 @@ private:
     const VEKConductorLandmark *m_firedHere[maxFiredHere] = {};
     int m_firedHereCount = 0;
     VEKAudioBufferList m_scratch;
+    quint64 m_landmarkSampleTime = 0;
     // Seconds kept across uninitialize, so a new rate lands on the same place.
     double m_heldSeconds = 0.0;
 };

@@ -77,8 +77,12 @@ bool VEKHardwareAudioProcessor::startSink(VEKAudioStream *stream, VEKError *erro
     if (m_output->isRunning())
         return true;
     VEKError startError;
+    // A device that nobody hears in real time lets the render wait for the disk.
+    const bool offline = m_device && !m_device->rendersInRealTime();
     const bool ok = m_output->start(
-        [stream](VEKAudioBufferList &buffer, quint64 sampleTime) { stream->renderCycle(buffer, sampleTime, false); },
+        [stream, offline](VEKAudioBufferList &buffer, quint64 sampleTime) {
+            stream->renderCycle(buffer, sampleTime, offline);
+        },
         &startError);
     if (!ok)
         VEKError::set(error, VEKAudioGraphError::make(VEKAudioGraphError::OutputFailed, "Error_graphOutputStart",

@@ -79,6 +79,10 @@ public:
     virtual QList<VEKAudioDeviceSource> outputSources(VEKError *error = nullptr) const = 0;
     virtual bool setSourceEnabled(quint32 sourceID, bool enabled, VEKError *error = nullptr) = 0;
 
+    // False for a device that takes audio as fast as it is rendered (a capture file in "fast"
+    // mode): nobody listens in real time, so rendering into it may wait for the disk.
+    virtual bool rendersInRealTime() const { return true; }
+
     // A new, closed output on this device, at its current rate and exclusivity.
     virtual std::unique_ptr<VEKAudioOutput> createOutput() = 0;
 

@@ -28,6 +28,7 @@ public:
     bool isValid() const override;
     QString title(VEKError *error = nullptr) const override;
     std::unique_ptr<VEKAudioOutput> createOutput() override;
+    bool rendersInRealTime() const override { return !m_options.fast; }
 
 private:
     const Options m_options;

@@ -200,3 +200,54 @@ void VEKWaveFileWriter::close()
     m_buffer.clear();
     m_buffer.shrink_to_fit();
 }
+
+bool VEKWaveFileWriter::truncateFile(const QString &path, quint64 frames, VEKError *error)
+{
+    QFile file(path);
+    const auto fail = [&](const QString &reason) {
+        VEKError::set(error, VEKError(kDomain, -EINVAL, VEKLocalizedString("Error_captureFile"),
+                                      QStringLiteral("%1: %2").arg(path, reason)));
+        return false;
+    };
+    if (!file.open(QIODevice::ReadWrite))
+        return fail(file.errorString());
+    const QByteArray head = file.read(4096);
+    if (head.size() < 12 || !head.startsWith("RIFF") || head.mid(8, 4) != "WAVE")
+        return fail(QStringLiteral("not a WAV file"));
+    quint32 blockAlign = 0;
+    qint64 factAt = -1;
+    qint64 at = 12;
+    while (at + 8 <= head.size()) {
+        const QByteArray id = head.mid(at, 4);
+        const quint32 size = qFromLittleEndian<quint32>(head.constData() + at + 4);
+        if (id == "fmt " && at + 8 + 14 <= head.size())
+            blockAlign = qFromLittleEndian<quint16>(head.constData() + at + 8 + 12);
+        else if (id == "fact")
+            factAt = at + 8;
+        else if (id == "data") {
+            if (blockAlign == 0)
+                return fail(QStringLiteral("no format chunk"));
+            const quint64 have = (quint64(file.size()) - quint64(at + 8)) / blockAlign;
+            if (frames >= have)
+                return true;
+            const quint64 bytes = frames * blockAlign;
+            const bool odd = bytes % 2 != 0;
+            char buffer[4];
+            bool ok = file.resize(qint64(at + 8 + bytes + (odd ? 1 : 0)));
+            if (odd) {
+                ok = ok && file.seek(qint64(at + 8 + bytes)) && file.write("\0", 1) == 1;
+            }
+            qToLittleEndian(clamp32(quint64(at) + bytes + (odd ? 1 : 0)), buffer);
+            ok = ok && file.seek(4) && file.write(buffer, 4) == 4;
+            qToLittleEndian(clamp32(bytes), buffer);
+            ok = ok && file.seek(at + 4) && file.write(buffer, 4) == 4;
+            if (factAt >= 0) {
+                qToLittleEndian(clamp32(frames), buffer);
+                ok = ok && file.seek(factAt) && file.write(buffer, 4) == 4;
+            }
+            return ok ? true : fail(file.errorString());
+        }
+        at += 8 + size + (size % 2);
+    }
+    return fail(QStringLiteral("no data chunk"));
+}

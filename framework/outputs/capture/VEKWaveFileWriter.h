@@ -34,6 +34,11 @@ public:
     void close();
 
     bool isOpen() const { return m_fd >= 0; }
+
+    // Cuts a closed WAV file of ours down to its first `frames` frames (a render that knows where
+    // its audio ended only after it has run on). Fewer frames in the file leave it as it is.
+    // False with `error` when it is not such a file or can't be written.
+    static bool truncateFile(const QString &path, quint64 frames, VEKError *error);
     quint64 dataBytes() const { return m_dataBytes; }
 
 private:

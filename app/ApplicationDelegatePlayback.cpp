@@ -1,0 +1,94 @@
+// The playback side of the delegate: the stream's launch, the transport actions of the media
+// keys and menus, and what the library operations ask of the stream.
+#include "ApplicationDelegate.h"
+
+#include "audio/AudioProcessorClasses.h"
+#include "audio/Stream.h"
+#include "lv2/VEKLV2World.h"
+
+QList<QVariantMap> ApplicationDelegate::processorDescriptionsForType(quint32 type)
+{
+    QList<QVariantMap> descriptions;
+    const QVariantList found = VEKLV2World::shared().effectDescriptions(type);
+    descriptions.reserve(found.size());
+    for (const QVariant &description : found)
+        descriptions.append(description.toMap());
+    return descriptions;
+}
+
+void ApplicationDelegate::launchStream(const LaunchOptions &options)
+{
+    if (!options.stream)
+        return;
+    registerAudioProcessorClasses();
+    auto stream = std::make_unique<Stream>();
+    stream->setOutputDeviceOverride(options.outputDevice);
+    stream->setSampleRatePolicyOverride(options.sampleRatePolicy);
+    VEKError error;
+    if (!stream->initWithDescription(Stream::defaultDescription(), &error)) {
+        // No engine: every later message to the stream is a no-op, and the library works on.
+        error.alert();
+        return;
+    }
+    m_stream = std::move(stream);
+    connect(m_stream.get(), &Stream::currentSongChanged, this,
+            [this](const SongPtr &song) { currentSongDidChange(song); });
+    if (!m_stream->initialize(&error)) {
+        error.alert();
+        return;
+    }
+    if (options.startStream && !m_stream->start(&error))
+        error.alert();
+}
+
+void ApplicationDelegate::play()
+{
+    if (streamIsPlaying())
+        streamPause();
+    else
+        streamPlay();
+}
+
+void ApplicationDelegate::next()
+{
+    if (m_stream)
+        m_stream->next();
+}
+
+void ApplicationDelegate::previous()
+{
+    if (m_stream)
+        m_stream->previous();
+}
+
+SongPtr ApplicationDelegate::streamCurrentSong() const
+{
+    return m_stream ? m_stream->currentSong() : nullptr;
+}
+
+bool ApplicationDelegate::streamIsPlaying() const
+{
+    return m_stream && m_stream->isPlaying();
+}
+
+void ApplicationDelegate::streamPause()
+{
+    if (m_stream)
+        m_stream->pause();
+}
+
+void ApplicationDelegate::streamPlay()
+{
+    if (m_stream)
+        m_stream->play();
+}
+
+void ApplicationDelegate::streamStopIfPlaying(const PlaylistPtr &playlist)
+{
+    // A deleted playlist (or, with none given, a library read anew) must not go on playing.
+    if (!m_stream || (playlist && m_stream->playlist() != playlist))
+        return;
+    m_stream->pause();
+    m_stream->setCurrentSong(nullptr);
+    m_stream->setPlaylist(nullptr);
+}

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "CliSession.h"
+
+// What `play`, `render` and `serve` share: the launch with a stream, the choice of playlist and
+// first song, and the loop that runs until the playlist ends or a signal arrives.
+namespace CliPlayback {
+
+// The device named by --device, or null with a message for a UID no device answers to.
+VEKAudioDevicePtr deviceForUID(CliSession &session, const QString &uid);
+
+// Makes the stream play `--playlist` (default: the library) from `--song` (default: its first
+// song), paused at the start. False with a message on the session when there is nothing to play.
+bool cue(CliSession &session, const QString &playlistID, const QString &songID);
+
+// Runs the event loop until the playlist ends or SIGINT/SIGTERM. While it runs, `status` (if
+// given) is called five times a second. Returns true when the playlist ended by itself.
+bool runUntilEnd(CliSession &session, const std::function<void()> &status = {});
+
+// "m:ss".
+QString formatTime(double seconds);
+
+} // namespace CliPlayback

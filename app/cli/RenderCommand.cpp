@@ -1,0 +1,125 @@
+#include "CliCommand.h"
+#include "CliPlayback.h"
+#include "CliProgressBar.h"
+
+#include "audio/Stream.h"
+#include "graph/VEKHardwareAudioProcessor.h"
+#include "outputs/capture/VEKWaveFileWriter.h"
+#include "settings/UserDefaults.h"
+
+#include <QFileInfo>
+
+namespace {
+
+int run(CliSession &session, const QStringList &argv, const CliCommand &command)
+{
+    const QString outOption = QStringLiteral("out"), playlistOption = QStringLiteral("playlist"),
+                  songOption = QStringLiteral("song"), rateOption = QStringLiteral("rate"),
+                  bitsOption = QStringLiteral("bits");
+    const CliArguments args(argv, {outOption, playlistOption, songOption, rateOption, bitsOption}, {});
+    if (const int rc = cliCheckArguments(session, args, command); rc >= 0)
+        return rc;
+    if (!args.has(outOption) || args.value(outOption).isEmpty()) {
+        session.fail(QStringLiteral("render needs --out FILE.wav"));
+        return 2;
+    }
+    qint64 rate = 0;
+    QString message;
+    if (args.has(rateOption)
+        && (!CliArguments::toInteger(args.value(rateOption), &rate, &message, QStringLiteral("a rate in hertz"))
+            || rate < 8000 || rate > 768000)) {
+        session.fail(message.isEmpty() ? QStringLiteral("--rate must lie between 8000 and 768000") : message);
+        return 2;
+    }
+    qint64 bits = 0;
+    if (args.has(bitsOption)) {
+        if (!CliArguments::toInteger(args.value(bitsOption), &bits, &message, QStringLiteral("a bit depth"))
+            || (bits != 16 && bits != 24 && bits != 32)) {
+            session.fail(message.isEmpty() ? QStringLiteral("--bits must be 16, 24 or 32") : message);
+            return 2;
+        }
+    } else {
+        // The word length the dither cuts to is the file's, unless asked otherwise.
+        Stream::registerDefaults(UserDefaults::standard());
+        const qint64 depth = UserDefaults::standard()
+                                 .dictionaryForKey(QStringLiteral("ditherProperties"))
+                                 .value(QStringLiteral("depth"), 16)
+                                 .toLongLong();
+        bits = depth <= 16 ? 16 : depth <= 24 ? 24 : 32;
+    }
+
+    const QString path = QFileInfo(args.value(outOption)).absoluteFilePath();
+    ApplicationDelegate::LaunchOptions options = CliSession::libraryOnly();
+    options.stream = true;
+    options.startStream = false;
+    options.outputDevice = VEKAudioDevice::deviceWithUID(QStringLiteral("capture:%1?fast&bits=%2").arg(path).arg(bits));
+    if (rate != 0) {
+        options.outputDevice->setSampleRate(double(rate), nullptr);
+        options.sampleRatePolicy = rate;
+    }
+    if (!session.launch(options))
+        return 1;
+    if (!CliPlayback::cue(session, args.value(playlistOption), args.value(songOption)))
+        return 1;
+    Stream *stream = session.delegate().stream();
+    if (stream->playlist()->repeatMode() != 0) {
+        session.fail(QStringLiteral("the playlist \"%1\" repeats, so it would never end: turn repeat off to render it")
+                         .arg(stream->playlist()->name()));
+        return 1;
+    }
+    stream->play();
+    VEKError error;
+    if (!stream->isInitialized() || !stream->start(&error)) {
+        session.fail(error.isNull() ? QStringLiteral("the output file could not be opened") : error.text());
+        return 1;
+    }
+
+    const PlaylistPtr playlist = stream->playlist();
+    const qsizetype count = std::max<qsizetype>(1, playlist->songs().size());
+    CliProgressBar bar;
+    const bool ended = CliPlayback::runUntilEnd(session, [&] {
+        const SongPtr song = stream->currentSong();
+        if (!song)
+            return;
+        const double done = double(std::max<qsizetype>(0, playlist->indexOfObjectInSongs(song)))
+                            + double(stream->normalizedLocation());
+        bar.show(QStringLiteral("Rendering"), float(done / double(count)));
+    });
+    bar.clear();
+    const double outputRate = stream->format().sampleRate;
+    stream->stop();
+    const std::optional<quint64> end = stream->endSampleTime();
+    // Closing the output finishes the file.
+    stream->uninitialize();
+    if (!ended) {
+        session.err() << "quivera-cli: render interrupted; " << path << " holds what was rendered\n";
+        return 1;
+    }
+    if (end && !VEKWaveFileWriter::truncateFile(path, *end, &error)) {
+        session.fail(error.text());
+        return 1;
+    }
+    session.out() << "rendered " << (end ? *end : 0) << " frames (" << CliPlayback::formatTime(end ? double(*end) / outputRate : 0)
+                  << ") at " << outputRate << " Hz, " << bits << " bits to " << path << '\n';
+    return session.status();
+}
+
+} // namespace
+
+CliCommand renderCommand()
+{
+    CliCommand c;
+    c.name = QStringLiteral("render");
+    c.summary = QStringLiteral("play a playlist into a WAV file, as fast as the machine allows");
+    c.help = QStringLiteral(
+        "usage: quivera-cli render --out FILE.wav [--playlist ID] [--song ID] [--rate HZ]\n"
+        "                          [--bits 16|24|32]\n"
+        "\n"
+        "Plays the playlist (default: the library) from the song (default: its first) through\n"
+        "the player's whole graph into FILE.wav and ends where the playlist ends. Every playback\n"
+        "setting applies (volume, dim, mute, headphones, effects, dither, converter, rate\n"
+        "policy). --rate fixes the file's rate for this run in place of the rate policy; --bits\n"
+        "its sample format (default: the dither's word length).\n");
+    c.run = [c](CliSession &session, const QStringList &args) { return run(session, args, c); };
+    return c;
+}
