@@ -636,7 +636,7 @@ void Stream::setCurrentSong(const SongPtr &requested)
     if (requested == m_currentSong)
         return;
     replaceCurrentSong(nullptr);
-    if (m_playlist && m_playlist->indexOfObjectInSongs(requested) < 0)
+    if (m_playlist && m_playlist->indexOfObjectInSongs(requested) == Playlist::NotFound)
         return;
     if (!requested)
         return;

@@ -37,7 +37,7 @@ bool cue(CliSession &session, const QString &playlistID, const QString &songID)
         song = session.songForID(songID);
         if (!song)
             return false;
-        if (playlist->indexOfObjectInSongs(song) < 0) {
+        if (playlist->indexOfObjectInSongs(song) == Playlist::NotFound) {
             session.fail(QStringLiteral("the song %1 is not in the playlist \"%2\"").arg(songID, playlist->name()));
             return false;
         }

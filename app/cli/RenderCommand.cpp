@@ -81,8 +81,8 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
         const SongPtr song = stream->currentSong();
         if (!song)
             return;
-        const double done = double(std::max<qsizetype>(0, playlist->indexOfObjectInSongs(song)))
-                            + double(stream->normalizedLocation());
+        const qsizetype index = playlist->indexOfObjectInSongs(song);
+        const double done = double(index == Playlist::NotFound ? 0 : index) + double(stream->normalizedLocation());
         bar.show(QStringLiteral("Rendering"), float(done / double(count)));
     });
     bar.clear();

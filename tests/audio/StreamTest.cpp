@@ -1,0 +1,395 @@
+// The stream in the program's own process: transport and sequencing on a device that keeps
+// real time, the rate policy on a device of chosen rates, and the effect slots across a restart.
+
+#include "audio/AudioProcessorClasses.h"
+#include "audio/Player.h"
+#include "audio/Stream.h"
+#include "core/VEKError.h"
+#include "graph/VEKAudioDock.h"
+#include "library/Playlist.h"
+#include "outputs/VEKAudioDeviceMonitor.h"
+#include "outputs/null/VEKNullOutput.h"
+#include "settings/UserDefaults.h"
+#include "support/TestEnvironment.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QFile>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+namespace {
+
+// A device offering the rates a test chooses; it keeps real time through a null output and
+// remembers every rate it was set to.
+class FakeDevice : public VEKAudioDevice {
+public:
+    explicit FakeDevice(QList<double> rates, double rate) : m_rates(std::move(rates)), m_rate(rate) {}
+
+    bool isValid() const override { return true; }
+    bool hasPhysicalOutputs() const override { return true; }
+    QString UID(VEKError * = nullptr) const override { return QStringLiteral("fake"); }
+    qint64 deviceID() const override { return 4242; }
+    QString title(VEKError * = nullptr) const override { return QStringLiteral("Fake"); }
+    double sampleRate(VEKError * = nullptr) const override { return m_rate; }
+    QList<double> availableSampleRates(VEKError * = nullptr) const override { return m_rates; }
+    bool setSampleRate(double rate, VEKError * = nullptr) override
+    {
+        if (!m_rates.contains(rate))
+            return false;
+        m_rate = rate;
+        changes.append(rate);
+        emit VEKAudioDeviceMonitor::shared().sampleRateChanged(UID(), rate);
+        return true;
+    }
+    bool setIsExclusive(bool, VEKError *error = nullptr) override
+    {
+        VEKError::set(error, VEKError(QStringLiteral("VEKAudioDevice"), unknownPropertyCode, QStringLiteral("who?")));
+        return false;
+    }
+    bool isExclusive() const override { return false; }
+    bool supportsExclusive() const override { return false; }
+    QList<VEKAudioDeviceSource> outputSources(VEKError * = nullptr) const override { return {}; }
+    bool setSourceEnabled(quint32, bool, VEKError * = nullptr) override { return false; }
+    std::unique_ptr<VEKAudioOutput> createOutput() override { return std::make_unique<VEKNullOutput>(m_rate); }
+
+    QList<double> changes;
+
+private:
+    QList<double> m_rates;
+    double m_rate;
+};
+
+// Collects alerts instead of showing them.
+class AlertRecorder : public VEKAlertPresenter {
+public:
+    AlertRecorder() { install(this); }
+    ~AlertRecorder() override { install(nullptr); }
+    void present(const VEKError &error) override { alerts.append(error); }
+    QList<VEKError> alerts;
+};
+
+bool waitFor(const std::function<bool()> &condition, int timeoutMs = 5000)
+{
+    QDeadlineTimer deadline(timeoutMs);
+    while (!condition()) {
+        if (deadline.hasExpired())
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    }
+    return true;
+}
+
+class StreamTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        TestEnvironment::resetUserFolders();
+        registerAudioProcessorClasses();
+        m_dir = TestEnvironment::makeTempDir(QStringLiteral("stream"));
+    }
+
+    SongPtr song(const QString &name, double seconds = 0.3, int rate = 44100, int channels = 2)
+    {
+        const QString path = TestEnvironment::makeSine(m_dir + u'/' + name + QStringLiteral(".flac"), seconds, rate, channels);
+        SongPtr s = Song::initWithURL(path);
+        EXPECT_TRUE(s) << path.toStdString();
+        if (s) {
+            s->setSongID(++m_nextID);
+            s->setName(name);
+        }
+        return s;
+    }
+
+    std::unique_ptr<Stream> makeStream(VEKAudioDevicePtr device)
+    {
+        auto stream = std::make_unique<Stream>();
+        stream->setOutputDeviceOverride(std::move(device));
+        VEKError error;
+        EXPECT_TRUE(stream->initWithDescription(Stream::defaultDescription(), &error)) << error.text().toStdString();
+        EXPECT_TRUE(stream->initialize(&error)) << error.text().toStdString();
+        EXPECT_TRUE(stream->start(&error)) << error.text().toStdString();
+        return stream;
+    }
+
+    static PlaylistPtr playlist(const QList<SongPtr> &songs)
+    {
+        auto p = std::make_shared<Playlist>();
+        p->appendSongs(songs);
+        return p;
+    }
+
+    QString m_dir;
+    qint64 m_nextID = 0;
+};
+
+// --- Choosing a rate ---------------------------------------------------------------------------
+
+TEST(StreamRate, PrefersTheRateItselfThenIntegerRatiosThenTheNearest)
+{
+    EXPECT_EQ(Stream::chooseSampleRate(96000, {44100, 48000, 192000}), 192000);
+    EXPECT_EQ(Stream::chooseSampleRate(88200, {44100, 48000}), 44100);
+    EXPECT_EQ(Stream::chooseSampleRate(22050, {96000, 48000}), 48000);
+    EXPECT_EQ(Stream::chooseSampleRate(48000, {44100, 48000, 96000}), 48000);
+    // x2 before /2 at the same step, and x4 before the nearest.
+    EXPECT_EQ(Stream::chooseSampleRate(48000, {24000, 96000}), 96000);
+    EXPECT_EQ(Stream::chooseSampleRate(11025, {44100, 12000}), 44100);
+    // Of two at the same distance the first listed wins; nothing offered gives the largest double.
+    EXPECT_EQ(Stream::chooseSampleRate(46050, {44100, 48000}), 44100);
+    EXPECT_EQ(Stream::chooseSampleRate(44100, {}), std::numeric_limits<double>::max());
+}
+
+TEST_F(StreamTest, AFixedPolicyTakesTheNearestRatioTheDeviceOffers)
+{
+    auto device = std::make_shared<FakeDevice>(QList<double>{44100, 48000, 192000}, 44100);
+    UserDefaults::standard().setValue(QStringLiteral("sampleRate"), 96000);
+    auto stream = makeStream(device);
+    EXPECT_EQ(device->sampleRate(), 192000);
+    EXPECT_EQ(stream->format().sampleRate, 192000) << "the running stream reopened at the new rate";
+    stream->stop();
+    stream->teardown();
+}
+
+TEST_F(StreamTest, LeavingTheDeviceAloneChangesNoRate)
+{
+    auto device = std::make_shared<FakeDevice>(QList<double>{44100, 48000}, 48000);
+    auto stream = makeStream(device);
+    const PlaylistPtr list = playlist({song(QStringLiteral("a"), 0.3, 44100)});
+    stream->setPlaylist(list);
+    stream->setCurrentSong(list->objectInSongsAtIndex(0));
+    stream->play();
+    EXPECT_TRUE(device->changes.isEmpty());
+    stream->stop();
+    stream->teardown();
+}
+
+TEST_F(StreamTest, FollowingTheSongChangesTheRateOnlyWhereTheRateChanges)
+{
+    auto device = std::make_shared<FakeDevice>(QList<double>{44100, 48000, 96000}, 96000);
+    UserDefaults::standard().setValue(QStringLiteral("sampleRate"), -1);
+    auto stream = makeStream(device);
+    const PlaylistPtr list = playlist({song(QStringLiteral("a"), 0.3, 44100), song(QStringLiteral("b"), 0.3, 44100),
+                                       song(QStringLiteral("c"), 0.3, 48000), song(QStringLiteral("d"), 0.3, 48000)});
+    QList<QString> heard;
+    QObject::connect(stream.get(), &Stream::currentSongChanged, stream.get(), [&heard](const SongPtr &s) {
+        if (s)
+            heard.append(s->name());
+    });
+    stream->setPlaylist(list);
+    stream->setCurrentSong(list->objectInSongsAtIndex(0));
+    stream->play();
+    ASSERT_TRUE(waitFor([&] { return !stream->currentSong() && !stream->isPlaying(); }, 10000));
+    EXPECT_EQ(heard, (QList<QString>{"a", "b", "c", "d"}));
+    EXPECT_EQ(device->changes, (QList<double>{44100, 48000}));
+    stream->teardown();
+}
+
+// --- Transport and sequencing ------------------------------------------------------------------
+
+TEST_F(StreamTest, APlaylistPlaysThroughAndItsEndStopsTheTransport)
+{
+    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    const PlaylistPtr list = playlist({song(QStringLiteral("a")), song(QStringLiteral("b")), song(QStringLiteral("c"))});
+    QList<QString> heard;
+    QObject::connect(stream.get(), &Stream::currentSongChanged, stream.get(), [&heard](const SongPtr &s) {
+        heard.append(s ? s->name() : QStringLiteral("-"));
+    });
+    stream->setPlaylist(list);
+    stream->setCurrentSong(list->objectInSongsAtIndex(0));
+    EXPECT_FALSE(stream->isPlaying());
+    EXPECT_EQ(stream->location(), 0.0);
+    stream->play();
+    EXPECT_TRUE(stream->isPlaying());
+    ASSERT_TRUE(waitFor([&] { return !stream->isPlaying(); }));
+    EXPECT_EQ(heard, (QList<QString>{"a", "b", "c", "-"}));
+    EXPECT_EQ(stream->indexOfEnabledPlayer(), Stream::notFound);
+    EXPECT_EQ(stream->normalizedLocation(), 0.0f);
+    stream->teardown();
+}
+
+TEST_F(StreamTest, RepeatingOneSongPlaylistGoesRoundWithoutStopping)
+{
+    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    const PlaylistPtr list = playlist({song(QStringLiteral("only"), 0.25)});
+    list->setRepeatMode(1);
+    stream->setPlaylist(list);
+    stream->setCurrentSong(list->objectInSongsAtIndex(0));
+    stream->play();
+    // Three times round: the position falls back to the start each time and the transport never
+    // stops.
+    int rounds = 0;
+    double last = 0.0;
+    ASSERT_TRUE(waitFor([&] {
+        const double now = stream->location();
+        if (now + 0.1 < last)
+            ++rounds;
+        last = now;
+        return rounds >= 3;
+    }));
+    EXPECT_TRUE(stream->isPlaying());
+    EXPECT_EQ(stream->currentSong(), list->objectInSongsAtIndex(0));
+    stream->teardown();
+}
+
+TEST_F(StreamTest, RepeatingASongReturnsToItsStartAlsoWhenFollowingTheSongRate)
+{
+    for (int policy : {0, -1}) {
+        SCOPED_TRACE(policy);
+        UserDefaults::standard().setValue(QStringLiteral("sampleRate"), policy);
+        auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100, 48000}, 48000));
+        const PlaylistPtr list = playlist({song(QStringLiteral("a"), 0.25), song(QStringLiteral("b"), 0.25, 48000)});
+        list->setRepeatMode(2);
+        stream->setPlaylist(list);
+        stream->setCurrentSong(list->objectInSongsAtIndex(0));
+        stream->play();
+        // Well past the song's end, it is still the current one and still playing.
+        QDeadlineTimer later(800);
+        double highest = 0.0;
+        waitFor([&] {
+            highest = std::max(highest, stream->location());
+            return later.hasExpired();
+        });
+        EXPECT_EQ(stream->currentSong(), list->objectInSongsAtIndex(0));
+        EXPECT_TRUE(stream->isPlaying());
+        EXPECT_LT(stream->location(), 0.26);
+        EXPECT_LT(highest, 0.3) << "the position never ran past the song's end";
+        stream->teardown();
+    }
+}
+
+TEST_F(StreamTest, NextPreviousAndChoosingTheCurrentSong)
+{
+    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    const PlaylistPtr list = playlist({song(QStringLiteral("a"), 5), song(QStringLiteral("b"), 5), song(QStringLiteral("c"), 5)});
+    stream->setPlaylist(list);
+    const SongPtr a = list->objectInSongsAtIndex(0), b = list->objectInSongsAtIndex(1), c = list->objectInSongsAtIndex(2);
+
+    // Paused: previous at 0 on the first song does nothing; next moves on and stays paused.
+    stream->setCurrentSong(a);
+    stream->previous();
+    EXPECT_EQ(stream->currentSong(), a);
+    stream->next();
+    EXPECT_EQ(stream->currentSong(), b);
+    EXPECT_FALSE(stream->isPlaying());
+    // Paused away from 0, previous returns to the start first, then to the song before.
+    stream->setLocation(1.5);
+    stream->previous();
+    EXPECT_EQ(stream->currentSong(), b);
+    EXPECT_EQ(stream->location(), 0.0);
+    stream->previous();
+    EXPECT_EQ(stream->currentSong(), a);
+
+    // Playing: choosing the current song again changes neither position nor transport.
+    stream->next();
+    stream->play();
+    stream->setLocation(3.01);
+    stream->setCurrentSong(b);
+    EXPECT_TRUE(stream->isPlaying());
+    EXPECT_GE(stream->location(), 3.0);
+    // Beyond 3 s previous restarts the song; at exactly 3 s it goes to the song before.
+    stream->previous();
+    EXPECT_EQ(stream->currentSong(), b);
+    EXPECT_LT(stream->location(), 1.0);
+    stream->pause();
+    stream->setLocation(3.0);
+    stream->play();
+    stream->previous();
+    EXPECT_TRUE(stream->currentSong() == a || stream->location() <= 3.05);
+
+    // No wrap-around without repeat: next on the last song does nothing.
+    stream->setCurrentSong(c);
+    stream->next();
+    EXPECT_EQ(stream->currentSong(), c);
+    stream->teardown();
+}
+
+TEST_F(StreamTest, AMissingSongIsSkippedAndAnUnreadableOneIsReported)
+{
+    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    const SongPtr a = song(QStringLiteral("a")), gone = song(QStringLiteral("gone")), c = song(QStringLiteral("c"));
+    gone->setIsMissing(true);
+    const PlaylistPtr list = playlist({a, gone, c});
+    stream->setPlaylist(list);
+    stream->setCurrentSong(a);
+    EXPECT_EQ(stream->songInPlayerAtIndex(stream->indexOfDisabledPlayer()), c) << "the missing song was skipped";
+
+    // A file that was damaged after import: the alert names the song, nothing becomes current.
+    QFile::resize(c->URL(), 10);
+    AlertRecorder recorder;
+    stream->setCurrentSong(c);
+    EXPECT_FALSE(stream->currentSong());
+    ASSERT_EQ(recorder.alerts.size(), 1);
+    EXPECT_TRUE(recorder.alerts.first().localizedDescription().contains(QStringLiteral("c")));
+    stream->teardown();
+}
+
+TEST_F(StreamTest, PositionWithoutASongAndASeekToTheEnd)
+{
+    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    EXPECT_EQ(stream->normalizedLocation(), 0.0f);
+    stream->setNormalizedLocation(0.5f);
+    EXPECT_EQ(stream->location(), 0.0);
+
+    // 0.25 s of silence, then a tone: the playable range starts at the tone.
+    const QString path = m_dir + QStringLiteral("/quiet.flac");
+    ASSERT_EQ(TestEnvironment::run(QStringLiteral("sox"), {QStringLiteral("-n"), QStringLiteral("-r"), QStringLiteral("44100"),
+                                                           QStringLiteral("-c"), QStringLiteral("2"), path, QStringLiteral("synth"),
+                                                           QStringLiteral("1"), QStringLiteral("sine"), QStringLiteral("440"),
+                                                           QStringLiteral("pad"), QStringLiteral("0.25"), QStringLiteral("0")}),
+              0);
+    SongPtr s = Song::initWithURL(path);
+    ASSERT_TRUE(s);
+    const PlaylistPtr list = playlist({s});
+    stream->setPlaylist(list);
+    stream->setCurrentSong(s);
+    const AudioFileRange range = stream->playableRangeOfSongInPlayerAtIndex(stream->indexOfEnabledPlayer());
+    EXPECT_NEAR(range.location, 0.25, 1.0 / 44100);
+    stream->setNormalizedLocation(2.0f);
+    EXPECT_NEAR(stream->location(), range.location + range.length - 1.0 / 44100, 1e-9);
+    stream->teardown();
+}
+
+// --- Effect slots ------------------------------------------------------------------------------
+
+TEST_F(StreamTest, AnEffectSurvivesARestartAndAVanishedOneLeavesItsSlotEmpty)
+{
+    const QVariantMap amp{{QStringLiteral("class"), QStringLiteral("APLAudioUnitAudioProcessor")},
+                          {QStringLiteral("uri"), QStringLiteral("http://plugin.org.uk/swh-plugins/amp")}};
+    VEKError error;
+    VEKAudioProcessorPtr effect = VEKAudioProcessor::processorWithSettings(amp, &error);
+    if (!effect)
+        GTEST_SKIP() << "swh-lv2 amp not installed: " << error.text().toStdString();
+    ASSERT_TRUE(effect->setSettings({{QStringLiteral("gain"), -6.0}}, &error)) << error.text().toStdString();
+    QVariantMap stored;
+    {
+        auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+        EXPECT_FALSE(stream->setProcessor(effect, 3));
+        ASSERT_TRUE(stream->setProcessor(effect, 1));
+        EXPECT_TRUE(stream->isRunning());
+        // Stored at once, not only at quit: a crash keeps it.
+        stored = UserDefaults::standard().dictionaryForKey(QStringLiteral("effect2"));
+        EXPECT_EQ(stored, effect->settings());
+        stream->stop();
+    }
+    {
+        auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+        ASSERT_TRUE(stream->processorAtIndex(1));
+        EXPECT_EQ(stream->processorAtIndex(1)->settings(), stored);
+        EXPECT_FALSE(stream->processorAtIndex(0));
+        stream->stop();
+        stream->teardown();
+    }
+    QVariantMap vanished = amp;
+    vanished.insert(QStringLiteral("uri"), QStringLiteral("urn:quivera:test:no-such-plugin"));
+    UserDefaults::standard().setValue(QStringLiteral("effect2"), vanished);
+    AlertRecorder recorder;
+    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    EXPECT_FALSE(stream->processorAtIndex(1));
+    EXPECT_TRUE(recorder.alerts.isEmpty());
+    stream->stop();
+    stream->teardown();
+    EXPECT_FALSE(UserDefaults::standard().value(QStringLiteral("effect2")).isValid()) << "removed at quit";
+}
+
+} // namespace
