@@ -152,7 +152,7 @@ bool Stream::initWithDescription(const QVariantMap &description, VEKError *error
             if (!processorWithIdentifier(id(name, i)))
                 return missing(id(name, i));
     }
-    for (const char *name : {"volume", "dither", "headphones", "preEffectsMeter", "postEffectsMeter",
+    for (const char *name : {"mixConverterDock", "volume", "dither", "headphones", "preEffectsMeter", "postEffectsMeter",
                              "postVolumeMeter"})
         if (!processorWithIdentifier(QString::fromLatin1(name)))
             return missing(QString::fromLatin1(name));
@@ -257,9 +257,8 @@ void Stream::settingChanged(const QString &key)
         if (!updatePlayerConverters(&error))
             error.alert();
     } else if (key == kConvertorQuality || key == kSteepness || key == kCutoff || key == kPreringing) {
-        for (quint64 i = 0; i < 2; ++i)
-            if (auto *dock = processorWithIdentifier<VEKAudioDock>(id("player%1ConverterDock", i)))
-                updatePlayerConverterQuality(dock->processor().get());
+        for (VEKAudioDock *dock : converterDocks())
+            updatePlayerConverterQuality(dock->processor().get());
     } else if (key == kHeadphones) {
         if (!processorWithIdentifier(QStringLiteral("headphones"))->setSettings(defaults.dictionaryForKey(key), &error))
             error.alert();
@@ -405,12 +404,41 @@ void Stream::updateOutputDeviceSampleRate()
         device->setSampleRate(chosen, nullptr);
 }
 
+QList<VEKAudioDock *> Stream::converterDocks() const
+{
+    return {processorWithIdentifier<VEKAudioDock>(QStringLiteral("player1ConverterDock")),
+            processorWithIdentifier<VEKAudioDock>(QStringLiteral("player2ConverterDock")),
+            processorWithIdentifier<VEKAudioDock>(QStringLiteral("mixConverterDock"))};
+}
+
+double Stream::mixSampleRate() const
+{
+    auto *dock = processorWithIdentifier<VEKAudioDock>(QStringLiteral("mixConverterDock"));
+    auto *converter = dock ? qobject_cast<VEKConverterAudioProcessor *>(dock->processor().get()) : nullptr;
+    return converter ? converter->inSampleRate() : 0.0;
+}
+
+void Stream::setMixSampleRate(double rate)
+{
+    auto *dock = processorWithIdentifier<VEKAudioDock>(QStringLiteral("mixConverterDock"));
+    auto *converter = dock ? qobject_cast<VEKConverterAudioProcessor *>(dock->processor().get()) : nullptr;
+    if (!converter || rate <= 0.0 || converter->inSampleRate() == rate)
+        return;
+    // The formats of the whole chain before the device change: a restart, like any change of
+    // structure. The conductor keeps its place.
+    const bool wasRunning = isRunning();
+    const bool wasInitialized = isInitialized();
+    stop();
+    uninitialize();
+    converter->setInSampleRate(rate, nullptr);
+    restart(wasInitialized, wasRunning);
+}
+
 bool Stream::updatePlayerConverters(VEKError *error)
 {
     const qint64 type = UserDefaults::standard().integerForKey(kConvertorType);
-    auto *dock1 = processorWithIdentifier<VEKAudioDock>(QStringLiteral("player1ConverterDock"));
-    auto *dock2 = processorWithIdentifier<VEKAudioDock>(QStringLiteral("player2ConverterDock"));
-    const VEKAudioProcessorPtr current = dock1->processor();
+    const QList<VEKAudioDock *> docks = converterDocks();
+    const VEKAudioProcessorPtr current = docks[0]->processor();
     auto *platform = qobject_cast<APLConverterAudioProcessor *>(current.get());
     if (type == 1 && qobject_cast<IZOConverterAudioProcessor *>(current.get()))
         return true;
@@ -419,13 +447,14 @@ bool Stream::updatePlayerConverters(VEKError *error)
 
     const bool wasRunning = isRunning();
     const bool wasInitialized = isInitialized();
+    const double mixRate = mixSampleRate();
     stop();
     uninitialize();
 
-    VEKAudioProcessorPtr converters[2];
+    VEKAudioProcessorPtr converters[3];
     if (type != 1 && platform) {
-        converters[0] = dock1->processor();
-        converters[1] = dock2->processor();
+        for (int i = 0; i < 3; ++i)
+            converters[i] = docks[i]->processor();
     } else {
         const QString className = type == 1 ? QStringLiteral("IZOConverterAudioProcessor")
                                             : QStringLiteral("APLConverterAudioProcessor");
@@ -433,16 +462,21 @@ bool Stream::updatePlayerConverters(VEKError *error)
             if (!(converter = VEKAudioProcessor::processorWithClass(className, error)))
                 return false;
     }
-    for (quint64 i = 0; i < 2; ++i) {
+    for (int i = 0; i < 3; ++i) {
         if (auto *apl = qobject_cast<APLConverterAudioProcessor *>(converters[i].get()))
             if (!apl->setComplexity(complexityForType(type), error))
                 return false;
         updatePlayerConverterQuality(converters[i].get());
-        if (auto file = m_players[i]->audioFile())
-            static_cast<VEKConverterAudioProcessor *>(converters[i].get())->setInSampleRate(file->sampleRate(), nullptr);
+        auto *converter = static_cast<VEKConverterAudioProcessor *>(converters[i].get());
+        if (i < 2) {
+            if (auto file = m_players[i]->audioFile())
+                converter->setInSampleRate(file->sampleRate(), nullptr);
+        } else if (mixRate > 0.0) {
+            converter->setInSampleRate(mixRate, nullptr);
+        }
     }
-    dock1->setProcessor(converters[0]);
-    dock2->setProcessor(converters[1]);
+    for (int i = 0; i < 3; ++i)
+        docks[i]->setProcessor(converters[i]);
     if (wasInitialized && !initialize(error))
         return false;
     if (wasRunning && !start(error))
@@ -652,6 +686,8 @@ void Stream::setCurrentSong(const SongPtr &requested)
     }
     setEnabled(false, 1 - idx);
     setEnabled(true, idx);
+    if (song)
+        setMixSampleRate(m_facts[idx].fileRate.load());
     replaceCurrentSong(song);
     setLocation(0.0);
     const AudioFileRange range = playableRangeOfSongInPlayerAtIndex(idx);
@@ -840,6 +876,9 @@ void Stream::nextSongShouldStart()
     setEnabled(false, 1 - d);
     setEnabled(true, d);
     replaceCurrentSong(songInPlayerAtIndex(indexOfEnabledPlayer()));
+    if (auto *c = qobject_cast<VEKConverterAudioProcessor *>(
+            processorWithIdentifier<VEKAudioDock>(QStringLiteral("mixConverterDock"))->processor().get()))
+        c->setInSampleRate(m_facts[d].fileRate.load(), nullptr);
     updateOutputDeviceSampleRate();
     // Let the device settle at its new rate.
     QThread::msleep(250);
@@ -871,7 +910,14 @@ void Stream::playlistDidEnd()
 std::optional<quint64> Stream::endSampleTime() const
 {
     const qint64 t = m_endSampleTime.load(std::memory_order_acquire);
-    return t < 0 ? std::nullopt : std::optional<quint64>(quint64(t));
+    if (t < 0)
+        return std::nullopt;
+    // The landmark counts on the conductor's time line, before the conversion to the device.
+    const double mixRate = mixSampleRate();
+    const double outRate = format().sampleRate;
+    if (mixRate <= 0.0 || mixRate == outRate)
+        return quint64(t);
+    return quint64(std::llround(double(t) * outRate / mixRate));
 }
 
 // --- Position ----------------------------------------------------------------------------------
@@ -904,11 +950,11 @@ void Stream::setNormalizedLocation(float fraction)
     const double n = fraction < 0.0f ? 0.0 : fraction >= 1.0f ? 1.0 : double(fraction);
     const AudioFileRange range = playableRangeOfSongInPlayerAtIndex(indexOfEnabledPlayer());
     const double target = n * range.length + range.location;
-    const VEKAudioDevicePtr device = outputDevice();
-    double rate = device ? device->sampleRate(nullptr) : 0.0;
+    // One frame of the conductor's time line short of the end, so the landmark there still
+    // fires.
+    double rate = mixSampleRate();
     if (rate <= 0.0)
         rate = format().sampleRate;
-    // One output frame short of the end, so the landmark there still fires.
     setLocation(target - 1.0 / rate);
 }
 

@@ -23,9 +23,9 @@ class VEKMeterAudioProcessor;
 // The player's audio engine: one per program, made at launch and torn down at quit.
 //
 // Its graph comes from the resource Stream.plist: two identical branches (player, router, converter
-// dock), one heard and one silent with the following song ready, a mixer, the conductor, then one
-// stereo chain to the output device: meter, three effect docks, meter, crossfeed, volume, meter,
-// dim, mute, dither, hardware. The device runs from launch to quit; play and pause start and stop
+// dock), one heard and one silent with the following song ready, a mixer, the conductor, the
+// converter to the device's rate, then one stereo chain to the output device: meter, three effect
+// docks, meter, crossfeed, volume, meter, dim, mute, dither, hardware. The device runs from launch to quit; play and pause start and stop
 // only the conductor. At the end of a song's playable range the landmark swaps the branches and
 // jumps in the same buffer, so songs follow each other without a gap; the main thread then loads
 // the song after that into the branch just freed.
@@ -104,6 +104,11 @@ public:
     // Makes the two converters for `convertorType` (restarting the stream) unless they are of
     // the right kind already.
     bool updatePlayerConverters(VEKError *error = nullptr);
+    // The rate the two branches deliver and the conductor runs at, which the converter after the
+    // conductor turns into the device's rate. It is the rate of the song chosen last: songs of
+    // that rate follow each other through one continuous conversion, as if they were one file;
+    // a song of another rate is converted to it in its branch first.
+    double mixSampleRate() const;
     // Hands the quality settings to a converter; a running one takes them at once.
     void updatePlayerConverterQuality(VEKAudioProcessor *converter);
 
@@ -152,7 +157,7 @@ public:
     double remaining() const;
 
     // Offline renders only: the output sample time at which the playlist ended (the landmark
-    // that found nothing to follow); nothing before that.
+    // that found nothing to follow), in frames of the device's rate; nothing before that.
     std::optional<quint64> endSampleTime() const;
 
     // Render thread (Landmark::action).
@@ -189,6 +194,8 @@ private:
     void alertUnopenable(const SongPtr &song);
     void storeEffectSlots();
     void restart(bool wasInitialized, bool wasRunning);
+    QList<VEKAudioDock *> converterDocks() const;
+    void setMixSampleRate(double rate);
 
     PlaylistPtr m_playlist;
     SongPtr m_currentSong;
