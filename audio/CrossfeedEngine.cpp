@@ -1,5 +1,7 @@
 #include "CrossfeedEngine.h"
 
+#include <cstring>
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -418,6 +420,82 @@ void CrossfeedEngine::processFrames(float *left, float *right, quint32 frames)
         bypassEqMemory(left, right, frames);
 }
 
+void CrossfeedEngine::processSteady(float *left, float *right, quint32 frames)
+{
+    const bool crossfeed = m_value[Level] != 0.0;
+    const bool eq = m_value[BassDb] != 0.0 || m_value[TrebleDb] != 0.0;
+    const bool matrix = m_value[M00] != 1.0 || m_value[M01] != 0.0 || m_value[M10] != 0.0 || m_value[M11] != 1.0;
+    if (!matrix && !crossfeed && !eq) {
+        bypassEqMemory(left, right, frames);
+        return;
+    }
+    const double m00 = m_value[M00], m01 = m_value[M01], m10 = m_value[M10], m11 = m_value[M11];
+    const double delay = m_value[Delay];
+    const quint32 whole = quint32(delay);
+    const double fraction = delay - double(whole);
+    const double s1b0 = m_value[S1B0], s1b1 = m_value[S1B1], s1p = m_value[S1P];
+    const double s2b0 = m_value[S2B0], s2b1 = m_value[S2B1], s2p = m_value[S2P];
+    const double level = m_value[Level];
+    const double gain = 1.0 / (1.0 + m_value[Protect] * level);
+    const Biquad bass = m_bass, treble = m_treble;
+    const double eqGain = m_eqGain;
+    double *const lineA = m_delayLine[0].data();
+    double *const lineB = m_delayLine[1].data();
+    const quint32 mask = m_delayMask;
+    quint32 writePos = m_writePos;
+    double sh[2][2][2];
+    std::memcpy(sh, m_shadowState, sizeof sh);
+    BiquadState bassState[2] = {m_bassState[0], m_bassState[1]};
+    BiquadState trebleState[2] = {m_trebleState[0], m_trebleState[1]};
+
+    const auto shadowOf = [&](double(&s)[2][2], double x) {
+        const double y1 = s1b0 * x + s1b1 * s[0][0] + s1p * s[0][1];
+        s[0][0] = x;
+        s[0][1] = y1;
+        const double y2 = s2b0 * y1 + s2b1 * s[1][0] + s2p * s[1][1];
+        s[1][0] = y1;
+        s[1][1] = y2;
+        return y2;
+    };
+    for (quint32 i = 0; i < frames; ++i) {
+        double a = left[i];
+        double b = right[i];
+        if (matrix) {
+            const double l = a, r = b;
+            a = m00 * l + m01 * r;
+            b = m10 * l + m11 * r;
+        }
+        if (crossfeed) {
+            lineA[writePos] = a;
+            lineB[writePos] = b;
+            const quint32 i0 = (writePos - whole) & mask;
+            const quint32 i1 = (i0 - 1) & mask;
+            writePos = (writePos + 1) & mask;
+            const double da = (1.0 - fraction) * lineA[i0] + fraction * lineA[i1];
+            const double db = (1.0 - fraction) * lineB[i0] + fraction * lineB[i1];
+            const double xa = shadowOf(sh[0], da);
+            const double xb = shadowOf(sh[1], db);
+            const double na = gain * (a + level * xb);
+            b = gain * (b + level * xa);
+            a = na;
+        }
+        if (eq) {
+            a = eqGain * biquad(treble, trebleState[0], biquad(bass, bassState[0], a));
+            b = eqGain * biquad(treble, trebleState[1], biquad(bass, bassState[1], b));
+        }
+        left[i] = float(a);
+        right[i] = float(b);
+    }
+    m_writePos = writePos;
+    std::memcpy(m_shadowState, sh, sizeof sh);
+    m_bassState[0] = bassState[0];
+    m_bassState[1] = bassState[1];
+    m_trebleState[0] = trebleState[0];
+    m_trebleState[1] = trebleState[1];
+    if (!eq)
+        bypassEqMemory(left, right, frames);
+}
+
 void CrossfeedEngine::processStereo(float *left, float *right, quint32 frames)
 {
     if (!m_initialized || frames == 0)
@@ -441,6 +519,6 @@ void CrossfeedEngine::processStereo(float *left, float *right, quint32 frames)
         processFrames<true>(left, right, done);
     }
     if (done < frames)
-        processFrames<false>(left + done, right + done, frames - done);
+        processSteady(left + done, right + done, frames - done);
     flushTinyStates();
 }

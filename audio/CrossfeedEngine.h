@@ -171,6 +171,9 @@ private:
     static double biquad(const Biquad &f, BiquadState &s, double x);
     template <bool Gliding>
     void processFrames(float *left, float *right, quint32 frames);
+    // The same as processFrames<false> with every parameter and memory held in locals: nothing
+    // glides, so the compiler need not reload them after each store to the delay line.
+    void processSteady(float *left, float *right, quint32 frames);
 
     // Control thread.
     Parameters m_parameters;

@@ -394,9 +394,15 @@ void quantisePair(float *a, float *b, float (*history)[4], int &position, const 
         // inside the integer range without a clamp on the chain.
         const __m128 x = _mm_max_ps(_mm_min_ps(_mm_setr_ps(a[i], b[i], 0.0f, 0.0f), two), minusTwo);
         const __m128 xs = _mm_add_ps(_mm_mul_ps(x, vscale), older);
-        const __m128 v = _mm_add_ps(xs, _mm_mul_ps(c[0], last));
-        const __m128 y = _mm_max_ps(_mm_min_ps(_mm_cvtepi32_ps(_mm_cvtps_epi32(_mm_add_ps(v, d))), top), bottom);
-        const __m128 e = _mm_max_ps(_mm_min_ps(_mm_sub_ps(y, v), maxError), minError);
+        // Only the newest error depends on the sample before, so everything else is added first
+        // and the chain from one sample to the next stays short. The error fed back is the
+        // rounding's; a clip at full scale goes to the output alone, where feeding it back would
+        // only wind the shaper up.
+        const __m128 feedback = _mm_mul_ps(c[0], last);
+        const __m128 v = _mm_add_ps(xs, feedback);
+        const __m128 rounded = _mm_cvtepi32_ps(_mm_cvtps_epi32(_mm_add_ps(_mm_add_ps(xs, d), feedback)));
+        const __m128 e = _mm_max_ps(_mm_min_ps(_mm_sub_ps(rounded, v), maxError), minError);
+        const __m128 y = _mm_max_ps(_mm_min_ps(rounded, top), bottom);
         pos = pos == 0 ? M - 1 : pos - 1;
         _mm_store_ps(history[pos], e);
         _mm_store_ps(history[pos + M], e);

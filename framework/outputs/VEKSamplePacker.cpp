@@ -3,6 +3,10 @@
 #include <cmath>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <immintrin.h>
+#endif
+
 static_assert(Q_BYTE_ORDER == Q_LITTLE_ENDIAN, "the packer writes the host's words as _LE formats");
 
 namespace {
@@ -22,7 +26,12 @@ inline qint32 quantize(float sample)
         return lo;
     if (v != v)
         return 0;
+#if defined(__SSE2__)
+    // lrintf without the call into libm: the same round-to-nearest-even of the current mode.
+    return _mm_cvtss_si32(_mm_set_ss(v));
+#else
     return qint32(std::lrintf(v));
+#endif
 }
 
 template <typename Word, typename Convert>
