@@ -1,5 +1,6 @@
 #include "ApplicationDelegate.h"
 
+#include "MprisService.h"
 #include "NowPlayingNotifier.h"
 #include "core/VEKDate.h"
 #include "core/VEKLocalizedString.h"
@@ -74,6 +75,8 @@ void ApplicationDelegate::applicationWillFinishLaunching(const LaunchOptions &op
     defaults.takeLoadError().alert();
 
     // MPRIS
+    if (options.mpris)
+        m_mpris = new MprisService(this, this);
 
     // The effects on offer, once per run: a plug-in installed later shows at the next launch.
     if (options.stream) {
@@ -129,6 +132,8 @@ void ApplicationDelegate::applicationWillTerminate()
         Database::setShared(nullptr);
     m_database.reset(); // finishes the queued playlist writes first
     // MPRIS
+    delete m_mpris;
+    m_mpris = nullptr;
     if (m_stream) {
         disconnect(m_stream.get(), nullptr, this, nullptr);
         m_stream->teardown();
