@@ -1,11 +1,13 @@
 #include "ApplicationDelegate.h"
 
+#include "ApplicationRemoteHost.h"
 #include "MprisService.h"
 #include "NowPlayingNotifier.h"
 #include "core/VEKDate.h"
 #include "core/VEKLocalizedString.h"
 #include "library/LibraryPlaylist.h"
 #include "library/iTunesLibraryPlaylist.h"
+#include "remote/Remote.h"
 #include "audio/Stream.h"
 #include "settings/UserDefaults.h"
 
@@ -87,6 +89,7 @@ void ApplicationDelegate::applicationWillFinishLaunching(const LaunchOptions &op
     launchStream(options);
 
     // Remote service
+    if (options.remote) Remote::start(new ApplicationRemoteHost(*this, this));
 
     m_queue = std::make_unique<OperationQueue>();
     connect(m_queue.get(), &OperationQueue::operationFinished, this,
@@ -121,6 +124,7 @@ void ApplicationDelegate::applicationWillTerminate()
     if (m_queue)
         m_queue->cancelAllOperations();
     // Remote service
+    Remote::stop();
     if (m_stream)
         m_stream->stop();
     UserDefaults::standard().setValue(QStringLiteral("selectedPlaylistID"),

@@ -721,6 +721,7 @@ void Stream::play()
         if (!m_currentSong)
             return;
     }
+    m_endSampleTime.store(-1);
     updateOutputDeviceSampleRate();
     // A fade-in keeps a resume mid-song from clicking; from the very start of the file it would
     // only soften the song's own first attack.

@@ -67,6 +67,10 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
                          .arg(stream->playlist()->name()));
         return 1;
     }
+    // One file has one rate: following each song's rate would start the file anew at a change,
+    // so the first song's rate holds for the whole render, the others converted to it.
+    if (stream->sampleRatePolicy() == -1 && stream->currentSong())
+        stream->setSampleRatePolicyOverride(qint64(stream->currentSong()->sampleRate()));
     stream->play();
     VEKError error;
     if (!stream->isInitialized() || !stream->start(&error)) {
@@ -118,7 +122,8 @@ CliCommand renderCommand()
         "Plays the playlist (default: the library) from the song (default: its first) through\n"
         "the player's whole graph into FILE.wav and ends where the playlist ends. Every playback\n"
         "setting applies (volume, dim, mute, headphones, effects, dither, converter, rate\n"
-        "policy). --rate fixes the file's rate for this run in place of the rate policy; --bits\n"
+        "policy; following the song's rate keeps the first song's rate for the whole file).\n"
+        "--rate fixes the file's rate for this run in place of the rate policy; --bits\n"
         "its sample format (default: the dither's word length).\n");
     c.run = [c](CliSession &session, const QStringList &args) { return run(session, args, c); };
     return c;

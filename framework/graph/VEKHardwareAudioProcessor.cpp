@@ -68,6 +68,11 @@ quint32 VEKHardwareAudioProcessor::framesPerBuffer() const
     return m_output ? m_output->framesPerBuffer() : m_requestedFrames;
 }
 
+quint64 VEKHardwareAudioProcessor::framesPlayed() const
+{
+    return m_output ? m_output->framesPlayed() : 0;
+}
+
 bool VEKHardwareAudioProcessor::startSink(VEKAudioStream *stream, VEKError *error)
 {
     if (!m_output) {

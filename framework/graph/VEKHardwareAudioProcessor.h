@@ -25,6 +25,9 @@ public:
     // a default format when closed.
     VEKAudioFormat outputFormat() const { return m_outputFormat; }
     quint32 requestedFramesPerBuffer() const { return m_requestedFrames; }
+    // Frames the device has played since the output started (what it still holds excluded); 0
+    // when closed.
+    quint64 framesPlayed() const;
     void setRequestedFramesPerBuffer(quint32 frames) { m_requestedFrames = frames; }
     // True when the device's rate is no longer the one the output was opened for (someone set
     // the device's rate under a running stream): the stream reopens the output.

@@ -24,6 +24,13 @@ void setUpProcess()
     qputenv("XDG_DATA_HOME", QFile::encodeName(base + QStringLiteral("/data")));
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(base + QStringLiteral("/run")));
     qputenv("HOME", QFile::encodeName(base));
+    // The player started by a test (and its children) must not reach the machine's buses or
+    // announce itself on a real network: no session or system bus unless a test starts its own,
+    // and the remote service on a free port so parallel tests never fight over 8383.
+    const QByteArray nowhere = "unix:path=" + QFile::encodeName(base + QStringLiteral("/run/no-bus"));
+    qputenv("DBUS_SESSION_BUS_ADDRESS", nowhere);
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", nowhere);
+    qputenv("QUIVERA_REMOTE_PORT", "0");
 }
 
 void tearDownProcess()

@@ -1,0 +1,798 @@
+// Playback proven sample by sample through the real program: a continuous signal cut into pieces,
+// imported in order and played through the player's whole graph (into a WAV with `render`, or to
+// an ALSA device with `play`), must come back as the signal, every frame in its place.
+
+#include "CliHarness.h"
+#include "support/TestEnvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QtEndian>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <iostream>
+#include <vector>
+
+namespace {
+
+constexpr int kRate = 44100;
+constexpr int kChannels = 2;
+// What the player takes for silence when it trims a file's ends: -60 dB, over a file's first and
+// last two seconds only.
+constexpr float kSilence = 0.001f;
+constexpr double kExamined = 2.0;
+
+// Interleaved stereo as floats. A lossless source holds values of its integer grid (exact in a
+// float up to 24 bits); a lossy one what the decoder gave.
+struct Pcm {
+    int rate = kRate;
+    std::vector<float> s;
+    size_t frames() const { return s.size() / kChannels; }
+    float at(size_t frame, int c) const { return s[frame * kChannels + size_t(c)]; }
+    Pcm slice(size_t from, size_t to) const
+    {
+        Pcm p;
+        p.rate = rate;
+        p.s.assign(s.begin() + qsizetype(from * kChannels), s.begin() + qsizetype(to * kChannels));
+        return p;
+    }
+    void append(const Pcm &o) { s.insert(s.end(), o.s.begin(), o.s.end()); }
+};
+
+// The word an output of `bits` bits stores for a float sample: scaled by a power of two, rounded
+// to nearest, clipped to the word.
+qint64 word(float v, int bits)
+{
+    const double scale = double(qint64(1) << (bits - 1));
+    const double x = std::nearbyint(double(v) * scale);
+    return qint64(std::clamp(x, -scale, scale - 1));
+}
+
+float fromWord(qint64 w, int bits) { return float(double(w) / double(qint64(1) << (bits - 1))); }
+
+// A stereo signal with nothing periodic in it: an exponential sweep in each channel (up in the
+// left, down in the right) plus independent white noise, on the integer grid of `bits`.
+Pcm makeSignal(size_t frames, int bits, quint32 seed, double level = 0.45)
+{
+    Pcm p;
+    p.s.resize(frames * kChannels);
+    quint32 x = seed * 2654435761u + 1u;
+    const double seconds = double(frames) / kRate, f0 = 40.0, f1 = 16000.0;
+    const double k = std::log(f1 / f0) / seconds;
+    for (size_t i = 0; i < frames; ++i) {
+        const double t = double(i) / kRate;
+        const double up = 2 * M_PI * f0 * (std::exp(k * t) - 1) / k;
+        const double down = 2 * M_PI * f1 * (1 - std::exp(-k * t)) / k;
+        for (int c = 0; c < kChannels; ++c) {
+            x = x * 1664525u + 1013904223u;
+            const double noise = (double(x >> 8) / double(1 << 24) - 0.5) * 0.4;
+            const double v = level * std::sin(c == 0 ? up : down) + noise;
+            p.s[i * kChannels + size_t(c)] = fromWord(word(float(v), bits), bits);
+        }
+    }
+    return p;
+}
+
+bool audible(const Pcm &p, size_t frame)
+{
+    for (int c = 0; c < kChannels; ++c)
+        if (std::fabs(p.at(frame, c)) >= kSilence)
+            return true;
+    return false;
+}
+
+// The frames of a file the player plays when it reaches it by the gapless road: from the first
+// audible frame to just after the last one, looking only at the first and last two seconds.
+// `fromStart` keeps the start at 0, as for the first song of a playlist, which plays from its
+// very start.
+std::pair<size_t, size_t> playableRange(const Pcm &p, bool fromStart)
+{
+    const size_t total = p.frames(), window = std::min(total, size_t(kExamined * p.rate));
+    size_t start = 0, end = total;
+    if (!fromStart)
+        for (size_t i = 0; i < window; ++i)
+            if (audible(p, i)) {
+                start = i;
+                break;
+            }
+    for (size_t i = total; i > total - window; --i)
+        if (audible(p, i - 1)) {
+            end = i;
+            break;
+        }
+    return {std::min(start, end), end};
+}
+
+// What a gapless playlist of these files sounds like.
+Pcm gaplessConcatenation(const std::vector<Pcm> &pieces)
+{
+    Pcm out;
+    for (size_t i = 0; i < pieces.size(); ++i) {
+        const auto [a, b] = playableRange(pieces[i], i == 0);
+        out.append(pieces[i].slice(a, b));
+    }
+    return out;
+}
+
+// Cut points at awkward places (no multiple of any block size), moved by a frame or two where
+// the signal happens to be quiet, so that every piece plays whole.
+std::vector<size_t> cutPoints(const Pcm &signal, const std::vector<double> &fractions)
+{
+    std::vector<size_t> cuts;
+    for (const double f : fractions) {
+        size_t c = size_t(f * double(signal.frames())) | 1;
+        while (!audible(signal, c - 1) || !audible(signal, c))
+            ++c;
+        cuts.push_back(c);
+    }
+    return cuts;
+}
+
+std::vector<Pcm> cut(const Pcm &signal, const std::vector<size_t> &cuts)
+{
+    std::vector<Pcm> pieces;
+    size_t from = 0;
+    for (const size_t c : cuts) {
+        pieces.push_back(signal.slice(from, c));
+        from = c;
+    }
+    pieces.push_back(signal.slice(from, signal.frames()));
+    return pieces;
+}
+
+// ---- files ----
+
+enum class Format { Flac, Wav, Aiff, WavPack, Alac, Mp3, Aac };
+
+const char *suffix(Format f)
+{
+    switch (f) {
+    case Format::Flac: return "flac";
+    case Format::Wav: return "wav";
+    case Format::Aiff: return "aiff";
+    case Format::WavPack: return "wv";
+    case Format::Alac: return "m4a";
+    case Format::Mp3: return "mp3";
+    case Format::Aac: return "m4a";
+    }
+    return "";
+}
+
+const char *formatName(Format f)
+{
+    switch (f) {
+    case Format::Flac: return "FLAC";
+    case Format::Wav: return "WAV";
+    case Format::Aiff: return "AIFF";
+    case Format::WavPack: return "WavPack";
+    case Format::Alac: return "ALAC";
+    case Format::Mp3: return "MP3";
+    case Format::Aac: return "AAC";
+    }
+    return "";
+}
+
+void writeRaw(const QString &path, const Pcm &p, int bits)
+{
+    QByteArray bytes;
+    const int width = bits / 8;
+    bytes.reserve(qsizetype(p.s.size()) * width);
+    for (const float v : p.s) {
+        const qint64 w = word(v, bits);
+        for (int b = 0; b < width; ++b)
+            bytes.append(char((w >> (8 * b)) & 0xFF));
+    }
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly)) << path.toStdString();
+    f.write(bytes);
+}
+
+void runTool(const QString &program, const QStringList &args)
+{
+    QByteArray output;
+    ASSERT_EQ(TestEnvironment::run(program, args, &output), 0)
+        << program.toStdString() << ' ' << args.join(u' ').toStdString() << "\n" << output.constData();
+}
+
+// Encodes `p` (on the grid of `bits`) into `base`.suffix; returns the file's path.
+QString encode(const Pcm &p, int bits, Format format, const QString &base)
+{
+    const QString raw = base + QStringLiteral(".raw"), out = base + QLatin1Char('.') + QLatin1String(suffix(format));
+    writeRaw(raw, p, bits);
+    const QString rate = QString::number(p.rate);
+    switch (format) {
+    case Format::Flac:
+    case Format::Wav:
+    case Format::Aiff:
+        runTool(QStringLiteral("sox"), {QStringLiteral("-t"), QStringLiteral("raw"), QStringLiteral("-r"), rate,
+                                        QStringLiteral("-e"), QStringLiteral("signed-integer"), QStringLiteral("-b"),
+                                        QString::number(bits), QStringLiteral("-c"), QStringLiteral("2"),
+                                        QStringLiteral("-L"), raw, out});
+        break;
+    default: {
+        QStringList codec;
+        switch (format) {
+        case Format::WavPack: codec = {QStringLiteral("-c:a"), QStringLiteral("wavpack")}; break;
+        case Format::Alac: codec = {QStringLiteral("-c:a"), QStringLiteral("alac")}; break;
+        case Format::Mp3: codec = {QStringLiteral("-c:a"), QStringLiteral("libmp3lame"), QStringLiteral("-b:a"), QStringLiteral("256k")}; break;
+        // The edit list in samples, not milliseconds, so the piece's length is exact.
+        case Format::Aac:
+            codec = {QStringLiteral("-c:a"), QStringLiteral("aac"), QStringLiteral("-b:a"), QStringLiteral("256k"),
+                     QStringLiteral("-movie_timescale"), rate};
+            break;
+        default: break;
+        }
+        runTool(QStringLiteral("ffmpeg"),
+                QStringList{QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-y"), QStringLiteral("-f"),
+                            QStringLiteral("s%1le").arg(bits), QStringLiteral("-ar"), rate, QStringLiteral("-ac"),
+                            QStringLiteral("2"), QStringLiteral("-i"), raw}
+                    + codec + QStringList{out});
+        break;
+    }
+    }
+    QFile::remove(raw);
+    return out;
+}
+
+// FFmpeg's own decoding of a file, as 32-bit floats.
+Pcm ffmpegDecode(const QString &path)
+{
+    const QString raw = path + QStringLiteral(".f32");
+    runTool(QStringLiteral("ffmpeg"), {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-y"),
+                                       QStringLiteral("-i"), path, QStringLiteral("-f"), QStringLiteral("f32le"),
+                                       QStringLiteral("-c:a"), QStringLiteral("pcm_f32le"), raw});
+    QFile f(raw);
+    EXPECT_TRUE(f.open(QIODevice::ReadOnly));
+    const QByteArray b = f.readAll();
+    Pcm p;
+    p.s.resize(size_t(b.size()) / sizeof(float));
+    std::memcpy(p.s.data(), b.constData(), p.s.size() * sizeof(float));
+    return p;
+}
+
+// A WAV file as our renderer writes it: PCM or extensible PCM of 16, 24 or 32 bits.
+Pcm readWav(const QString &path, int *bitsOut = nullptr)
+{
+    QFile f(path);
+    EXPECT_TRUE(f.open(QIODevice::ReadOnly)) << path.toStdString();
+    const QByteArray b = f.readAll();
+    Pcm p;
+    if (b.size() < 12 || !b.startsWith("RIFF") || b.mid(8, 4) != "WAVE") {
+        ADD_FAILURE() << path.toStdString() << " is no WAV file";
+        return p;
+    }
+    const auto u16 = [&](qsizetype at) { return qFromLittleEndian<quint16>(b.constData() + at); };
+    const auto u32 = [&](qsizetype at) { return qFromLittleEndian<quint32>(b.constData() + at); };
+    int bits = 0, channels = 0;
+    for (qsizetype at = 12; at + 8 <= b.size();) {
+        const QByteArray id = b.mid(at, 4);
+        const qsizetype size = u32(at + 4);
+        if (id == "fmt ") {
+            channels = u16(at + 10);
+            p.rate = int(u32(at + 12));
+            bits = u16(at + 22);
+            const quint16 tag = u16(at + 8);
+            EXPECT_TRUE(tag == 1 || (tag == 0xFFFE && u16(at + 32) == 1)) << "not integer PCM: " << tag;
+        } else if (id == "data") {
+            EXPECT_EQ(channels, kChannels);
+            const int width = bits / 8;
+            const qsizetype n = std::min<qsizetype>(size, b.size() - at - 8) / width;
+            p.s.resize(size_t(n));
+            const uchar *d = reinterpret_cast<const uchar *>(b.constData() + at + 8);
+            for (qsizetype i = 0; i < n; ++i) {
+                qint64 w = 0;
+                for (int k = 0; k < width; ++k)
+                    w |= qint64(d[i * width + k]) << (8 * k);
+                if (w & (qint64(1) << (bits - 1)))
+                    w -= qint64(1) << bits;
+                p.s[size_t(i)] = fromWord(w, bits);
+            }
+            break;
+        }
+        at += 8 + size + (size & 1);
+    }
+    if (bitsOut)
+        *bitsOut = bits;
+    return p;
+}
+
+// The first difference, the number of differing samples and the lengths, as words of `bits`.
+testing::AssertionResult sameWords(const Pcm &expected, const Pcm &actual, int bits)
+{
+    size_t differing = 0, first = SIZE_MAX;
+    const size_t n = std::min(expected.s.size(), actual.s.size());
+    for (size_t i = 0; i < n; ++i)
+        if (word(expected.s[i], bits) != word(actual.s[i], bits)) {
+            if (first == SIZE_MAX)
+                first = i;
+            ++differing;
+        }
+    if (differing == 0 && expected.s.size() == actual.s.size())
+        return testing::AssertionSuccess();
+    auto r = testing::AssertionFailure();
+    r << "expected " << expected.frames() << " frames, got " << actual.frames() << "; " << differing
+      << " samples differ";
+    if (first != SIZE_MAX)
+        r << ", the first at frame " << first / kChannels << " channel " << first % kChannels << ": expected "
+          << word(expected.s[first], bits) << ", got " << word(actual.s[first], bits);
+    return r;
+}
+
+// ---- the program ----
+
+QStringList absolute(const QStringList &files)
+{
+    QStringList out;
+    for (const QString &f : files)
+        out << QFileInfo(f).absoluteFilePath();
+    return out;
+}
+
+// Imports `files` into the library and checks that the library plays them in that order.
+void importInOrder(const CliHarness &cli, const QStringList &files)
+{
+    const CliHarness::Result r = cli.run(QStringList{QStringLiteral("import")} + files);
+    ASSERT_EQ(r.status, 0) << r.err.constData();
+    const QJsonArray songs = cli.json({QStringLiteral("songs"), QStringLiteral("--json")});
+    QStringList paths;
+    for (const QJsonValue &s : songs)
+        paths << s.toObject().value(QStringLiteral("path")).toString();
+    ASSERT_EQ(paths, absolute(files));
+}
+
+void setSetting(const CliHarness &cli, const QString &key, const QString &json)
+{
+    const CliHarness::Result r = cli.run({QStringLiteral("settings"), QStringLiteral("set"), key, json});
+    ASSERT_EQ(r.status, 0) << r.err.constData();
+}
+
+Pcm render(const CliHarness &cli, int bits, const QStringList &extra = {})
+{
+    const QString out = cli.musicDir() + QStringLiteral("/render-%1.wav").arg(bits);
+    const CliHarness::Result r = cli.run(QStringList{QStringLiteral("render"), QStringLiteral("--out"), out,
+                                                     QStringLiteral("--bits"), QString::number(bits)}
+                                         + extra);
+    EXPECT_EQ(r.status, 0) << r.err.constData();
+    int written = 0;
+    Pcm p = readWav(out, &written);
+    EXPECT_EQ(written, bits);
+    QFile::remove(out);
+    return p;
+}
+
+// The test sound card: our ALSA plugin module, built beside the test binaries (target
+// quivera_test_alsa). Empty when it has not been built.
+QString testCardModule()
+{
+    const QString path = QFileInfo(QStringLiteral(QUIVERA_BIN_DIR "/../tests/libquivera_test_alsa.so")).absoluteFilePath();
+    return QFileInfo::exists(path) ? path : QString();
+}
+
+// An ALSA world of our own for `play`: a `file` PCM, which writes the bytes it gets into a file
+// named after the format it was opened with, over our test card playing at the pace of real
+// time (44.1 kHz, S16_LE or S24_3LE). Paced, since a slave that consumes at once (`null`) lets
+// the render thread outrun the decoder, and the player then plays silence rather than wait.
+class AlsaFileDevice {
+public:
+    explicit AlsaFileDevice(const QString &module)
+        : m_dir(TestEnvironment::makeTempDir(QStringLiteral("alsa"))), m_old(qgetenv("ALSA_CONFIG_PATH")),
+          m_had(qEnvironmentVariableIsSet("ALSA_CONFIG_PATH"))
+    {
+        const QString conf = m_dir + QStringLiteral("/asound.conf");
+        QFile f(conf);
+        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(QStringLiteral("pcm_type.quivera_test { lib \"%2\" }\n"
+                               "pcm.gaplesscard {\n  type quivera_test\n  rates [ 44100 ]\n"
+                               "  formats [ \"S16_LE\" \"S24_3LE\" ]\n  paced true\n}\n"
+                               "pcm.gaplessfile {\n  type file\n  slave.pcm \"gaplesscard\"\n"
+                               "  file \"%1/play-%r-%c-%b.raw\"\n  format \"raw\"\n}\n")
+                    .arg(m_dir, module)
+                    .toUtf8());
+        f.close();
+        qputenv("ALSA_CONFIG_PATH", QFile::encodeName(conf));
+    }
+    ~AlsaFileDevice()
+    {
+        if (m_had)
+            qputenv("ALSA_CONFIG_PATH", m_old);
+        else
+            qunsetenv("ALSA_CONFIG_PATH");
+    }
+    static QString uid() { return QStringLiteral("gaplessfile"); }
+
+    // What the device was given, read from the `file` PCM's output. False if there is none.
+    bool take(Pcm *out, int *bits, int *rate) const
+    {
+        const QStringList found = QDir(m_dir).entryList({QStringLiteral("play-*.raw")}, QDir::Files);
+        if (found.size() != 1)
+            return false;
+        const QStringList parts = QFileInfo(found.front()).completeBaseName().split(u'-');
+        *rate = parts.value(1).toInt();
+        *bits = parts.value(3).toInt();
+        EXPECT_EQ(parts.value(2).toInt(), kChannels);
+        QFile f(m_dir + u'/' + found.front());
+        EXPECT_TRUE(f.open(QIODevice::ReadOnly));
+        const QByteArray b = f.readAll();
+        f.close();
+        QFile::remove(f.fileName());
+        const int width = *bits == 24 ? 3 : *bits / 8;
+        out->rate = *rate;
+        out->s.resize(size_t(b.size() / width));
+        const uchar *d = reinterpret_cast<const uchar *>(b.constData());
+        for (size_t i = 0; i < out->s.size(); ++i) {
+            qint64 w = 0;
+            for (int k = 0; k < width; ++k)
+                w |= qint64(d[i * size_t(width) + size_t(k)]) << (8 * k);
+            if (w & (qint64(1) << (8 * width - 1)))
+                w -= qint64(1) << (8 * width);
+            out->s[i] = fromWord(w, 8 * width);
+        }
+        return true;
+    }
+
+private:
+    QString m_dir;
+    QByteArray m_old;
+    bool m_had;
+};
+
+// Plays the library to the test device; returns what reached it with the silence the running
+// device sent before the first and after the last frame of the playlist taken away. The stream
+// runs from launch, so it may send silence before playback starts and until the program ends.
+Pcm playToDevice(const CliHarness &cli, const AlsaFileDevice &device, size_t *leading, size_t *trailing)
+{
+    const CliHarness::Result r = cli.run({QStringLiteral("play"), QStringLiteral("--device"), AlsaFileDevice::uid()});
+    EXPECT_EQ(r.status, 0) << r.err.constData();
+    Pcm all;
+    int bits = 0, rate = 0;
+    EXPECT_TRUE(device.take(&all, &bits, &rate)) << "the device wrote no file";
+    size_t a = 0, b = all.frames();
+    while (a < b && !(all.at(a, 0) != 0 || all.at(a, 1) != 0))
+        ++a;
+    while (b > a && !(all.at(b - 1, 0) != 0 || all.at(b - 1, 1) != 0))
+        --b;
+    *leading = a;
+    *trailing = all.frames() - b;
+    return all.slice(a, b);
+}
+
+QStringList encodeAll(const std::vector<Pcm> &pieces, int bits, const std::vector<Format> &formats,
+                      const QString &dir)
+{
+    QStringList files;
+    for (size_t i = 0; i < pieces.size(); ++i)
+        files << encode(pieces[i], bits, formats[i % formats.size()],
+                        dir + QStringLiteral("/%1-piece").arg(i + 1, 2, 10, QLatin1Char('0')));
+    return files;
+}
+
+// Six seconds cut at places no block size divides, into seven pieces of 0.4 s to 1.5 s.
+const std::vector<double> kCuts = {0.0913, 0.2177, 0.3041, 0.4871, 0.6519, 0.8453};
+
+const std::vector<Format> kLossless = {Format::Flac, Format::Wav, Format::Aiff, Format::WavPack, Format::Alac};
+
+// ---- lossless gapless, through the capture device ----
+
+struct GaplessCase {
+    std::vector<Format> formats;
+    int bits;
+};
+
+std::string caseName(const testing::TestParamInfo<GaplessCase> &info)
+{
+    std::string name = info.param.formats.size() > 1 ? "Mixed" : formatName(info.param.formats.front());
+    return name + std::to_string(info.param.bits) + "Bit";
+}
+
+void PrintTo(const GaplessCase &c, std::ostream *os)
+{
+    *os << (c.formats.size() > 1 ? "mixed formats" : formatName(c.formats.front())) << ", " << c.bits << " bits";
+}
+
+class GaplessRender : public testing::TestWithParam<GaplessCase> {};
+
+// Every frame of every piece, in order, none lost, none repeated, none moved: a sample cut off at
+// a transition, a block of silence, or a landmark a frame early or late each shows as a mismatch.
+TEST_P(GaplessRender, RendersTheCutSignalSampleForSample)
+{
+    const GaplessCase c = GetParam();
+    const Pcm signal = makeSignal(size_t(6.0 * kRate), c.bits, 7);
+    const std::vector<Pcm> pieces = cut(signal, cutPoints(signal, kCuts));
+    CliHarness cli;
+    const QStringList files = encodeAll(pieces, c.bits, c.formats, cli.musicDir());
+    ASSERT_FALSE(HasFailure());
+    ASSERT_EQ(gaplessConcatenation(pieces).s, signal.s) << "a piece starts or ends quiet: fix the cuts";
+    importInOrder(cli, files);
+    if (c.bits == 24)
+        setSetting(cli, QStringLiteral("ditherProperties"), QStringLiteral("{\"depth\":24}"));
+    ASSERT_FALSE(HasFailure());
+    EXPECT_TRUE(sameWords(signal, render(cli, c.bits), c.bits));
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, GaplessRender,
+                         testing::Values(GaplessCase{kLossless, 16}, GaplessCase{kLossless, 24},
+                                         GaplessCase{{Format::Flac}, 16}, GaplessCase{{Format::Flac}, 24},
+                                         GaplessCase{{Format::Wav}, 16}, GaplessCase{{Format::Wav}, 24},
+                                         GaplessCase{{Format::Aiff}, 16}, GaplessCase{{Format::Aiff}, 24},
+                                         GaplessCase{{Format::WavPack}, 16}, GaplessCase{{Format::WavPack}, 24},
+                                         GaplessCase{{Format::Alac}, 16}, GaplessCase{{Format::Alac}, 24}),
+                         caseName);
+
+// Pieces shorter than one render cycle (a few hundred frames): two landmarks may fall into one
+// buffer, and the song after a short one must be ready although the main thread had almost no
+// time to load it.
+TEST(GaplessShortPieces, FollowOneAnotherSampleForSample)
+{
+    const Pcm signal = makeSignal(size_t(1.5 * kRate), 16, 13);
+    std::vector<double> fractions;
+    for (const size_t c : {22050u, 22050u + 301u, 22050u + 301u + 2999u, 44100u, 44100u + 777u})
+        fractions.push_back(double(c) / double(signal.frames()));
+    const std::vector<Pcm> pieces = cut(signal, cutPoints(signal, fractions));
+    CliHarness cli;
+    const QStringList files = encodeAll(pieces, 16, {Format::Flac, Format::Wav}, cli.musicDir());
+    ASSERT_FALSE(HasFailure());
+    importInOrder(cli, files);
+    ASSERT_FALSE(HasFailure());
+    EXPECT_TRUE(sameWords(signal, render(cli, 16), 16));
+}
+
+// ---- the same through a real ALSA device ----
+
+// `play` to an ALSA `file` PCM: the device path (render thread, packing, ALSA writes) must be as
+// exact as the capture file, with no silence put in where the decoder is late, and the end of the
+// last song must be played out of the device's buffer before `play` stops it.
+TEST(GaplessPlay, PlaysTheCutSignalToAnAlsaDeviceSampleForSample)
+{
+    const QString module = testCardModule();
+    if (module.isEmpty())
+        GTEST_SKIP() << "the test sound card module is not built (target quivera_test_alsa)";
+    for (const int bits : {16, 24}) {
+        SCOPED_TRACE(bits);
+        const Pcm signal = makeSignal(size_t(4.0 * kRate), bits, 11);
+        const std::vector<Pcm> pieces = cut(signal, cutPoints(signal, kCuts));
+        CliHarness cli;
+        const QStringList files = encodeAll(pieces, bits, kLossless, cli.musicDir());
+        ASSERT_FALSE(HasFailure());
+        importInOrder(cli, files);
+        if (bits == 24)
+            setSetting(cli, QStringLiteral("ditherProperties"), QStringLiteral("{\"depth\":24}"));
+        ASSERT_FALSE(HasFailure());
+        AlsaFileDevice device(module);
+        size_t leading = 0, trailing = 0;
+        const Pcm played = playToDevice(cli, device, &leading, &trailing);
+        const size_t lost = signal.frames() > played.frames() ? signal.frames() - played.frames() : 0;
+        std::cout << "[ alsa     ] " << bits << " bits: " << leading << " frames of silence before the playlist, "
+                  << trailing << " after; " << played.frames() << " of " << signal.frames()
+                  << " frames reached the device (" << lost << " lost at the end)\n";
+        ASSERT_LE(played.frames(), signal.frames());
+        // Every frame reached the device in its place: nothing dropped, repeated or moved at any
+        // of the transitions, nothing cut off at the end.
+        EXPECT_TRUE(sameWords(signal.slice(0, played.frames()), played, bits));
+        EXPECT_EQ(lost, 0u);
+    }
+}
+
+// ---- silence at the ends ----
+
+// Pieces with half a second of digital silence on both sides of fading audio: the first file
+// plays from its very start, every later one from its first frame at -60 dB or above, and each
+// ends just after its last such frame. Built from the pieces' own samples, so a trim one frame
+// off either way shows.
+TEST(GaplessSilence, TrimsEachPieceToItsAudibleRange)
+{
+    for (const int bits : {16, 24}) {
+        SCOPED_TRACE(bits);
+        const Pcm signal = makeSignal(size_t(4.0 * kRate), bits, 5);
+        const std::vector<Pcm> cores = cut(signal, cutPoints(signal, {0.23, 0.51, 0.77}));
+        std::vector<Pcm> pieces;
+        const size_t pad = kRate / 2, fade = 441; // 10 ms, so the -60 dB point lies inside it
+        for (const Pcm &core : cores) {
+            Pcm p;
+            p.s.assign(pad * kChannels, 0.0f);
+            Pcm faded = core;
+            for (size_t i = 0; i < faded.frames(); ++i) {
+                const double g = std::min({1.0, double(i) / fade, double(faded.frames() - 1 - i) / fade});
+                for (int ch = 0; ch < kChannels; ++ch) {
+                    float &v = faded.s[i * kChannels + size_t(ch)];
+                    v = fromWord(word(float(double(v) * g), bits), bits);
+                }
+            }
+            p.append(faded);
+            p.s.insert(p.s.end(), pad * kChannels, 0.0f);
+            pieces.push_back(p);
+        }
+        const Pcm expected = gaplessConcatenation(pieces);
+        // The trims do fall inside the fades, not at the silence's edge.
+        const auto [start, end] = playableRange(pieces[1], false);
+        ASSERT_GT(start, pad);
+        ASSERT_LT(start, pad + fade);
+        ASSERT_GT(end, pieces[1].frames() - pad - fade);
+        ASSERT_LT(end, pieces[1].frames() - pad);
+
+        CliHarness cli;
+        const QStringList files = encodeAll(pieces, bits, {Format::Flac, Format::Wav, Format::WavPack}, cli.musicDir());
+        ASSERT_FALSE(HasFailure());
+        importInOrder(cli, files);
+        if (bits == 24)
+            setSetting(cli, QStringLiteral("ditherProperties"), QStringLiteral("{\"depth\":24}"));
+        ASSERT_FALSE(HasFailure());
+        EXPECT_TRUE(sameWords(expected, render(cli, bits), bits));
+    }
+}
+
+// ---- lossy gapless ----
+
+// MP3 with a LAME header and AAC in MP4: each piece must play exactly as FFmpeg decodes it on
+// its own (encoder delay and padding gone), joined with nothing lost or added. Compared as 32-bit
+// words with the dither off (depth 32), which keeps every bit of the decoder's floats.
+class LossyGapless : public testing::TestWithParam<Format> {};
+
+TEST_P(LossyGapless, RendersEachPieceAsFFmpegDecodesIt)
+{
+    const Format format = GetParam();
+    const Pcm signal = makeSignal(size_t(6.0 * kRate), 16, 3, 0.35);
+    const std::vector<Pcm> pieces = cut(signal, cutPoints(signal, kCuts));
+    CliHarness cli;
+    const QStringList files = encodeAll(pieces, 16, {format}, cli.musicDir());
+    ASSERT_FALSE(HasFailure());
+    std::vector<Pcm> decoded;
+    for (size_t i = 0; i < pieces.size(); ++i) {
+        decoded.push_back(ffmpegDecode(files[qsizetype(i)]));
+        // FFmpeg drops the encoder delay of both. It drops the MP3's end padding too, but keeps
+        // the AAC's (the piece rounded up to whole 1024-frame packets) although the MP4's edit
+        // list, written in samples, says where the piece ends: the player honours that edit
+        // list, so the reference ends where it says, at the piece's original length.
+        if (format == Format::Aac) {
+            EXPECT_GE(decoded.back().frames(), pieces[i].frames()) << "piece " << i + 1;
+            EXPECT_LT(decoded.back().frames(), pieces[i].frames() + 1024) << "piece " << i + 1;
+            decoded.back() = decoded.back().slice(0, std::min(decoded.back().frames(), pieces[i].frames()));
+        }
+        // FFmpeg 5.1 leaves the MP3's end padding in where the LAME header's padding is small
+        // (a piece of 33446 frames decodes to 33455): told, not failed, since the player can
+        // only be as exact as its decoder here.
+        if (decoded.back().frames() != pieces[i].frames())
+            std::cout << "[ decoder  ] " << formatName(format) << " piece " << i + 1 << ": " << pieces[i].frames()
+                      << " frames encoded, " << decoded.back().frames() << " decoded by FFmpeg\n";
+    }
+    importInOrder(cli, files);
+    setSetting(cli, QStringLiteral("ditherProperties"), QStringLiteral("{\"depth\":32}"));
+    ASSERT_FALSE(HasFailure());
+    EXPECT_TRUE(sameWords(gaplessConcatenation(decoded), render(cli, 32), 32));
+}
+
+INSTANTIATE_TEST_SUITE_P(Codecs, LossyGapless, testing::Values(Format::Mp3, Format::Aac),
+                         [](const testing::TestParamInfo<Format> &info) { return std::string(formatName(info.param)); });
+
+// ---- bit-perfect albums ----
+
+// A track that stresses the word: both extremes of the grid, values one step from zero, and the
+// signal in between. Starts and ends loud, so it plays whole.
+Pcm stressTrack(size_t frames, int bits, quint32 seed)
+{
+    Pcm p = makeSignal(frames, bits, seed, 0.5);
+    const float top = fromWord((qint64(1) << (bits - 1)) - 1, bits), bottom = -1.0f, lsb = fromWord(1, bits);
+    for (size_t i = frames / 4; i < frames / 4 + 2000; ++i) {
+        p.s[i * kChannels] = i % 2 ? top : bottom;
+        p.s[i * kChannels + 1] = i % 3 ? bottom : top;
+    }
+    for (size_t i = frames / 2; i < frames / 2 + 2000; ++i) {
+        p.s[i * kChannels] = lsb * float(int(i % 3) - 1);
+        p.s[i * kChannels + 1] = -lsb * float(int(i % 5 == 0));
+    }
+    return p;
+}
+
+// With default playback settings a 16-bit album reaches a 16-bit output unchanged, and a 24-bit
+// one a 24-bit output with the dither's word length at 24: the dither, volume, crossfeed and
+// meters must leave every bit alone. The reference is FFmpeg's decoding of the tracks.
+TEST(BitPerfect, AlbumsReachTheOutputUnchanged)
+{
+    for (const int bits : {16, 24}) {
+        SCOPED_TRACE(bits);
+        CliHarness cli;
+        QStringList files;
+        std::vector<Pcm> decoded;
+        for (quint32 t = 0; t < 4; ++t) {
+            const Pcm track = t == 1 ? stressTrack(kRate, bits, 21) : makeSignal(size_t(0.8 * kRate) + 137 * t, bits, 30 + t, 0.2 + 0.15 * t);
+            files << encode(track, bits, Format::Flac, cli.musicDir() + QStringLiteral("/track%1").arg(t + 1));
+            decoded.push_back(ffmpegDecode(files.back()));
+            ASSERT_TRUE(sameWords(track, decoded.back(), bits)) << "FFmpeg's own decoding";
+        }
+        importInOrder(cli, files);
+        if (bits == 24)
+            setSetting(cli, QStringLiteral("ditherProperties"), QStringLiteral("{\"depth\":24}"));
+        ASSERT_FALSE(HasFailure());
+        const Pcm expected = gaplessConcatenation(decoded);
+        size_t all = 0;
+        for (const Pcm &d : decoded)
+            all += d.frames();
+        ASSERT_EQ(expected.frames(), all) << "every track plays whole";
+        EXPECT_TRUE(sameWords(expected, render(cli, bits), bits));
+    }
+}
+
+// ---- through a sample-rate converter ----
+
+// 44.1 kHz pieces played at 48 kHz, against the uncut signal played as one song with the same
+// converter. A converter that starts afresh at each song (empty filter history in the new song,
+// silence after the end of the old one) shows as an error around every transition; one whose
+// history runs on across the join does not. Prints the worst error near a transition in dB
+// relative to full scale and how far from the transition it stays above -100 dB.
+class GaplessConverter : public testing::TestWithParam<int> {};
+
+TEST_P(GaplessConverter, TransitionsMatchAContinuousConversion)
+{
+    const QString type = QString::number(GetParam());
+    const Pcm signal = makeSignal(size_t(6.0 * kRate), 24, 9);
+    const std::vector<size_t> cuts = cutPoints(signal, kCuts);
+    const std::vector<Pcm> pieces = cut(signal, cuts);
+    const QStringList rate = {QStringLiteral("--rate"), QStringLiteral("48000")};
+
+    CliHarness whole;
+    const QString wholeFile = encode(signal, 24, Format::Flac, whole.musicDir() + QStringLiteral("/whole"));
+    CliHarness cli;
+    const QStringList files = encodeAll(pieces, 24, {Format::Flac}, cli.musicDir());
+    for (const CliHarness *h : {&whole, &cli}) {
+        importInOrder(*h, h == &whole ? QStringList{wholeFile} : files);
+        setSetting(*h, QStringLiteral("ditherProperties"), QStringLiteral("{\"depth\":32}"));
+        setSetting(*h, QStringLiteral("convertorType"), type);
+    }
+    ASSERT_FALSE(HasFailure());
+    const Pcm reference = render(whole, 32, rate), out = render(cli, 32, rate);
+    ASSERT_EQ(reference.rate, 48000);
+    ASSERT_EQ(out.rate, 48000);
+    const size_t expectedFrames = size_t(std::llround(double(signal.frames()) * 48000.0 / kRate));
+    EXPECT_NEAR(double(reference.frames()), double(expectedFrames), 1.0);
+    EXPECT_NEAR(double(out.frames()), double(expectedFrames), 1.0);
+    // The conversion did happen: a 48 kHz rendering is not the 44.1 kHz signal relabelled.
+    ASSERT_FALSE(sameWords(signal.slice(0, 1000), reference.slice(0, 1000), 24));
+
+    const auto dB = [](double e) { return e > 0 ? 20.0 * std::log10(e) : -INFINITY; };
+    const size_t n = std::min(reference.frames(), out.frames());
+    std::vector<double> err(n);
+    for (size_t i = 0; i < n; ++i)
+        err[i] = std::max(std::fabs(double(out.at(i, 0)) - reference.at(i, 0)),
+                          std::fabs(double(out.at(i, 1)) - reference.at(i, 1)));
+    constexpr size_t window = 4800; // 100 ms either side
+    double worstNear = 0;
+    size_t reach = 0;
+    std::vector<bool> near(n, false);
+    for (const size_t c : cuts) {
+        const size_t t = size_t(std::llround(double(c) * 48000.0 / kRate));
+        const size_t a = t > window ? t - window : 0, b = std::min(n, t + window);
+        double worst = 0;
+        size_t far = 0;
+        for (size_t i = a; i < b; ++i) {
+            near[i] = true;
+            worst = std::max(worst, err[i]);
+            if (err[i] > 1e-5)
+                far = std::max(far, i > t ? i - t : t - i);
+        }
+        std::cout << "[ convert  ] type " << type.toStdString() << ", transition at output frame " << t << ": worst "
+                  << dB(worst) << " dBFS, above -100 dB up to " << far << " frames away\n";
+        worstNear = std::max(worstNear, worst);
+        reach = std::max(reach, far);
+    }
+    double worstFar = 0;
+    for (size_t i = 0; i < n; ++i)
+        if (!near[i])
+            worstFar = std::max(worstFar, err[i]);
+    std::cout << "[ convert  ] type " << type.toStdString() << ": worst near a transition " << dB(worstNear)
+              << " dBFS, above -100 dB up to " << reach << " frames away; elsewhere " << dB(worstFar) << " dBFS\n";
+    EXPECT_LT(dB(worstFar), -100.0) << "away from the transitions the two conversions must agree";
+    EXPECT_LT(dB(worstNear), -100.0) << "reaching " << reach << " frames from a transition";
+}
+
+// 0: the platform converter (soxr's recipes); 1: the tunable one.
+INSTANTIATE_TEST_SUITE_P(Converters, GaplessConverter, testing::Values(0, 1),
+                         [](const testing::TestParamInfo<int> &info) {
+                             return info.param == 1 ? std::string("Tunable") : std::string("Platform");
+                         });
+
+} // namespace
