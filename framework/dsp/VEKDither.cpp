@@ -361,6 +361,7 @@ namespace {
 
 // The same quantiser for a pair of channels in the lanes of one SSE register: half the
 // instructions of two scalar chains. History entries hold the pair in lanes 0 and 1.
+template <bool ClampError>
 void quantisePair(float *a, float *b, float (*history)[4], int &position, const float *coefficients, int order,
                   float peak, float scale, bool limit, quint32 from, quint32 to, quint64 *rnd)
 {
@@ -401,7 +402,9 @@ void quantisePair(float *a, float *b, float (*history)[4], int &position, const 
         const __m128 feedback = _mm_mul_ps(c[0], last);
         const __m128 v = _mm_add_ps(xs, feedback);
         const __m128 rounded = _mm_cvtepi32_ps(_mm_cvtps_epi32(_mm_add_ps(_mm_add_ps(xs, d), feedback)));
-        const __m128 e = _mm_max_ps(_mm_min_ps(_mm_sub_ps(rounded, v), maxError), minError);
+        __m128 e = _mm_sub_ps(rounded, v);
+        if constexpr (ClampError)
+            e = _mm_max_ps(_mm_min_ps(e, maxError), minError);
         const __m128 y = _mm_max_ps(_mm_min_ps(rounded, top), bottom);
         pos = pos == 0 ? M - 1 : pos - 1;
         _mm_store_ps(history[pos], e);
@@ -426,8 +429,16 @@ void VEKDither::dither(float *const *channels, quint32 channelCount, quint32 fro
     quint32 c = 0;
     for (; c + 2 <= channelCount; c += 2) {
 #if defined(__SSE2__)
-        quantisePair(channels[c], channels[c + 1], m_pairHistory[c / 2], m_pairPosition[c / 2], s.coefficients,
-                     s.order, peak, s.scale, s.minimizePeaks, from, to, m_random + c);
+        // The rounding error never exceeds the dither peak plus 1.5 LSB (half a step, and one
+        // float step of a sample near full scale): below a peak of 2.5 LSB the bound on the
+        // fed-back error can never act, and leaving it out shortens the chain from one sample to
+        // the next.
+        if (s.peak + 1.5f < MaxError)
+            quantisePair<false>(channels[c], channels[c + 1], m_pairHistory[c / 2], m_pairPosition[c / 2],
+                                s.coefficients, s.order, peak, s.scale, s.minimizePeaks, from, to, m_random + c);
+        else
+            quantisePair<true>(channels[c], channels[c + 1], m_pairHistory[c / 2], m_pairPosition[c / 2],
+                               s.coefficients, s.order, peak, s.scale, s.minimizePeaks, from, to, m_random + c);
 #else
         float (*history[2])[2 * MaxOrder] = {&m_history[c], &m_history[c + 1]};
         quantise<2>(channels + c, history, m_position + c, s.coefficients, s.order, peak, s.scale, s.minimizePeaks,
