@@ -68,25 +68,25 @@ bool VEKNetworkPipe::send(const QVariant &message)
                    .arg(archive.size()));
         return false;
     }
-    const quint32 length = quint32(archive.size());
-    QByteArray frame;
-    frame.reserve(4 + archive.size());
-    frame.append(char(length >> 24)).append(char(length >> 16)).append(char(length >> 8))
-        .append(char(length));
-    frame.append(archive);
+    // The archive goes to the socket as it is, after a header of its own, rather than copied
+    // into a frame: the socket keeps a large block by reference, and so do queued calls.
     if (QThread::currentThread() == thread())
-        writeFrame(frame);
+        writeFrame(archive);
     else
-        QMetaObject::invokeMethod(this, [this, frame] { writeFrame(frame); },
+        QMetaObject::invokeMethod(this, [this, archive] { writeFrame(archive); },
                                   Qt::QueuedConnection);
     return true;
 }
 
-void VEKNetworkPipe::writeFrame(const QByteArray &frame)
+void VEKNetworkPipe::writeFrame(const QByteArray &archive)
 {
     if (!isOpen())
         return;
-    m_socket->write(frame);
+    const quint32 length = quint32(archive.size());
+    const char header[4] = {char(length >> 24), char(length >> 16), char(length >> 8),
+                            char(length)};
+    m_socket->write(header, sizeof header);
+    m_socket->write(archive);
 }
 
 void VEKNetworkPipe::close()

@@ -61,7 +61,8 @@ signals:
 
 private:
     void readFrames();
-    void writeFrame(const QByteArray &frame);
+    // Pipe's thread: the frame of one archive.
+    void writeFrame(const QByteArray &archive);
     void breakConnection(const QString &reason);
     void connectionEnded();
 
