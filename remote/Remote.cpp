@@ -14,7 +14,8 @@ quint16 portFromEnvironment()
 {
     bool ok = false;
     const int port = qEnvironmentVariableIntValue("QUIVERA_REMOTE_PORT", &ok);
-    return ok && port > 0 && port <= 65535 ? quint16(port) : Remote::defaultPort;
+    // 0 asks for any free port (tests running side by side).
+    return ok && port >= 0 && port <= 65535 ? quint16(port) : Remote::defaultPort;
 }
 
 // Untrusted text goes into the log only in part.

@@ -51,7 +51,7 @@ public:
     struct Configuration {
         RemoteHost *host = nullptr;       // not owned; the service lets go of it if it dies
         UserDefaults *defaults = nullptr; // null: UserDefaults::standard()
-        // None: the environment's QUIVERA_REMOTE_PORT if it holds a port, else 8383.
+        // None: the environment's QUIVERA_REMOTE_PORT if it holds a port (0 too), else 8383.
         // 0: any free port, kept for the republications that follow.
         std::optional<quint16> port = std::nullopt;
         QString name = QString(); // empty: the computer's name
