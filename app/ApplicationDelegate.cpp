@@ -80,12 +80,6 @@ void ApplicationDelegate::applicationWillFinishLaunching(const LaunchOptions &op
     if (options.mpris)
         m_mpris = new MprisService(this, this);
 
-    // The effects on offer, once per run: a plug-in installed later shows at the next launch.
-    if (options.stream) {
-        m_effectDescriptions = processorDescriptionsForType(0x61756678);
-        m_effectDescriptions += processorDescriptionsForType(0x61756d66);
-    }
-
     launchStream(options);
 
     // Remote service

@@ -93,7 +93,10 @@ public:
     double lastLibraryModification() const { return m_lastLibraryModification; }
     double lastPlaylistModification() const { return m_lastPlaylistModification; }
     OperationQueue *queue() const { return m_queue.get(); }
-    const QList<QVariantMap> &effectDescriptions() const { return m_effectDescriptions; }
+    // The effects on offer, found once per run, at the first question: a plug-in installed
+    // later shows at the next start. Looking through the plug-ins costs a launch that shows no
+    // menu (the command line) nothing.
+    const QList<QVariantMap> &effectDescriptions() const;
     FrontEnd *frontEnd() const { return m_frontEnd; }
     // The audio engine; null when the launch did not make one or it could not be made.
     Stream *stream() const { return m_stream.get(); }
@@ -205,7 +208,7 @@ private:
     quint64 m_libraryGeneration = 0;
     QHash<const Operation *, quint64> m_operationGenerations;
     NowPlayingNotifier *m_nowPlaying = nullptr; // child
-    QList<QVariantMap> m_effectDescriptions;
+    mutable std::optional<QList<QVariantMap>> m_effectDescriptions;
     std::unique_ptr<Stream> m_stream;
     MprisService *m_mpris = nullptr; // child
     LaunchOptions m_launchOptions;

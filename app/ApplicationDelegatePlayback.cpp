@@ -16,6 +16,16 @@ QList<QVariantMap> ApplicationDelegate::processorDescriptionsForType(quint32 typ
     return descriptions;
 }
 
+const QList<QVariantMap> &ApplicationDelegate::effectDescriptions() const
+{
+    if (!m_effectDescriptions) {
+        QList<QVariantMap> descriptions = processorDescriptionsForType(0x61756678);
+        descriptions += processorDescriptionsForType(0x61756d66);
+        m_effectDescriptions = std::move(descriptions);
+    }
+    return *m_effectDescriptions;
+}
+
 void ApplicationDelegate::launchStream(const LaunchOptions &options)
 {
     if (!options.stream)
