@@ -19,6 +19,7 @@
 #include "settings/UserDefaults.h"
 #include "settings/VEKPropertyList.h"
 
+#include <QScopeGuard>
 #include <QThread>
 #include <cmath>
 #include <limits>
@@ -544,11 +545,26 @@ AudioFileRange Stream::playableRangeOfSongInPlayerAtIndex(quint64 index) const
     return file ? file->playableRange() : AudioFileRange();
 }
 
+bool Stream::claimSilentPlayer(quint64 index)
+{
+    // Against the landmark, which may make this branch the heard one at any moment: each side
+    // first says what it is about to do, then looks at the other. At most one goes ahead.
+    m_loadingPlayer.store(int(index), std::memory_order_seq_cst);
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    if (isPlayerEnabledAtIndex(index)) {
+        m_loadingPlayer.store(-1, std::memory_order_seq_cst);
+        return false;
+    }
+    return true;
+}
+
 bool Stream::loadSong(const SongPtr &song, quint64 index, VEKError *error)
 {
     Player *generator = playerAtIndex(index);
-    if (!generator)
+    if (!generator || !claimSilentPlayer(index))
         return false;
+    // The landmark takes the branch again once this returns.
+    const auto release = qScopeGuard([this] { m_loadingPlayer.store(-1, std::memory_order_seq_cst); });
     generator->setSong(song);
     PlayerFacts &facts = m_facts[index];
     if (!song) {
@@ -802,7 +818,10 @@ void Stream::landmarkReached(Landmark &landmark)
     // the main thread has loaded the branch that the last one freed. Nobody listens, so waiting
     // here loses nothing.
     if (m_offline.load(std::memory_order_relaxed)) {
-        for (int waited = 0; m_preparingFollowingSong.load(std::memory_order_acquire) && waited < 30000; ++waited)
+        for (int waited = 0; (m_preparingFollowingSong.load(std::memory_order_acquire)
+                              || m_loadingPlayer.load(std::memory_order_seq_cst) >= 0)
+                             && waited < 30000;
+             ++waited)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 
@@ -814,28 +833,42 @@ void Stream::landmarkReached(Landmark &landmark)
         return;
     }
     const quint64 d = indexOfDisabledPlayer();
-    if (d < 2 && m_facts[d].length.load(std::memory_order_acquire) > 0.0) {
-        const quint64 e = 1 - d;
-        const bool rateChanges = m_facts[d].fileRate.load(std::memory_order_relaxed)
-                                 != m_facts[e].fileRate.load(std::memory_order_relaxed);
-        // Following the song's rate means a stop, but only where the rate really changes.
-        if (m_ratePolicy.load(std::memory_order_relaxed) == -1 && rateChanges) {
+    if (d < 2) {
+        // Take the silent branch before looking at it: the main thread may be loading it anew
+        // (the playlist changed). Then it is not ready, and the transition goes the long way,
+        // through the main thread, once the load is done.
+        setEnabled(true, d);
+        std::atomic_thread_fence(std::memory_order_seq_cst);
+        if (m_loadingPlayer.load(std::memory_order_seq_cst) == int(d)) {
+            setEnabled(false, d);
             landmark.setJump(false);
             m_events.push(Event::NextSongShouldStart);
             landmark.setStop(false);
             return;
         }
-        setEnabled(false, e);
-        setEnabled(true, d);
-        const double start = m_facts[d].rangeLocation.load(std::memory_order_relaxed);
-        const double length = m_facts[d].rangeLength.load(std::memory_order_relaxed);
-        landmark.setJump(true);
-        landmark.setJumpLocation(start);
-        landmark.setLocation(start + length);
-        m_preparingFollowingSong.store(true, std::memory_order_release);
-        m_events.push(Event::NextSongDidStart);
-        landmark.setStop(false);
-        return;
+        if (m_facts[d].length.load(std::memory_order_acquire) > 0.0) {
+            const quint64 e = 1 - d;
+            const bool rateChanges = m_facts[d].fileRate.load(std::memory_order_relaxed)
+                                     != m_facts[e].fileRate.load(std::memory_order_relaxed);
+            // Following the song's rate means a stop, but only where the rate really changes.
+            if (m_ratePolicy.load(std::memory_order_relaxed) == -1 && rateChanges) {
+                setEnabled(false, d);
+                landmark.setJump(false);
+                m_events.push(Event::NextSongShouldStart);
+                landmark.setStop(false);
+                return;
+            }
+            setEnabled(false, e);
+            const double start = m_facts[d].rangeLocation.load(std::memory_order_relaxed);
+            const double length = m_facts[d].rangeLength.load(std::memory_order_relaxed);
+            landmark.setJump(true);
+            landmark.setJumpLocation(start);
+            landmark.setLocation(start + length);
+            m_preparingFollowingSong.store(true, std::memory_order_release);
+            m_events.push(Event::NextSongDidStart);
+            landmark.setStop(false);
+            return;
+        }
     }
     setEnabled(false, 0);
     setEnabled(false, 1);
@@ -874,15 +907,28 @@ void Stream::nextSongShouldStart()
     stop();
     uninitialize();
     const quint64 d = indexOfDisabledPlayer();
+    if (lengthOfSongInPlayerAtIndex(d) <= 0.0) {
+        // The branch was being loaded when the landmark came, and nothing follows after all.
+        initialize();
+        start();
+        m_conductorProcessor->stop();
+        setEnabled(false, 0);
+        setEnabled(false, 1);
+        playlistDidEnd();
+        return;
+    }
     setEnabled(false, 1 - d);
     setEnabled(true, d);
     replaceCurrentSong(songInPlayerAtIndex(indexOfEnabledPlayer()));
     if (auto *c = qobject_cast<VEKConverterAudioProcessor *>(
             processorWithIdentifier<VEKAudioDock>(QStringLiteral("mixConverterDock"))->processor().get()))
         c->setInSampleRate(m_facts[d].fileRate.load(), nullptr);
+    const VEKAudioDevicePtr device = outputDevice();
+    const double rateBefore = device ? device->sampleRate(nullptr) : 0.0;
     updateOutputDeviceSampleRate();
-    // Let the device settle at its new rate.
-    QThread::msleep(250);
+    // Let the device settle at a new rate.
+    if (device && device->sampleRate(nullptr) != rateBefore)
+        QThread::msleep(250);
     const AudioFileRange range = playableRangeOfSongInPlayerAtIndex(indexOfEnabledPlayer());
     m_landmark->setJumpLocation(range.location);
     m_landmark->setLocation(range.location + range.length);

@@ -194,6 +194,9 @@ private:
     void alertUnopenable(const SongPtr &song);
     void storeEffectSlots();
     void restart(bool wasInitialized, bool wasRunning);
+    // Marks silent branch `index` as being loaded; false (and nothing marked) if the landmark has
+    // made it the heard one meanwhile.
+    bool claimSilentPlayer(quint64 index);
     QList<VEKAudioDock *> converterDocks() const;
     void setMixSampleRate(double rate);
 
@@ -220,6 +223,8 @@ private:
     // offline render waits for it before the next transition, so it never outruns the loading.
     std::atomic<bool> m_preparingFollowingSong{false};
     std::atomic<qint64> m_endSampleTime{-1};
+    // The branch the main thread is loading, or -1.
+    std::atomic<int> m_loadingPlayer{-1};
     // The device takes the audio faster than real time (a capture file): renders may wait.
     std::atomic<bool> m_offline{false};
     VEKSPSCQueue<Event> m_events{64};
