@@ -3,6 +3,7 @@
 // source under a new name, the source untouched, the new song in the library, and failures.
 
 #include "CliHarness.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QCryptographicHash>
@@ -17,14 +18,6 @@
 #include <gtest/gtest.h>
 
 namespace {
-
-QByteArray hashOf(const QString &path)
-{
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    return QCryptographicHash::hash(f.readAll(), QCryptographicHash::Sha256);
-}
 
 // What ffprobe reads of a file: its audio stream, and the tags of container and stream with
 // lower-case keys.
@@ -91,7 +84,7 @@ protected:
         const QJsonArray songs = cli.json({QStringLiteral("songs"), QStringLiteral("--json")});
         ASSERT_EQ(songs.size(), 1);
         songID = QString::number(songs.first().toObject().value(QStringLiteral("songID")).toInteger());
-        sourceHash = hashOf(source);
+        sourceHash = TestEnvironment::fileDigest(source);
     }
 
     // Converts the song with `preferred` (JSON) as the preferred format; the result's path.
@@ -172,7 +165,7 @@ TEST_F(CliConvertTest, EveryFormatAtEachRateWithTheDepthsAndBitRatesOffered)
             }
         }
     }
-    EXPECT_EQ(hashOf(source), sourceHash) << "the source file was changed";
+    EXPECT_EQ(TestEnvironment::fileDigest(source), sourceHash) << "the source file was changed";
 }
 
 TEST_F(CliConvertTest, TheResultIsANewSongBesideTheSourceUnderANewName)
@@ -182,7 +175,7 @@ TEST_F(CliConvertTest, TheResultIsANewSongBesideTheSourceUnderANewName)
     EXPECT_EQ(first, cli.musicDir() + QStringLiteral("/song 1.flac"));
     const QString second = convert(QStringLiteral("{\"format\": 6, \"sampleRate\": 48000}"));
     EXPECT_EQ(second, cli.musicDir() + QStringLiteral("/song 2.flac"));
-    EXPECT_EQ(hashOf(source), sourceHash);
+    EXPECT_EQ(TestEnvironment::fileDigest(source), sourceHash);
 
     const QJsonArray songs = cli.json({QStringLiteral("songs"), QStringLiteral("--json")});
     ASSERT_EQ(songs.size(), 3);
@@ -216,9 +209,7 @@ TEST_F(CliConvertTest, AMissingOrUnreadableSourceFailsClearly)
                        QStringLiteral("{\"format\": 1}")}).status, 0);
     // Unreadable: still there, but no longer audio.
     {
-        QFile f(source);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        f.write("not audio at all\n");
+        ASSERT_TRUE(TestEnvironment::writeFile(source, "not audio at all\n"));
     }
     CliHarness::Result r = cli.run({QStringLiteral("convert"), songID});
     EXPECT_NE(r.status, 0);
@@ -270,19 +261,7 @@ TEST_F(CliConvertTest, ShowsABarOnATerminal)
 {
     ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("preferredFormat"),
                        QStringLiteral("{\"format\": 1}")}).status, 0);
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    const QString root = QFileInfo(cli.musicDir()).path();
-    env.insert(QStringLiteral("XDG_DATA_HOME"), root + QStringLiteral("/data"));
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), root + QStringLiteral("/config"));
-    env.insert(QStringLiteral("HOME"), root);
-    // script(1) gives the program a terminal of its own.
-    QProcess p;
-    p.setProcessEnvironment(env);
-    p.start(QStringLiteral("script"), {QStringLiteral("-qec"),
-                                       QStringLiteral("'%1' convert %2").arg(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"), songID),
-                                       QStringLiteral("/dev/null")});
-    ASSERT_TRUE(p.waitForFinished(60000));
-    const QByteArray out = p.readAllStandardOutput();
+    const QByteArray out = cli.runOnTerminal(QStringLiteral("convert ") + songID);
     EXPECT_TRUE(out.contains("Converting 1 of 1 [")) << out.constData();
     EXPECT_TRUE(out.contains("1 converted, 0 skipped, 0 failed")) << out.constData();
     // Piped, the summary comes alone.

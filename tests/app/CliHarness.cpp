@@ -15,14 +15,30 @@ CliHarness::CliHarness() : m_root(TestEnvironment::makeTempDir(QStringLiteral("c
     QDir().mkpath(musicDir());
 }
 
-CliHarness::Result CliHarness::run(const QStringList &args) const
+QProcessEnvironment CliHarness::environment() const
 {
-    QProcess p;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("XDG_DATA_HOME"), m_root + QStringLiteral("/data"));
     env.insert(QStringLiteral("XDG_CONFIG_HOME"), m_root + QStringLiteral("/config"));
     env.insert(QStringLiteral("HOME"), m_root);
-    p.setProcessEnvironment(env);
+    return env;
+}
+
+QByteArray CliHarness::runOnTerminal(const QString &arguments) const
+{
+    QProcess p;
+    p.setProcessEnvironment(environment());
+    p.start(QStringLiteral("script"), {QStringLiteral("-qec"),
+                                       QStringLiteral("'%1' %2").arg(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"), arguments),
+                                       QStringLiteral("/dev/null")});
+    EXPECT_TRUE(p.waitForFinished(60000));
+    return p.readAllStandardOutput();
+}
+
+CliHarness::Result CliHarness::run(const QStringList &args) const
+{
+    QProcess p;
+    p.setProcessEnvironment(environment());
     p.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"), args);
     Result r;
     if (!p.waitForStarted() || !p.waitForFinished(120000))

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QJsonArray>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 
@@ -16,6 +17,11 @@ public:
         QByteArray err;
     };
     Result run(const QStringList &args) const;
+    // Runs `arguments` (already quoted for a shell) on a terminal of its own, through script(1);
+    // standard output then holds all the program wrote.
+    QByteArray runOnTerminal(const QString &arguments) const;
+    // The environment of the program: the isolated folders.
+    QProcessEnvironment environment() const;
     // Runs and parses standard output as a JSON array; fails the test on a bad status.
     QJsonArray json(const QStringList &args) const;
 

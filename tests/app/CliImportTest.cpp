@@ -2,6 +2,7 @@
 // import, the target playlist, the progress bar, and a kill in the middle of a large import.
 
 #include "CliHarness.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QDir>
@@ -15,16 +16,6 @@
 #include <sqlite3.h>
 
 namespace {
-
-QProcessEnvironment environmentOf(const CliHarness &cli)
-{
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    const QString root = QFileInfo(cli.musicDir()).path();
-    env.insert(QStringLiteral("XDG_DATA_HOME"), root + QStringLiteral("/data"));
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), root + QStringLiteral("/config"));
-    env.insert(QStringLiteral("HOME"), root);
-    return env;
-}
 
 // Rows in t_song, read without touching the file (-1 while it has no table yet).
 qint64 committedRows(const QString &file)
@@ -55,10 +46,7 @@ protected:
                                  QStringLiteral("-metadata"), QStringLiteral("track=3/12")});
         TestEnvironment::ffmpeg(sine, m + QStringLiteral("/b.mp3"), {QStringLiteral("-c:a"), QStringLiteral("libmp3lame")});
         TestEnvironment::ffmpeg(sine, m + QStringLiteral("/c.ogg"), {QStringLiteral("-c:a"), QStringLiteral("libvorbis")});
-        QFile text(m + QStringLiteral("/notes.txt"));
-        ASSERT_TRUE(text.open(QIODevice::WriteOnly));
-        text.write("hello\n");
-        text.close();
+        ASSERT_TRUE(TestEnvironment::writeFile(m + QStringLiteral("/notes.txt"), "hello\n"));
         QFile a(m + QStringLiteral("/a.flac")), cut(m + QStringLiteral("/cut.flac"));
         ASSERT_TRUE(a.open(QIODevice::ReadOnly) && cut.open(QIODevice::WriteOnly));
         cut.write(a.readAll().left(int(a.size() / 2)));
@@ -120,14 +108,7 @@ TEST_F(CliImportTest, NewSongsJoinTheChosenPlaylistButNeverAnITunesOne)
 TEST_F(CliImportTest, ShowsABarOnATerminal)
 {
     const QString song = TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/x.flac"), 0.1);
-    // script(1) gives the program a terminal of its own.
-    QProcess p;
-    p.setProcessEnvironment(environmentOf(cli));
-    p.start(QStringLiteral("script"), {QStringLiteral("-qec"),
-                                       QStringLiteral("'%1' import '%2'").arg(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"), song),
-                                       QStringLiteral("/dev/null")});
-    ASSERT_TRUE(p.waitForFinished(60000));
-    const QByteArray out = p.readAllStandardOutput();
+    const QByteArray out = cli.runOnTerminal(QStringLiteral("import '%1'").arg(song));
     EXPECT_TRUE(out.contains("Importing [")) << out.constData();
     EXPECT_TRUE(out.contains("1 added, 0 skipped as duplicates, 0 failed")) << out.constData();
 }
@@ -140,7 +121,7 @@ TEST_F(CliImportTest, AKillInTheMiddleLeavesAConsistentLibrary)
         ASSERT_TRUE(QFile::copy(one, cli.musicDir() + QStringLiteral("/%1.flac").arg(i, 4, 10, QLatin1Char('0'))));
 
     QProcess p;
-    p.setProcessEnvironment(environmentOf(cli));
+    p.setProcessEnvironment(cli.environment());
     p.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"), {QStringLiteral("import"), cli.musicDir()});
     ASSERT_TRUE(p.waitForStarted());
     QElapsedTimer t;

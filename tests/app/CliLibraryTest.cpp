@@ -2,6 +2,7 @@
 // command line load as they should, and every change survives restarts.
 
 #include "CliHarness.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QFile>
@@ -236,10 +237,7 @@ TEST_F(CliLibraryTest, BadInputGivesClearMessagesAndFailingStatus)
     expectFailure({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("volumeKnob"), QStringLiteral("loud")}, 2, "JSON");
 
     // An audio file that became garbage: the tag write says why.
-    QFile broken(cli.musicDir() + QStringLiteral("/b.flac"));
-    ASSERT_TRUE(broken.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    broken.write(QByteArray(2048, '\x7f'));
-    broken.close();
+    ASSERT_TRUE(TestEnvironment::writeFile(cli.musicDir() + QStringLiteral("/b.flac"), QByteArray(2048, '\x7f')));
     const auto r = cli.run({QStringLiteral("tag"), QStringLiteral("-11"), QStringLiteral("title=x")});
     EXPECT_EQ(r.status, 1);
     EXPECT_FALSE(r.err.isEmpty());

@@ -1,6 +1,7 @@
 // Old property lists carried into a new library file, and damaged files met at launch.
 
 #include "CliHarness.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QCryptographicHash>
@@ -72,13 +73,6 @@ void expectMigrated(const CliHarness &cli, const QString &songFile)
               QStringLiteral("1|name|1|1"));
 }
 
-QByteArray digest(const QString &path)
-{
-    QFile f(path);
-    f.open(QIODevice::ReadOnly);
-    return QCryptographicHash::hash(f.readAll(), QCryptographicHash::Sha256);
-}
-
 } // namespace
 
 TEST(CliMigration, XmlListsAreCarriedOverOnceIntoANewLibraryFile)
@@ -109,11 +103,11 @@ TEST(CliRecovery, ADamagedLibraryFileIsReportedAndLeftAlone)
     ASSERT_TRUE(library.open(QIODevice::WriteOnly));
     library.write(QByteArray("SQLite format 3") + QByteArray(8000, '\x55'));
     library.close();
-    const QByteArray before = digest(cli.libraryFile());
+    const QByteArray before = TestEnvironment::fileDigest(cli.libraryFile());
     const auto r = cli.run({QStringLiteral("songs")});
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(r.err.contains("library file")) << r.err.constData();
-    EXPECT_EQ(digest(cli.libraryFile()), before);
+    EXPECT_EQ(TestEnvironment::fileDigest(cli.libraryFile()), before);
 }
 
 TEST(CliRecovery, AnEmptyLibraryFileIsBuiltAnew)
@@ -131,10 +125,7 @@ TEST(CliRecovery, AnEmptyLibraryFileIsBuiltAnew)
 TEST(CliRecovery, ADamagedSettingsFileIsReportedOnceAndReplacedByDefaults)
 {
     CliHarness cli;
-    QFile prefs(cli.configDir() + QStringLiteral("/Preferences.plist"));
-    ASSERT_TRUE(prefs.open(QIODevice::WriteOnly));
-    prefs.write("<?xml version=\"1.0\"?><plist><dict><key>volumeKnob</key><integ");
-    prefs.close();
+    ASSERT_TRUE(TestEnvironment::writeFile(cli.configDir() + QStringLiteral("/Preferences.plist"), "<?xml version=\"1.0\"?><plist><dict><key>volumeKnob</key><integ"));
     const auto first = cli.run({QStringLiteral("settings"), QStringLiteral("get"), QStringLiteral("volumeKnob")});
     EXPECT_TRUE(first.err.contains("settings")) << first.err.constData();
     EXPECT_EQ(QString::fromUtf8(first.out).trimmed(), QStringLiteral("1"));

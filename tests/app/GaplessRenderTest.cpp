@@ -3,14 +3,15 @@
 // an ALSA device with `play`), must come back as the signal, every frame in its place.
 
 #include "CliHarness.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
+#include "support/WaveFile.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QtEndian>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -247,58 +248,43 @@ Pcm ffmpegDecode(const QString &path)
     runTool(QStringLiteral("ffmpeg"), {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-y"),
                                        QStringLiteral("-i"), path, QStringLiteral("-f"), QStringLiteral("f32le"),
                                        QStringLiteral("-c:a"), QStringLiteral("pcm_f32le"), raw});
-    QFile f(raw);
-    EXPECT_TRUE(f.open(QIODevice::ReadOnly));
-    const QByteArray b = f.readAll();
+    const QByteArray b = TestEnvironment::readFile(raw);
     Pcm p;
     p.s.resize(size_t(b.size()) / sizeof(float));
     std::memcpy(p.s.data(), b.constData(), p.s.size() * sizeof(float));
     return p;
 }
 
+// Little-endian signed words of `width` bytes, as floats.
+void fromWords(const QByteArray &b, int width, Pcm *out)
+{
+    out->s.resize(size_t(b.size() / width));
+    const uchar *d = reinterpret_cast<const uchar *>(b.constData());
+    for (size_t i = 0; i < out->s.size(); ++i) {
+        qint64 w = 0;
+        for (int k = 0; k < width; ++k)
+            w |= qint64(d[i * size_t(width) + size_t(k)]) << (8 * k);
+        if (w & (qint64(1) << (8 * width - 1)))
+            w -= qint64(1) << (8 * width);
+        out->s[i] = fromWord(w, 8 * width);
+    }
+}
+
 // A WAV file as our renderer writes it: PCM or extensible PCM of 16, 24 or 32 bits.
 Pcm readWav(const QString &path, int *bitsOut = nullptr)
 {
-    QFile f(path);
-    EXPECT_TRUE(f.open(QIODevice::ReadOnly)) << path.toStdString();
-    const QByteArray b = f.readAll();
+    const WaveFile w = WaveFile::read(path);
     Pcm p;
-    if (b.size() < 12 || !b.startsWith("RIFF") || b.mid(8, 4) != "WAVE") {
+    if (!w.isWave) {
         ADD_FAILURE() << path.toStdString() << " is no WAV file";
         return p;
     }
-    const auto u16 = [&](qsizetype at) { return qFromLittleEndian<quint16>(b.constData() + at); };
-    const auto u32 = [&](qsizetype at) { return qFromLittleEndian<quint32>(b.constData() + at); };
-    int bits = 0, channels = 0;
-    for (qsizetype at = 12; at + 8 <= b.size();) {
-        const QByteArray id = b.mid(at, 4);
-        const qsizetype size = u32(at + 4);
-        if (id == "fmt ") {
-            channels = u16(at + 10);
-            p.rate = int(u32(at + 12));
-            bits = u16(at + 22);
-            const quint16 tag = u16(at + 8);
-            EXPECT_TRUE(tag == 1 || (tag == 0xFFFE && u16(at + 32) == 1)) << "not integer PCM: " << tag;
-        } else if (id == "data") {
-            EXPECT_EQ(channels, kChannels);
-            const int width = bits / 8;
-            const qsizetype n = std::min<qsizetype>(size, b.size() - at - 8) / width;
-            p.s.resize(size_t(n));
-            const uchar *d = reinterpret_cast<const uchar *>(b.constData() + at + 8);
-            for (qsizetype i = 0; i < n; ++i) {
-                qint64 w = 0;
-                for (int k = 0; k < width; ++k)
-                    w |= qint64(d[i * width + k]) << (8 * k);
-                if (w & (qint64(1) << (bits - 1)))
-                    w -= qint64(1) << bits;
-                p.s[size_t(i)] = fromWord(w, bits);
-            }
-            break;
-        }
-        at += 8 + size + (size & 1);
-    }
+    EXPECT_EQ(w.tag, 1) << "not integer PCM";
+    EXPECT_EQ(w.channels, kChannels);
+    p.rate = int(w.rate);
+    fromWords(w.data, w.bits / 8, &p);
     if (bitsOut)
-        *bitsOut = bits;
+        *bitsOut = w.bits;
     return p;
 }
 
@@ -416,23 +402,11 @@ public:
         *rate = parts.value(1).toInt();
         *bits = parts.value(3).toInt();
         EXPECT_EQ(parts.value(2).toInt(), kChannels);
-        QFile f(m_dir + u'/' + found.front());
-        EXPECT_TRUE(f.open(QIODevice::ReadOnly));
-        const QByteArray b = f.readAll();
-        f.close();
-        QFile::remove(f.fileName());
-        const int width = *bits == 24 ? 3 : *bits / 8;
+        const QString file = m_dir + u'/' + found.front();
+        const QByteArray b = TestEnvironment::readFile(file);
+        QFile::remove(file);
         out->rate = *rate;
-        out->s.resize(size_t(b.size() / width));
-        const uchar *d = reinterpret_cast<const uchar *>(b.constData());
-        for (size_t i = 0; i < out->s.size(); ++i) {
-            qint64 w = 0;
-            for (int k = 0; k < width; ++k)
-                w |= qint64(d[i * size_t(width) + size_t(k)]) << (8 * k);
-            if (w & (qint64(1) << (8 * width - 1)))
-                w -= qint64(1) << (8 * width);
-            out->s[i] = fromWord(w, 8 * width);
-        }
+        fromWords(b, *bits == 24 ? 3 : *bits / 8, out);
         return true;
     }
 

@@ -248,7 +248,7 @@ protected:
         ASSERT_TRUE(delegate->stream()) << "no audio engine";
 
         delegate->addFilesToLibrary(f.files.mid(0, 3));
-        ASSERT_TRUE(spinUntil([&] { return delegate->library().size() == 3; }, 60000));
+        ASSERT_TRUE(waitUntil([&] { return delegate->library().size() == 3; }, 60000));
         library = delegate->localPlaylists().value(0);
         ASSERT_EQ(library->countOfSongs(), 3);
 
@@ -263,7 +263,7 @@ protected:
             std::make_unique<QDBusConnection>(QDBusConnection::connectToBus(bus.address(), clientConnection));
         ASSERT_TRUE(client->isConnected());
         ASSERT_TRUE(recorder.listen(*client, MprisService::serviceBaseName));
-        spinUntil([] { return false; }, 100); // the first refresh of the service goes out
+        waitUntil([] { return false; }, 100); // the first refresh of the service goes out
         recorder.changes.clear();
         recorder.seeks.clear();
     }
@@ -301,7 +301,7 @@ protected:
         m.setArguments(args);
         // Asynchronous, so this thread goes on serving the call.
         QDBusPendingCall pending = client->asyncCall(m);
-        spinUntil([&] { return pending.isFinished(); });
+        waitUntil([&] { return pending.isFinished(); });
         return pending.reply();
     }
     QVariant property(const QString &interface, const QString &name)
@@ -343,7 +343,7 @@ TEST_F(MprisOnTheBus, StatusAndMetadataFollowTheCurrentSong)
 {
     EXPECT_EQ(ask({u"status"_s}), u"Stopped"_s);
     EXPECT_EQ(call(kPlayer, u"Play"_s).type(), QDBusMessage::ReplyMessage);
-    ASSERT_TRUE(spinUntil([&] { return stream()->isPlaying(); }));
+    ASSERT_TRUE(waitUntil([&] { return stream()->isPlaying(); }));
     const SongPtr first = row(0);
     EXPECT_EQ(stream()->currentSong(), first); // play from stopped starts at the top
     EXPECT_EQ(ask({u"status"_s}), u"Playing"_s);
@@ -363,7 +363,7 @@ TEST_F(MprisOnTheBus, StatusAndMetadataFollowTheCurrentSong)
     EXPECT_EQ(QUrl(metadata.value(u"xesam:url"_s).toString()).toLocalFile(), first->URL());
 
     // Announced without being asked.
-    ASSERT_TRUE(spinUntil([&] { return recorder.latest().value(u"PlaybackStatus"_s) == u"Playing"_s; }));
+    ASSERT_TRUE(waitUntil([&] { return recorder.latest().value(u"PlaybackStatus"_s) == u"Playing"_s; }));
     const QVariantMap announced = qdbus_cast<QVariantMap>(recorder.latest().value(u"Metadata"_s));
     EXPECT_EQ(announced.value(u"xesam:title"_s).toString(), first->name());
     EXPECT_TRUE(recorder.latest().value(u"CanSeek"_s).toBool());
@@ -372,32 +372,32 @@ TEST_F(MprisOnTheBus, StatusAndMetadataFollowTheCurrentSong)
 TEST_F(MprisOnTheBus, PlayPauseNextAndPreviousAreTheMediaKeyActions)
 {
     ASSERT_EQ(playerctl({u"play-pause"_s}).status, 0);
-    ASSERT_TRUE(spinUntil([&] { return stream()->isPlaying(); }));
+    ASSERT_TRUE(waitUntil([&] { return stream()->isPlaying(); }));
     EXPECT_EQ(stream()->currentSong(), row(0));
 
     ASSERT_EQ(playerctl({u"next"_s}).status, 0);
-    ASSERT_TRUE(spinUntil([&] { return stream()->currentSong() == row(1); }));
+    ASSERT_TRUE(waitUntil([&] { return stream()->currentSong() == row(1); }));
     EXPECT_TRUE(stream()->isPlaying());
     EXPECT_EQ(ask({u"metadata"_s, u"xesam:title"_s}), row(1)->name());
 
     // Within three seconds of its start, previous goes to the song before.
     ASSERT_EQ(playerctl({u"previous"_s}).status, 0);
-    ASSERT_TRUE(spinUntil([&] { return stream()->currentSong() == row(0); }));
+    ASSERT_TRUE(waitUntil([&] { return stream()->currentSong() == row(0); }));
 
     ASSERT_EQ(playerctl({u"play-pause"_s}).status, 0);
-    ASSERT_TRUE(spinUntil([&] { return !stream()->isPlaying(); }));
+    ASSERT_TRUE(waitUntil([&] { return !stream()->isPlaying(); }));
     EXPECT_EQ(ask({u"status"_s}), u"Paused"_s);
     EXPECT_EQ(stream()->currentSong(), row(0));
 
     // A rate of 0 pauses, as MPRIS asks.
     ASSERT_EQ(playerctl({u"play"_s}).status, 0);
-    ASSERT_TRUE(spinUntil([&] { return stream()->isPlaying(); }));
+    ASSERT_TRUE(waitUntil([&] { return stream()->isPlaying(); }));
     call(u"org.freedesktop.DBus.Properties"_s, u"Set"_s,
          {kPlayer, u"Rate"_s, QVariant::fromValue(QDBusVariant(0.0))});
     EXPECT_FALSE(stream()->isPlaying());
 
     ASSERT_EQ(playerctl({u"stop"_s}).status, 0);
-    ASSERT_TRUE(spinUntil([&] { return !stream()->currentSong(); }));
+    ASSERT_TRUE(waitUntil([&] { return !stream()->currentSong(); }));
     EXPECT_EQ(ask({u"status"_s}), u"Stopped"_s);
 }
 
@@ -405,22 +405,22 @@ TEST_F(MprisOnTheBus, NextAndLoopFollowTheRepeatModeOfThePlayingList)
 {
     stream()->setPlaylist(library);
     stream()->setCurrentSong(row(1));
-    ASSERT_TRUE(spinUntil([&] { return recorder.latest().value(u"CanGoNext"_s).toBool(); }));
+    ASSERT_TRUE(waitUntil([&] { return recorder.latest().value(u"CanGoNext"_s).toBool(); }));
     stream()->setCurrentSong(row(2)); // last song, repeat off
-    ASSERT_TRUE(spinUntil([&] { return !recorder.latest().value(u"CanGoNext"_s).toBool(); }));
+    ASSERT_TRUE(waitUntil([&] { return !recorder.latest().value(u"CanGoNext"_s).toBool(); }));
     EXPECT_FALSE(property(kPlayer, u"CanGoNext"_s).toBool());
     EXPECT_EQ(ask({u"loop"_s}), u"None"_s);
 
     call(kPlayer, u"Next"_s); // can't: nothing happens
-    spinUntil([] { return false; }, 200);
+    waitUntil([] { return false; }, 200);
     EXPECT_EQ(stream()->currentSong(), row(2));
 
     ASSERT_EQ(playerctl({u"loop"_s, u"Playlist"_s}).status, 0);
     EXPECT_EQ(library->repeatMode(), 1u);
-    ASSERT_TRUE(spinUntil([&] { return recorder.latest().value(u"CanGoNext"_s).toBool(); }));
+    ASSERT_TRUE(waitUntil([&] { return recorder.latest().value(u"CanGoNext"_s).toBool(); }));
     EXPECT_EQ(recorder.latest().value(u"LoopStatus"_s).toString(), u"Playlist"_s);
     ASSERT_EQ(playerctl({u"next"_s}).status, 0);
-    ASSERT_TRUE(spinUntil([&] { return stream()->currentSong() == row(0); })); // around to the top
+    ASSERT_TRUE(waitUntil([&] { return stream()->currentSong() == row(0); })); // around to the top
 
     ASSERT_EQ(playerctl({u"loop"_s, u"Track"_s}).status, 0);
     EXPECT_EQ(library->repeatMode(), 2u);
@@ -432,11 +432,11 @@ TEST_F(MprisOnTheBus, NextAndLoopFollowTheRepeatModeOfThePlayingList)
 TEST_F(MprisOnTheBus, PositionSeeksTheStreamAndSeeksAreSignalled)
 {
     call(kPlayer, u"Play"_s);
-    ASSERT_TRUE(spinUntil([&] { return stream()->isPlaying(); }));
+    ASSERT_TRUE(waitUntil([&] { return stream()->isPlaying(); }));
     const SongPtr first = stream()->currentSong();
 
     ASSERT_EQ(playerctl({u"position"_s, u"10"_s}).status, 0);
-    ASSERT_TRUE(spinUntil([&] { return !recorder.seeks.isEmpty(); }));
+    ASSERT_TRUE(waitUntil([&] { return !recorder.seeks.isEmpty(); }));
     EXPECT_NEAR(double(recorder.seeks.last()), 10e6, 1e3);
     EXPECT_NEAR(stream()->location(), 10.0, 0.5);
     EXPECT_NEAR(ask({u"position"_s}).toDouble(), 10.0, 0.5);
@@ -453,12 +453,12 @@ TEST_F(MprisOnTheBus, PositionSeeksTheStreamAndSeeksAreSignalled)
     EXPECT_LT(stream()->location(), 2.0);
 
     // Past the end acts as next; the new song's start is not announced as a seek.
-    spinUntil([] { return false; }, 100);
+    waitUntil([] { return false; }, 100);
     const qsizetype seeks = recorder.seeks.size();
     call(kPlayer, u"Seek"_s, {qlonglong(60000000)});
-    ASSERT_TRUE(spinUntil([&] { return stream()->currentSong() == row(1); }));
+    ASSERT_TRUE(waitUntil([&] { return stream()->currentSong() == row(1); }));
     EXPECT_NE(stream()->currentSong(), first);
-    spinUntil([] { return false; }, 200);
+    waitUntil([] { return false; }, 200);
     EXPECT_EQ(recorder.seeks.size(), seeks);
 }
 
@@ -467,11 +467,11 @@ TEST_F(MprisOnTheBus, VolumeIsTheVolumeSetting)
     EXPECT_DOUBLE_EQ(property(kPlayer, u"Volume"_s).toDouble(), 1.0);
     ASSERT_EQ(playerctl({u"volume"_s, u"0.5"_s}).status, 0);
     EXPECT_DOUBLE_EQ(UserDefaults::standard().doubleForKey(u"volume"_s), 0.5);
-    ASSERT_TRUE(spinUntil([&] { return recorder.latest().value(u"Volume"_s).toDouble() == 0.5; }));
+    ASSERT_TRUE(waitUntil([&] { return recorder.latest().value(u"Volume"_s).toDouble() == 0.5; }));
 
     // A change made elsewhere (the knob) is announced too.
     UserDefaults::standard().setValue(u"volume"_s, 0.25);
-    ASSERT_TRUE(spinUntil([&] { return recorder.latest().value(u"Volume"_s).toDouble() == 0.25; }));
+    ASSERT_TRUE(waitUntil([&] { return recorder.latest().value(u"Volume"_s).toDouble() == 0.25; }));
     EXPECT_NEAR(ask({u"volume"_s}).toDouble(), 0.25, 1e-6);
 
     ASSERT_EQ(playerctl({u"volume"_s, u"3"_s}).status, 0);
@@ -485,12 +485,12 @@ TEST_F(MprisOnTheBus, OpenUriImportsAFileAndPlaysIt)
     const auto playingExtra = [&] {
         return stream()->currentSong() && stream()->currentSong()->URL() == extra && stream()->isPlaying();
     };
-    ASSERT_TRUE(spinUntil(playingExtra, 60000));
+    ASSERT_TRUE(waitUntil(playingExtra, 60000));
     EXPECT_EQ(delegate->library().size(), 4);
 
     // A song of the library plays without a second import.
     ASSERT_EQ(playerctl({u"open"_s, QUrl::fromLocalFile(row(0)->URL()).toString()}).status, 0);
-    ASSERT_TRUE(spinUntil([&] { return stream()->currentSong() == row(0); }));
+    ASSERT_TRUE(waitUntil([&] { return stream()->currentSong() == row(0); }));
     EXPECT_EQ(delegate->library().size(), 4);
 
     const QDBusMessage web = call(kPlayer, u"OpenUri"_s, {u"http://example.org/a.flac"_s});
@@ -550,17 +550,17 @@ TEST(MprisServe, PlayerctlDrivesQuiveraCliServeUntilQuit)
     const auto answer = [&](const QStringList &args) {
         return QString::fromUtf8(playerctl(args).out).trimmed();
     };
-    ASSERT_TRUE(spinUntil([&] { return answer({u"status"_s}) == u"Stopped"_s; }, 30000))
+    ASSERT_TRUE(waitUntil([&] { return answer({u"status"_s}) == u"Stopped"_s; }, 30000))
         << serve.readAllStandardError().constData();
 
     const QStringList titles{u"One"_s, u"Two"_s, u"Three"_s};
     ASSERT_EQ(playerctl({u"play"_s}).status, 0);
-    ASSERT_TRUE(spinUntil([&] { return answer({u"status"_s}) == u"Playing"_s; }));
+    ASSERT_TRUE(waitUntil([&] { return answer({u"status"_s}) == u"Playing"_s; }));
     const QString first = answer({u"metadata"_s, u"xesam:title"_s});
     EXPECT_TRUE(titles.contains(first)) << first.toStdString();
 
     ASSERT_EQ(playerctl({u"next"_s}).status, 0);
-    ASSERT_TRUE(spinUntil([&] {
+    ASSERT_TRUE(waitUntil([&] {
         const QString now = answer({u"metadata"_s, u"xesam:title"_s});
         return now != first && titles.contains(now);
     }));
@@ -569,7 +569,7 @@ TEST(MprisServe, PlayerctlDrivesQuiveraCliServeUntilQuit)
     EXPECT_NEAR(answer({u"position"_s}).toDouble(), 10.0, 1.0);
     ASSERT_EQ(playerctl({u"volume"_s, u"0.5"_s}).status, 0);
     ASSERT_EQ(playerctl({u"play-pause"_s}).status, 0);
-    ASSERT_TRUE(spinUntil([&] { return answer({u"status"_s}) == u"Paused"_s; }));
+    ASSERT_TRUE(waitUntil([&] { return answer({u"status"_s}) == u"Paused"_s; }));
 
     // Quit over the root interface ends the program the orderly way, and the name goes.
     {

@@ -1,7 +1,5 @@
 #include "MprisTestSupport.h"
 
-#include <QCoreApplication>
-#include <QElapsedTimer>
 
 PrivateSessionBus::PrivateSessionBus()
 {
@@ -24,15 +22,6 @@ QProcessEnvironment PrivateSessionBus::environment() const
     return env;
 }
 
-bool spinUntil(const std::function<bool()> &done, int ms)
-{
-    QElapsedTimer t;
-    t.start();
-    while (!done() && t.elapsed() < ms)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    return done();
-}
-
 SpinningRun runSpinning(const QString &program, const QStringList &args,
                         const QProcessEnvironment &environment, int timeoutMs)
 {
@@ -42,7 +31,7 @@ SpinningRun runSpinning(const QString &program, const QStringList &args,
     SpinningRun r;
     if (!p.waitForStarted())
         return r;
-    if (!spinUntil([&] { return p.state() == QProcess::NotRunning; }, timeoutMs)) {
+    if (!waitUntil([&] { return p.state() == QProcess::NotRunning; }, timeoutMs)) {
         p.kill();
         p.waitForFinished();
         return r;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/Processes.h"
+
 #include <QByteArray>
 #include <QDBusConnection>
 #include <QObject>
@@ -23,8 +25,7 @@ private:
     QString m_address;
 };
 
-// Spins the event loop until `done` or `ms` milliseconds have passed; returns done().
-bool spinUntil(const std::function<bool()> &done, int ms = 10000);
+using TestEnvironment::waitUntil;
 
 struct SpinningRun {
     int status = -1;

@@ -1,14 +1,14 @@
 // The "now playing" notice, received by a notification service of our own on a private
 // session bus.
 
+#include "MprisTestSupport.h"
 #include "app/NowPlayingNotifier.h"
+#include "support/Processes.h"
 
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
-#include <QElapsedTimer>
-#include <QProcess>
 #include <gtest/gtest.h>
 
 namespace {
@@ -43,15 +43,6 @@ public:
     }
 };
 
-bool spinUntil(const std::function<bool()> &done, int ms = 5000)
-{
-    QElapsedTimer t;
-    t.start();
-    while (!done() && t.elapsed() < ms)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    return done();
-}
-
 SongPtr song(const char *name, const char *artist, const char *album)
 {
     auto s = std::make_shared<Song>();
@@ -77,12 +68,9 @@ TEST(NowPlayingNotifier, TheTextJoinsArtistAndAlbumWithAnEmDash)
 
 TEST(NowPlayingNotifier, EachSongChangeReachesTheNotificationService)
 {
-    QProcess daemon;
-    daemon.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--session"), QStringLiteral("--nofork"),
-                                                 QStringLiteral("--print-address")});
-    ASSERT_TRUE(daemon.waitForStarted());
-    ASSERT_TRUE(daemon.waitForReadyRead(10000));
-    const QString address = QString::fromUtf8(daemon.readLine()).trimmed();
+    PrivateSessionBus bus;
+    const QString address = bus.address();
+    ASSERT_FALSE(address.isEmpty()) << "dbus-daemon did not start";
     {
         QDBusConnection service = QDBusConnection::connectToBus(address, QStringLiteral("fake-notifications"));
         ASSERT_TRUE(service.isConnected());
@@ -95,9 +83,9 @@ TEST(NowPlayingNotifier, EachSongChangeReachesTheNotificationService)
         QObject::connect(&notifier, &NowPlayingNotifier::delivered, [&](quint32 id) { delivered.append(id); });
 
         notifier.currentSongChanged(song("Tune & <Co>", "Artist", "Album"));
-        ASSERT_TRUE(spinUntil([&] { return delivered.size() == 1; }));
+        ASSERT_TRUE(TestEnvironment::waitUntil([&] { return delivered.size() == 1; }));
         notifier.currentSongChanged(nullptr); // playback ended: a notice without texts
-        ASSERT_TRUE(spinUntil([&] { return delivered.size() == 2; }));
+        ASSERT_TRUE(TestEnvironment::waitUntil([&] { return delivered.size() == 2; }));
 
         ASSERT_EQ(fake.calls.size(), 2);
         EXPECT_EQ(fake.calls.at(0).app, QStringLiteral("Quivera"));
@@ -110,8 +98,6 @@ TEST(NowPlayingNotifier, EachSongChangeReachesTheNotificationService)
     }
     QDBusConnection::disconnectFromBus(QStringLiteral("fake-notifications"));
     QDBusConnection::disconnectFromBus(QStringLiteral("notifier"));
-    daemon.kill();
-    daemon.waitForFinished();
 }
 
 TEST(NowPlayingNotifier, WithoutABusNothingHappens)
@@ -121,7 +107,7 @@ TEST(NowPlayingNotifier, WithoutABusNothingHappens)
     bool delivered = false;
     QObject::connect(&notifier, &NowPlayingNotifier::delivered, [&](quint32) { delivered = true; });
     notifier.currentSongChanged(song("a", "b", "c"));
-    spinUntil([] { return false; }, 200);
+    TestEnvironment::waitUntil([] { return false; }, 200);
     EXPECT_FALSE(delivered);
     QDBusConnection::disconnectFromBus(QStringLiteral("no-bus"));
 }

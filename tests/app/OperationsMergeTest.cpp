@@ -1,8 +1,9 @@
 // Where the results of background operations go: the merge on the main thread into the library
-// and its playlists, the iTunes read-in at launch, and files handed to the player.
+// and its playlists, conversions, the iTunes read-in at launch, and files handed to the player.
 
 #include "app/ApplicationDelegate.h"
 #include "db/VEKDatabaseQuery.h"
+#include "library/ConvertOperation.h"
 #include "library/ImportOperation.h"
 #include "library/LoadiTunesOperation.h"
 #include "library/iTunesFixture.h"
@@ -25,6 +26,7 @@ protected:
         UserDefaults::standard().removeValue(QStringLiteral("selectedPlaylistID"));
         UserDefaults::standard().removeValue(QStringLiteral("accessiTunesLibrary"));
         ApplicationDelegate::registerDefaults(UserDefaults::standard());
+        beforeLaunch();
         launch();
         song = TestEnvironment::makeSine(TestEnvironment::makeTempDir() + QStringLiteral("/s.flac"), 0.1);
     }
@@ -42,10 +44,35 @@ protected:
         delegate->applicationWillFinishLaunching();
         delegate->queue()->waitUntilAllOperationsAreFinished();
     }
+    virtual void beforeLaunch() {}
     const PlaylistPtr &library() const { return delegate->localPlaylists().first(); }
 
     std::unique_ptr<ApplicationDelegate> delegate;
     QString song;
+};
+
+// Conversions: which songs the delegate queues, and where a result goes on the main thread.
+class ConversionMergeTest : public MergeTest {
+protected:
+    void beforeLaunch() override
+    {
+        UserDefaults::standard().setValue(QStringLiteral("preferredFormat"),
+                                          QVariantMap{{QStringLiteral("format"), 1}, {QStringLiteral("sampleRate"), 44100}});
+    }
+    void TearDown() override
+    {
+        MergeTest::TearDown();
+        UserDefaults::standard().removeValue(QStringLiteral("preferredFormat"));
+    }
+    SongPtr imported(const QString &name)
+    {
+        const QString path = TestEnvironment::makeSine(dir + QLatin1Char('/') + name, 0.2);
+        const auto op = delegate->addFilesToLibrary({path});
+        delegate->queue()->waitUntilAllOperationsAreFinished();
+        return op->songsInImportOrder().value(0);
+    }
+
+    QString dir = TestEnvironment::makeTempDir();
 };
 
 } // namespace
@@ -151,4 +178,46 @@ TEST_F(MergeTest, ThePlayerImportsTheFilesItIsGiven)
     EXPECT_EQ(rows, 1);
     EXPECT_EQ(player.exitStatus(), QProcess::NormalExit);
     EXPECT_EQ(player.exitCode(), 0);
+}
+
+TEST_F(ConversionMergeTest, QueuesOnlySongsThatArePresentAndInAnotherFormat)
+{
+    const SongPtr flac = imported(QStringLiteral("a.flac"));
+    const SongPtr wav = imported(QStringLiteral("b.wav")); // WAVE at 44100: preferred already
+    const SongPtr gone = imported(QStringLiteral("c.flac"));
+    ASSERT_TRUE(flac && wav && gone);
+    gone->setIsMissing(true);
+    const auto queued = delegate->createPreferredVersionOfSongs({flac, wav, gone}, nullptr);
+    ASSERT_EQ(queued.size(), 1);
+    EXPECT_EQ(queued.first()->song(), flac);
+    delegate->queue()->waitUntilAllOperationsAreFinished();
+}
+
+TEST_F(ConversionMergeTest, TheResultJoinsTheLibraryAndAnUnlockedDestinationOnly)
+{
+    const SongPtr flac = imported(QStringLiteral("a.flac"));
+    ASSERT_TRUE(flac);
+    delegate->newPlaylistWithSongs({});
+    const PlaylistPtr open = delegate->selectedPlaylist();
+    delegate->newPlaylistWithSongs({});
+    const PlaylistPtr locked = delegate->selectedPlaylist();
+    locked->setLocked(true);
+    const double before = delegate->lastLibraryModification();
+
+    const auto toOpen = delegate->createPreferredVersionOfSongs({flac}, open);
+    const auto toLocked = delegate->createPreferredVersionOfSongs({flac}, locked);
+    delegate->queue()->waitUntilAllOperationsAreFinished();
+    ASSERT_EQ(toOpen.size(), 1);
+    ASSERT_TRUE(toOpen.first()->success()) << toOpen.first()->error().text().toStdString();
+    ASSERT_TRUE(toLocked.first()->success());
+    const SongPtr first = toOpen.first()->resultSong();
+    const SongPtr second = toLocked.first()->resultSong();
+    EXPECT_NE(first->songID(), second->songID());
+    EXPECT_EQ(delegate->library().value(first->songID()), first);
+    EXPECT_EQ(delegate->library().value(second->songID()), second);
+    EXPECT_EQ(library()->songsInManualOrder(), (QList<SongPtr>{flac, first, second}));
+    EXPECT_EQ(open->songsInManualOrder(), QList<SongPtr>{first});
+    EXPECT_TRUE(locked->songsInManualOrder().isEmpty());
+    EXPECT_GT(delegate->lastLibraryModification(), before);
+    EXPECT_TRUE(first->dateAdded().isValid());
 }

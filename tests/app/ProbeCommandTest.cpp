@@ -2,6 +2,7 @@
 // library alone.
 
 #include "CliHarness.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QFile>
@@ -95,10 +96,7 @@ TEST_F(ProbeCommandTest, UnreadableFileIsReportedAndTheOthersStillPrint)
 {
     const QString wave = source();
     const QString notes = dir + "/notes.mp3";
-    QFile f(notes);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write(QByteArray("not audio at all\n").repeated(100));
-    f.close();
+    ASSERT_TRUE(TestEnvironment::writeFile(notes, QByteArray("not audio at all\n").repeated(100)));
     const QString missing = dir + "/missing.flac";
 
     const CliHarness::Result r = cli.run({"probe", missing, wave, notes, "--json"});

@@ -7,6 +7,7 @@
 #include "db/VEKDatabaseQuery.h"
 #include "io/VEKAudioFileReader.h"
 #include "settings/UserDefaults.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QCryptographicHash>
@@ -16,14 +17,6 @@
 #include <thread>
 
 namespace {
-
-QByteArray hashOf(const QString &path)
-{
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    return QCryptographicHash::hash(f.readAll(), QCryptographicHash::Sha256);
-}
 
 class ConvertOperationTest : public ::testing::Test {
 protected:
@@ -105,13 +98,13 @@ TEST_F(ConvertOperationTest, WritesANewFileBesideTheSourceAndItsRow)
     prefer({{QStringLiteral("format"), 1}, {QStringLiteral("sampleRate"), 48000},
             {QStringLiteral("bitRange"), 24}});
     const QString source = TestEnvironment::makeSine(dir + QStringLiteral("/song.wav"), 0.5);
-    const QByteArray before = hashOf(source);
+    const QByteArray before = TestEnvironment::fileDigest(source);
     const auto op = make(source);
     op->start();
     ASSERT_TRUE(op->success()) << op->error().text().toStdString();
     // The same format and name: "rename" keeps the source.
     EXPECT_EQ(op->resultURL(), dir + QStringLiteral("/song 1.wav"));
-    EXPECT_EQ(hashOf(source), before);
+    EXPECT_EQ(TestEnvironment::fileDigest(source), before);
     EXPECT_FLOAT_EQ(op->progress(), 1.0f);
 
     auto result = VEKAudioFileReader::open(op->resultURL());
@@ -185,7 +178,7 @@ TEST_F(ConvertOperationTest, ProgressMovesAndACancelMidwayLeavesNothing)
 {
     prefer({{QStringLiteral("format"), 6}, {QStringLiteral("sampleRate"), 96000}});
     const QString source = TestEnvironment::makeSine(dir + QStringLiteral("/long.wav"), 20.0);
-    const QByteArray before = hashOf(source);
+    const QByteArray before = TestEnvironment::fileDigest(source);
     const auto op = make(source);
     std::thread worker([&] { op->start(); });
     // The writer's progress shows through while the file is written.
@@ -201,5 +194,5 @@ TEST_F(ConvertOperationTest, ProgressMovesAndACancelMidwayLeavesNothing)
     EXPECT_FALSE(op->resultSong());
     EXPECT_EQ(rows(), 0);
     EXPECT_EQ(QDir(dir).entryList(QDir::Files), (QStringList{QStringLiteral("library"), QStringLiteral("long.wav")}));
-    EXPECT_EQ(hashOf(source), before);
+    EXPECT_EQ(TestEnvironment::fileDigest(source), before);
 }

@@ -2,6 +2,7 @@
 // running on a paced test sound card, and the independent Python client driving every command.
 
 #include "RemoteTestSupport.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QDir>
@@ -180,10 +181,7 @@ TEST(RemoteEndToEnd, ThePythonClientDrivesEveryCommandOfTheRunningPlayer)
                                                       {"songs", QJsonArray{"Ode to bjork"}}}}}},
     };
     const QString libraryFile = music + "/expect.json";
-    QFile lf(libraryFile);
-    ASSERT_TRUE(lf.open(QIODevice::WriteOnly));
-    lf.write(QJsonDocument(library).toJson());
-    lf.close();
+    ASSERT_TRUE(TestEnvironment::writeFile(libraryFile, QJsonDocument(library).toJson()));
 
     // A private Avahi daemon on loopback, when this machine can run one: the service must
     // vanish from browsing while a client is connected. The rest runs without it.

@@ -3,6 +3,7 @@
 #include "net/VEKNetworkPipe.h"
 #include "remote/Remote.h"
 #include "settings/UserDefaults.h"
+#include "support/Loopback.h"
 #include "support/TestEnvironment.h"
 
 #include <QCoreApplication>
@@ -12,6 +13,7 @@
 #include <memory>
 
 using RemoteTestSupport::waitUntil;
+using TestEnvironment::connects;
 
 namespace {
 
@@ -40,16 +42,6 @@ public:
     QList<QVariantMap> messages;
     bool closed = false;
 };
-
-bool connects(quint16 port)
-{
-    QTcpSocket s;
-    bool connected = false;
-    QObject::connect(&s, &QTcpSocket::connected, [&] { connected = true; });
-    s.connectToHost(QHostAddress::LocalHost, port);
-    waitUntil([&] { return connected || s.state() == QAbstractSocket::UnconnectedState; }, 5000);
-    return connected;
-}
 
 class RemoteService : public ::testing::Test {
 protected:

@@ -96,4 +96,26 @@ QString ffmpeg(const QString &input, const QString &output, const QStringList &a
     return output;
 }
 
+void expectSame(const QVariant &expected, const QVariant &actual, const QString &at)
+{
+    ASSERT_EQ(expected.metaType(), actual.metaType())
+        << at.toStdString() << ": " << expected.metaType().name() << " vs "
+        << actual.metaType().name();
+    if (expected.typeId() == QMetaType::QVariantMap) {
+        const QVariantMap e = expected.toMap(), a = actual.toMap();
+        ASSERT_EQ(e.keys(), a.keys()) << at.toStdString();
+        for (auto it = e.cbegin(); it != e.cend(); ++it)
+            expectSame(it.value(), a.value(it.key()), at + "/" + it.key());
+    } else if (expected.typeId() == QMetaType::QVariantList) {
+        const QVariantList e = expected.toList(), a = actual.toList();
+        ASSERT_EQ(e.size(), a.size()) << at.toStdString();
+        for (qsizetype i = 0; i < e.size(); ++i)
+            expectSame(e.at(i), a.at(i), at + "/" + QString::number(i));
+    } else {
+        EXPECT_TRUE(expected == actual) << at.toStdString() << ": "
+                                        << expected.toString().toStdString() << " vs "
+                                        << actual.toString().toStdString();
+    }
+}
+
 } // namespace TestEnvironment

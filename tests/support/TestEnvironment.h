@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <QVariant>
 
 // Helpers shared by every test binary. The test main (TestMain.cpp) points XDG_CONFIG_HOME,
 // XDG_DATA_HOME and XDG_RUNTIME_DIR at a fresh temporary folder before any test runs, and
@@ -29,6 +30,9 @@ QString makeSine(const QString &path, double seconds = 1.0, int rate = 44100, in
 
 // Converts with ffmpeg: ffmpeg -y -i input <args> output. Fails the current test on error.
 QString ffmpeg(const QString &input, const QString &output, const QStringList &args = {});
+
+// Same values of the same types all the way down: an integer must not come back as a real.
+void expectSame(const QVariant &expected, const QVariant &actual, const QString &at = QStringLiteral("root"));
 
 } // namespace TestEnvironment
 

@@ -1,5 +1,6 @@
 #include "db/VEKDatabase.h"
 #include "db/VEKDatabaseQuery.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QFile>
@@ -61,10 +62,7 @@ TEST(VEKDatabase, ReportsBadStatementsAndForeignFiles)
     EXPECT_FALSE(error.isNull());
 
     const QString garbage = freshFile();
-    QFile f(garbage);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write(QByteArray(4096, 'x'));
-    f.close();
+    ASSERT_TRUE(TestEnvironment::writeFile(garbage, QByteArray(4096, 'x')));
     VEKDatabase corrupt;
     error = {};
     EXPECT_FALSE(corrupt.initWithURL(garbage, &error));

@@ -2,6 +2,7 @@
 // on the exact frame, and location changes take effect at the next buffer.
 
 #include "GraphTestSupport.h"
+#include "support/Processes.h"
 
 #include <QCoreApplication>
 #include <QSignalSpy>
@@ -63,9 +64,7 @@ int passesOf(quint64 frames, qint64 landmark, qint64 jump)
 // Processes events until `spy` holds `count` signals (or two seconds pass).
 void waitForSignals(QSignalSpy &spy, int count)
 {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-    while (spy.count() < count && std::chrono::steady_clock::now() < deadline)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    TestEnvironment::waitUntil([&] { return spy.count() >= count; }, 2000);
 }
 
 struct RampRun {
@@ -205,14 +204,9 @@ TEST(Conductor, ALandmarkThatJumpsOntoItselfFiresOnceAndPlaysOn)
 
 TEST(Conductor, ALocationSetIsReportedAtOnceAndRenderedFromTheNextBuffer)
 {
-    auto stream = build(R"({
-      "processors": [
-        {"identifier": "source", "class": "TestRampSource"},
-        {"identifier": "conductor", "class": "VEKConductorAudioProcessor"},
-        {"identifier": "sink", "class": "TestManualSink"}
-      ],
-      "chains": [["source", "conductor", "sink"]]
-    })");
+    auto stream = buildChain({R"({"identifier": "source", "class": "TestRampSource"})",
+                              R"({"identifier": "conductor", "class": "VEKConductorAudioProcessor"})",
+                              R"({"identifier": "sink", "class": "TestManualSink"})"});
     auto *conductor = stream->processorWithIdentifier<VEKConductorAudioProcessor>(QStringLiteral("conductor"));
     ASSERT_TRUE(stream->initialize());
     conductor->start();
@@ -230,14 +224,9 @@ TEST(Conductor, ALocationSetIsReportedAtOnceAndRenderedFromTheNextBuffer)
 
 TEST(Conductor, AStoppedTransportHoldsItsLocationAndResumesThere)
 {
-    auto stream = build(R"({
-      "processors": [
-        {"identifier": "source", "class": "TestRampSource"},
-        {"identifier": "conductor", "class": "VEKConductorAudioProcessor"},
-        {"identifier": "sink", "class": "TestManualSink"}
-      ],
-      "chains": [["source", "conductor", "sink"]]
-    })");
+    auto stream = buildChain({R"({"identifier": "source", "class": "TestRampSource"})",
+                              R"({"identifier": "conductor", "class": "VEKConductorAudioProcessor"})",
+                              R"({"identifier": "sink", "class": "TestManualSink"})"});
     auto *conductor = stream->processorWithIdentifier<VEKConductorAudioProcessor>(QStringLiteral("conductor"));
     ASSERT_TRUE(stream->initialize());
     EXPECT_EQ(renderManually(*stream, 64, 64, false), std::vector<float>(64, 0.0f)) << "not started yet";

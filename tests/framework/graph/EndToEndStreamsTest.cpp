@@ -13,6 +13,7 @@
 #include "graph/VEKHardwareAudioProcessor.h"
 #include "ops/Operation.h"
 #include "outputs/alsa/VEKALSADevice.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QDir>
@@ -28,12 +29,6 @@
 using namespace GraphTest;
 
 namespace {
-
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
 
 // A self-contained ALSA configuration: "testfile" writes what it gets, raw, into a file named
 // after the rate, channels and bits it was opened with. Nothing of the system's leaks in.
@@ -64,7 +59,7 @@ std::vector<qint32> sourceWords(const QString &wav)
                                                            QStringLiteral("-e"), QStringLiteral("signed-integer"),
                                                            QStringLiteral("-b"), QStringLiteral("32"), QStringLiteral("-L"), raw}),
               0);
-    const QByteArray bytes = readAll(raw);
+    const QByteArray bytes = TestEnvironment::readFile(raw);
     std::vector<qint32> words(size_t(bytes.size()) / 4);
     std::memcpy(words.data(), bytes.constData(), words.size() * 4);
     return words;
@@ -131,7 +126,7 @@ void playThroughALSA(int bits)
     // The output opened as 32-bit integers at the file's rate; that is what the words below assume.
     ASSERT_TRUE(rawPath.endsWith(QStringLiteral("out-44100-2-32.raw"))) << rawPath.toStdString();
 
-    const QByteArray bytes = readAll(rawPath);
+    const QByteArray bytes = TestEnvironment::readFile(rawPath);
     std::vector<qint32> got(size_t(bytes.size()) / 4);
     std::memcpy(got.data(), bytes.constData(), got.size() * 4);
     size_t first = 0;
@@ -329,15 +324,13 @@ TEST(ConversionStream, RenameKeepsTheExistingFile)
     const QString source = makeSource(dir);
     const QString existing = dir + QStringLiteral("/song.flac");
     {
-        QFile f(existing);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write("not to be touched");
+        ASSERT_TRUE(TestEnvironment::writeFile(existing, "not to be touched"));
     }
     const Conversion c = convert(source, QStringLiteral("APLConverterAudioProcessor"), dir, QStringLiteral("song"));
     ASSERT_TRUE(c.ok) << c.error.text().toStdString();
     ASSERT_EQ(c.results.size(), 1);
     EXPECT_EQ(c.results.first(), dir + QStringLiteral("/song 1.flac"));
-    EXPECT_EQ(readAll(existing), QByteArray("not to be touched"));
+    EXPECT_EQ(TestEnvironment::readFile(existing), QByteArray("not to be touched"));
     EXPECT_TRUE(VEKAudioFileReader::open(c.results.first()));
 }
 

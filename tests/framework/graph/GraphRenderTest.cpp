@@ -125,14 +125,9 @@ TEST(Router, AMonoInputTiedToBothOutputsIsHeardOnBothSides)
 
 TEST(Processors, ADisabledProcessorPassesItsInputUnchanged)
 {
-    auto stream = build(R"({
-      "processors": [
-        {"identifier": "source", "class": "TestCountingSource", "settings": {"value": 0.3}},
-        {"identifier": "volume", "class": "VEKVolumeAudioProcessor", "settings": {"scalar": 0.5}},
-        {"identifier": "sink", "class": "TestManualSink"}
-      ],
-      "chains": [["source", "volume", "sink"]]
-    })");
+    auto stream = buildChain({R"({"identifier": "source", "class": "TestCountingSource", "settings": {"value": 0.3}})",
+                              R"({"identifier": "volume", "class": "VEKVolumeAudioProcessor", "settings": {"scalar": 0.5}})",
+                              R"({"identifier": "sink", "class": "TestManualSink"})"});
     auto *volume = stream->processorWithIdentifier(QStringLiteral("volume"));
     ASSERT_TRUE(stream->initialize());
     EXPECT_EQ(renderManually(*stream, 64, 64, false), std::vector<float>(64, 0.15f));
@@ -144,14 +139,9 @@ TEST(Processors, ADisabledProcessorPassesItsInputUnchanged)
 
 TEST(Docks, AnEmptyDockPassesAudioAndAFilledOneRendersItsProcessor)
 {
-    auto stream = build(R"({
-      "processors": [
-        {"identifier": "source", "class": "TestCountingSource", "settings": {"value": 0.8}},
-        {"identifier": "effectDock", "class": "VEKAudioDock"},
-        {"identifier": "sink", "class": "TestManualSink"}
-      ],
-      "chains": [["source", "effectDock", "sink"]]
-    })");
+    auto stream = buildChain({R"({"identifier": "source", "class": "TestCountingSource", "settings": {"value": 0.8}})",
+                              R"({"identifier": "effectDock", "class": "VEKAudioDock"})",
+                              R"({"identifier": "sink", "class": "TestManualSink"})"});
     auto *dock = stream->processorWithIdentifier<VEKAudioDock>(QStringLiteral("effectDock"));
     ASSERT_TRUE(stream->initialize());
     EXPECT_EQ(renderManually(*stream, 32, 32, false), std::vector<float>(32, 0.8f));
@@ -171,14 +161,9 @@ TEST(Docks, AnEmptyDockPassesAudioAndAFilledOneRendersItsProcessor)
 
 TEST(Docks, SwappingTheProcessorWhileTheOutputRendersTakesEffectAndNeverBreaks)
 {
-    auto stream = build(R"({
-      "processors": [
-        {"identifier": "source", "class": "TestCountingSource", "settings": {"value": 1.0}},
-        {"identifier": "effectDock", "class": "VEKAudioDock"},
-        {"identifier": "hardware", "class": "VEKHardwareAudioProcessor", "settings": {"framesPerBuffer": 64}}
-      ],
-      "chains": [["source", "effectDock", "hardware"]]
-    })");
+    auto stream = buildChain({R"({"identifier": "source", "class": "TestCountingSource", "settings": {"value": 1.0}})",
+                              R"({"identifier": "effectDock", "class": "VEKAudioDock"})",
+                              R"({"identifier": "hardware", "class": "VEKHardwareAudioProcessor", "settings": {"framesPerBuffer": 64}})"});
     auto device = std::make_shared<FakeDevice>(44100.0, 0.0, 0);
     auto *hardware = stream->processorWithIdentifier<VEKHardwareAudioProcessor>(QStringLiteral("hardware"));
     ASSERT_TRUE(hardware->setDevice(device));
@@ -212,14 +197,9 @@ TEST(Docks, SwappingTheProcessorWhileTheOutputRendersTakesEffectAndNeverBreaks)
 
 TEST(Docks, TheLastProcessorSwappedInIsWhatTheOutputPlays)
 {
-    auto stream = build(R"({
-      "processors": [
-        {"identifier": "source", "class": "TestCountingSource", "settings": {"value": 1.0}},
-        {"identifier": "effectDock", "class": "VEKAudioDock"},
-        {"identifier": "hardware", "class": "VEKHardwareAudioProcessor", "settings": {"framesPerBuffer": 128}}
-      ],
-      "chains": [["source", "effectDock", "hardware"]]
-    })");
+    auto stream = buildChain({R"({"identifier": "source", "class": "TestCountingSource", "settings": {"value": 1.0}})",
+                              R"({"identifier": "effectDock", "class": "VEKAudioDock"})",
+                              R"({"identifier": "hardware", "class": "VEKHardwareAudioProcessor", "settings": {"framesPerBuffer": 128}})"});
     auto device = std::make_shared<FakeDevice>(44100.0, 1.0, 1 << 20);
     stream->processorWithIdentifier<VEKHardwareAudioProcessor>(QStringLiteral("hardware"))->setDevice(device);
     auto *dock = stream->processorWithIdentifier<VEKAudioDock>(QStringLiteral("effectDock"));

@@ -45,6 +45,18 @@ std::unique_ptr<VEKAudioStream> build(const char *json)
     return stream;
 }
 
+std::unique_ptr<VEKAudioStream> buildChain(std::initializer_list<const char *> processors)
+{
+    QByteArray json = "{\"processors\": [", chain;
+    for (const char *p : processors) {
+        json += p + QByteArray(",");
+        chain += '"' + description(p).value(QStringLiteral("identifier")).toString().toUtf8() + "\",";
+    }
+    json.chop(1);
+    chain.chop(1);
+    return build((json + "], \"chains\": [[" + chain + "]]}").constData());
+}
+
 bool FakeOutput::open(const VEKAudioFormat &requested, quint32 framesPerBuffer, VEKError *)
 {
     m_format = requested;

@@ -26,6 +26,9 @@ QVariantMap description(const char *json);
 
 // Builds a stream from `json`; fails the test and returns null on error.
 std::unique_ptr<VEKAudioStream> build(const char *json);
+// Builds a stream of one chain through `processors` in order, each the JSON object of one
+// processor with its identifier.
+std::unique_ptr<VEKAudioStream> buildChain(std::initializer_list<const char *> processors);
 
 // An output whose own thread pulls buffer after buffer, as fast as it can or paced at `speed`
 // times real time, and keeps the first `captureFrames` frames it got.

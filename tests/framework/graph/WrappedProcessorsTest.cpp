@@ -151,14 +151,9 @@ TEST(DitherProcessor, TakesTheDictionaryAndRefusesABadOne)
 TEST(DitherProcessor, CutsToTheWordLengthWhileRendering)
 {
     registerHere();
-    auto stream = build(R"({
-      "processors": [
-        {"identifier": "source", "class": "TestCountingSource", "settings": {"value": 0.1}},
-        {"identifier": "dither", "class": "VEKDitherAudioProcessor", "settings": {"depth": 24}},
-        {"identifier": "sink", "class": "TestManualSink", "settings": {"framesPerBuffer": 256}}
-      ],
-      "chains": [["source", "dither", "sink"]]
-    })");
+    auto stream = buildChain({R"({"identifier": "source", "class": "TestCountingSource", "settings": {"value": 0.1}})",
+                              R"({"identifier": "dither", "class": "VEKDitherAudioProcessor", "settings": {"depth": 24}})",
+                              R"({"identifier": "sink", "class": "TestManualSink", "settings": {"framesPerBuffer": 256}})"});
     ASSERT_TRUE(stream->initialize());
     const auto onGrid = [](float v, int bits) {
         const double scaled = double(v) * std::ldexp(1.0, bits - 1);
@@ -179,13 +174,8 @@ TEST(FileReaderProcessor, RendersFromTheStartFrameThenSilence)
 {
     registerHere();
     const QString path = makeRampWave(TestEnvironment::makeTempDir() + QStringLiteral("/ramp.wav"), 10000, 44100, 2);
-    auto stream = build(R"({
-      "processors": [
-        {"identifier": "reader", "class": "VEKAudioFileReaderAudioProcessor"},
-        {"identifier": "sink", "class": "TestManualSink", "settings": {"framesPerBuffer": 1000}}
-      ],
-      "chains": [["reader", "sink"]]
-    })");
+    auto stream = buildChain({R"({"identifier": "reader", "class": "VEKAudioFileReaderAudioProcessor"})",
+                              R"({"identifier": "sink", "class": "TestManualSink", "settings": {"framesPerBuffer": 1000}})"});
     auto *reader = stream->processorWithIdentifier<VEKAudioFileReaderAudioProcessor>(QStringLiteral("reader"));
     ASSERT_TRUE(reader);
     auto file = std::shared_ptr<VEKAudioFileReader>(VEKAudioFileReader::open(path));
@@ -220,14 +210,9 @@ TEST(AudioUnitProcessor, HalvesARunningStreamAndComesBackIdentical)
     ASSERT_TRUE(unit && unit->plugin());
     ASSERT_TRUE(unit->plugin()->setValue(QStringLiteral("gain"), -6.0206f));
 
-    auto stream = build(R"({
-      "processors": [
-        {"identifier": "source", "class": "TestCountingSource", "settings": {"value": 0.5}},
-        {"identifier": "effectDock", "class": "VEKAudioDock"},
-        {"identifier": "hardware", "class": "VEKHardwareAudioProcessor", "settings": {"framesPerBuffer": 128}}
-      ],
-      "chains": [["source", "effectDock", "hardware"]]
-    })");
+    auto stream = buildChain({R"({"identifier": "source", "class": "TestCountingSource", "settings": {"value": 0.5}})",
+                              R"({"identifier": "effectDock", "class": "VEKAudioDock"})",
+                              R"({"identifier": "hardware", "class": "VEKHardwareAudioProcessor", "settings": {"framesPerBuffer": 128}})"});
     auto device = std::make_shared<FakeDevice>(48000.0, 1.0, 1 << 20);
     stream->processorWithIdentifier<VEKHardwareAudioProcessor>(QStringLiteral("hardware"))->setDevice(device);
     auto *dock = stream->processorWithIdentifier<VEKAudioDock>(QStringLiteral("effectDock"));

@@ -1,5 +1,6 @@
 #include "IOFixtures.h"
 
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QDir>
@@ -113,9 +114,7 @@ QString coverPath() { return dir() + "/cover.png"; }
 
 QByteArray coverBytes()
 {
-    QFile f(coverPath());
-    EXPECT_TRUE(f.open(QIODevice::ReadOnly));
-    return f.readAll();
+    return TestEnvironment::readFile(coverPath());
 }
 
 QString plainWave() { return dir() + "/src16.wav"; }
@@ -132,9 +131,7 @@ QByteArray decodedAudio(const QString &path)
 {
     const QString out = TestEnvironment::makeTempDir("pcm") + "/audio.raw";
     ffmpeg(path, out, {"-map", "0:a", "-f", "s32le", "-c:a", "pcm_s32le"});
-    QFile f(out);
-    EXPECT_TRUE(f.open(QIODevice::ReadOnly));
-    return f.readAll();
+    return TestEnvironment::readFile(out);
 }
 
 } // namespace IOFixtures

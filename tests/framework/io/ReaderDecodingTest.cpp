@@ -3,6 +3,7 @@
 
 #include "IOFixtures.h"
 #include "io/VEKAudioFileReader.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QFile>
@@ -33,9 +34,7 @@ Pcm ffmpegDecode(const QString &path, quint32 channels)
 {
     const QString out = TestEnvironment::makeTempDir("f32") + "/audio.raw";
     TestEnvironment::ffmpeg(path, out, {"-map", "0:a", "-f", "f32le", "-c:a", "pcm_f32le"});
-    QFile f(out);
-    EXPECT_TRUE(f.open(QIODevice::ReadOnly));
-    const QByteArray bytes = f.readAll();
+    const QByteArray bytes = TestEnvironment::readFile(out);
     Pcm pcm;
     pcm.channels = channels;
     pcm.samples.resize(size_t(bytes.size()) / sizeof(float));
@@ -291,16 +290,9 @@ TEST(ReaderDecoding, CutShortLossyFileStillGivesItsLength)
 {
     // An MP3 keeps its length in its first frame, so a copy cut short opens with the full
     // length; the missing end plays as silence instead of ending early.
-    const QByteArray whole = [] {
-        QFile f(fixture("a.mp3"));
-        EXPECT_TRUE(f.open(QIODevice::ReadOnly));
-        return f.readAll();
-    }();
+    const QByteArray whole = TestEnvironment::readFile(fixture("a.mp3"));
     const QString path = TestEnvironment::makeTempDir("cut") + "/cut.mp3";
-    QFile out(path);
-    ASSERT_TRUE(out.open(QIODevice::WriteOnly));
-    out.write(whole.left(whole.size() / 2));
-    out.close();
+    ASSERT_TRUE(TestEnvironment::writeFile(path, whole.left(whole.size() / 2)));
     auto reader = VEKAudioFileReader::open(path);
     ASSERT_NE(reader, nullptr);
     ASSERT_EQ(reader->frames(), kFrames);

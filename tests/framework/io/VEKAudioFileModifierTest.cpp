@@ -1,6 +1,7 @@
 #include "IOFixtures.h"
 #include "io/VEKAudioFileModifier.h"
 #include "io/VEKAudioFileReader.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QCryptographicHash>
@@ -32,13 +33,6 @@ bool writeTags(const QString &path, const QList<QPair<QString, QVariant>> &value
     const bool ok = modifier->commit(&error);
     EXPECT_TRUE(ok) << error.text().toStdString();
     return ok;
-}
-
-QByteArray fileHash(const QString &path)
-{
-    QFile f(path);
-    EXPECT_TRUE(f.open(QIODevice::ReadOnly));
-    return QCryptographicHash::hash(f.readAll(), QCryptographicHash::Sha1);
 }
 
 } // namespace
@@ -142,9 +136,9 @@ TEST(ModifierRoundTrip, UnknownKeysAreIgnored)
     EXPECT_FALSE(modifier->supportsKey("imageData"));
     modifier->setValue("track", "7 of 9");
     modifier->setValue("disc", QVariant());
-    const QByteArray before = fileHash(path);
+    const QByteArray before = TestEnvironment::fileDigest(path);
     EXPECT_TRUE(modifier->commit());
-    EXPECT_EQ(fileHash(path), before);
+    EXPECT_EQ(TestEnvironment::fileDigest(path), before);
 }
 
 TEST(ModifierAudio, TagWritesLeaveTheSamplesAlone)
@@ -166,7 +160,7 @@ TEST(ModifierAudio, TagWritesLeaveTheSamplesAlone)
 TEST(ModifierErrors, CafCannotBeWrittenAndStaysUntouched)
 {
     const QString path = IOFixtures::copy("a.caf");
-    const QByteArray before = fileHash(path);
+    const QByteArray before = TestEnvironment::fileDigest(path);
     VEKError error;
     auto modifier = VEKAudioFileModifier::open(path, &error);
     ASSERT_NE(modifier, nullptr);
@@ -175,7 +169,7 @@ TEST(ModifierErrors, CafCannotBeWrittenAndStaysUntouched)
     EXPECT_FALSE(modifier->commit(&error));
     EXPECT_FALSE(error.isNull());
     EXPECT_FALSE(error.localizedDescription().isEmpty());
-    EXPECT_EQ(fileHash(path), before);
+    EXPECT_EQ(TestEnvironment::fileDigest(path), before);
     EXPECT_EQ(metadataOf(path).value("title").toString(), QStringLiteral("Überschrift – 日本"));
 }
 
@@ -203,9 +197,7 @@ TEST(ModifierPicture, ReplacedAndRemovedInEachFormat)
     QByteArray out;
     ASSERT_EQ(TestEnvironment::run("ffmpeg", {"-y", "-v", "error", "-f", "lavfi", "-i", "color=green:s=24x24",
                                               "-frames:v", "1", jpeg}, &out), 0) << out.constData();
-    QFile f(jpeg);
-    ASSERT_TRUE(f.open(QIODevice::ReadOnly));
-    const QByteArray picture = f.readAll();
+    const QByteArray picture = TestEnvironment::readFile(jpeg);
     ASSERT_TRUE(picture.startsWith("\xff\xd8"));
 
     for (const char *name : kWritable) {

@@ -1,5 +1,6 @@
 #include "IOFixtures.h"
 #include "io/VEKAudioFileReader.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QDir>
@@ -21,13 +22,6 @@ QString writeFile(const QString &name, const QByteArray &bytes)
     EXPECT_TRUE(f.open(QIODevice::WriteOnly));
     f.write(bytes);
     return path;
-}
-
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    EXPECT_TRUE(f.open(QIODevice::ReadOnly));
-    return f.readAll();
 }
 
 void expectRefused(const QString &path)
@@ -218,7 +212,7 @@ TEST(ReaderErrors, TruncatedFilesAreRefused)
 {
     for (const char *name : {"a16.flac", "alac16.m4a", "a.wv", "a.tta"}) {
         SCOPED_TRACE(name);
-        const QByteArray whole = readAll(IOFixtures::dir() + "/" + name);
+        const QByteArray whole = TestEnvironment::readFile(IOFixtures::dir() + "/" + name);
         expectRefused(writeFile(name, whole.left(whole.size() * 6 / 10)));
         // A FLAC file ends with its last audio frame (the others with tags or an index):
         // losing only that frame's checksum must show.
@@ -235,7 +229,7 @@ TEST(ReaderErrors, CutShortPcmNeverPromisesMoreThanItHolds)
     // but never the length the header promised.
     for (const char *name : {"a24.wav", "src16.wav", "a16.aiff"}) {
         SCOPED_TRACE(name);
-        const QByteArray whole = readAll(IOFixtures::dir() + "/" + name);
+        const QByteArray whole = TestEnvironment::readFile(IOFixtures::dir() + "/" + name);
         const QString path = writeFile(name, whole.left(whole.size() * 6 / 10));
         auto reader = VEKAudioFileReader::open(path);
         if (reader) {

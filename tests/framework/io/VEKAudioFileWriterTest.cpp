@@ -4,6 +4,7 @@
 #include "IOFixtures.h"
 #include "io/VEKAudioFileReader.h"
 #include "io/VEKAudioFileWriter.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QDir>
@@ -115,12 +116,6 @@ QString soxInfo(const QString &option, const QString &path)
     QByteArray out;
     EXPECT_EQ(TestEnvironment::run("soxi", {option, path}, &out), 0) << out.constData();
     return QString::fromUtf8(out).trimmed();
-}
-
-QByteArray bytesOf(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
 // What the test feeds a target: audio at its word length, and 16-bit audio to the lossy coders
@@ -314,10 +309,7 @@ TEST(WriterNaming, RenameNeverOverwrites)
     ASSERT_TRUE(existing.open(QIODevice::WriteOnly));
     existing.write("not to be touched");
     existing.close();
-    QFile taken(dir + "/Song 2.wav");
-    ASSERT_TRUE(taken.open(QIODevice::WriteOnly));
-    taken.write("nor this");
-    taken.close();
+    ASSERT_TRUE(TestEnvironment::writeFile(dir + "/Song 2.wav", "nor this"));
 
     QStringList results;
     for (int i = 0; i < 3; ++i) {
@@ -327,8 +319,8 @@ TEST(WriterNaming, RenameNeverOverwrites)
         results << writeFile(writer, 16);
     }
     EXPECT_EQ(results, QStringList({dir + "/Song 1.wav", dir + "/Song 3.wav", dir + "/Song 4.wav"}));
-    EXPECT_EQ(bytesOf(dir + "/Song.wav"), QByteArray("not to be touched"));
-    EXPECT_EQ(bytesOf(dir + "/Song 2.wav"), QByteArray("nor this"));
+    EXPECT_EQ(TestEnvironment::readFile(dir + "/Song.wav"), QByteArray("not to be touched"));
+    EXPECT_EQ(TestEnvironment::readFile(dir + "/Song 2.wav"), QByteArray("nor this"));
 
     // Two writers open at once get different names.
     VEKAudioFileWriter a;
@@ -350,18 +342,15 @@ TEST(WriterNaming, RenameNeverOverwrites)
 TEST(WriterNaming, WithoutRenameTheOldFileIsReplacedOnlyAtTheEnd)
 {
     const QString dir = TestEnvironment::makeTempDir("replace");
-    QFile existing(dir + "/Song.flac");
-    ASSERT_TRUE(existing.open(QIODevice::WriteOnly));
-    existing.write("old");
-    existing.close();
+    ASSERT_TRUE(TestEnvironment::writeFile(dir + "/Song.flac", "old"));
 
     VEKAudioFileWriter writer;
     configure(writer, dir, "Song", "FLAC Audio File");
     ASSERT_TRUE(writer.open());
     ASSERT_TRUE(writer.write(signal(0, 5000, 16)));
-    EXPECT_EQ(bytesOf(dir + "/Song.flac"), QByteArray("old"));
+    EXPECT_EQ(TestEnvironment::readFile(dir + "/Song.flac"), QByteArray("old"));
     writer.cancel();
-    EXPECT_EQ(bytesOf(dir + "/Song.flac"), QByteArray("old"));
+    EXPECT_EQ(TestEnvironment::readFile(dir + "/Song.flac"), QByteArray("old"));
 
     EXPECT_EQ(writeFile(writer, 16), dir + "/Song.flac");
     auto reader = VEKAudioFileReader::open(dir + "/Song.flac");

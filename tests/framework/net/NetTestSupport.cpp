@@ -2,14 +2,9 @@
 
 #include "support/TestEnvironment.h"
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
-#include <QEventLoop>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QProcess>
-#include <QTimer>
 #include <gtest/gtest.h>
 
 namespace NetTestSupport {
@@ -277,28 +272,6 @@ main()
 
 } // namespace
 
-void expectSame(const QVariant &expected, const QVariant &actual, const QString &at)
-{
-    ASSERT_EQ(expected.metaType(), actual.metaType())
-        << at.toStdString() << ": " << expected.metaType().name() << " vs "
-        << actual.metaType().name();
-    if (expected.typeId() == QMetaType::QVariantMap) {
-        const QVariantMap e = expected.toMap(), a = actual.toMap();
-        ASSERT_EQ(e.keys(), a.keys()) << at.toStdString();
-        for (auto it = e.cbegin(); it != e.cend(); ++it)
-            expectSame(it.value(), a.value(it.key()), at + "/" + it.key());
-    } else if (expected.typeId() == QMetaType::QVariantList) {
-        const QVariantList e = expected.toList(), a = actual.toList();
-        ASSERT_EQ(e.size(), a.size()) << at.toStdString();
-        for (qsizetype i = 0; i < e.size(); ++i)
-            expectSame(e.at(i), a.at(i), at + "/" + QString::number(i));
-    } else {
-        EXPECT_TRUE(expected == actual) << at.toStdString() << ": "
-                                        << expected.toString().toStdString() << " vs "
-                                        << actual.toString().toStdString();
-    }
-}
-
 QString pythonTool()
 {
     static const QString path = [] {
@@ -347,34 +320,6 @@ QVariant fromTyped(const QJsonValue &value)
     }
     ADD_FAILURE() << "unknown tag " << tag.toStdString();
     return {};
-}
-
-bool waitUntil(const std::function<bool()> &done, int timeoutMs)
-{
-    QDeadlineTimer deadline(timeoutMs);
-    while (!done() && !deadline.hasExpired())
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 20);
-    return done();
-}
-
-int runServing(const QString &program, const QStringList &args, QByteArray *output, int timeoutMs)
-{
-    QProcess p;
-    p.setProcessChannelMode(QProcess::MergedChannels);
-    p.start(program, args);
-    if (!p.waitForStarted())
-        return -1;
-    const bool finished =
-        waitUntil([&] { return p.state() == QProcess::NotRunning; }, timeoutMs);
-    if (!finished) {
-        p.kill();
-        p.waitForFinished();
-    }
-    if (output)
-        *output = p.readAll();
-    if (!finished || p.exitStatus() != QProcess::NormalExit)
-        return -1;
-    return p.exitCode();
 }
 
 int runTool(const QStringList &args, QByteArray *output, int timeoutMs)

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "settings/VEKPropertyList.h"
+#include "support/Processes.h"
+#include "support/TestEnvironment.h"
 
 #include <QByteArray>
 #include <QJsonValue>
@@ -8,16 +10,15 @@
 #include <QStringList>
 #include <QVariant>
 
-#include <functional>
-
 // Helpers of the network tests: an independent peer in Python (standard library only) and
 // ways to wait for it while our side keeps its event loop running.
 namespace NetTestSupport {
 
 inline QVariant uid(quint64 v) { return QVariant::fromValue(VEKPlistUID{v}); }
 
-// Same values of the same types all the way down: an integer must not come back as a real.
-void expectSame(const QVariant &expected, const QVariant &actual, const QString &at = "root");
+using TestEnvironment::expectSame;
+using TestEnvironment::runServing;
+using TestEnvironment::waitUntil;
 
 // The Python tool, written once per test process. Its sub-commands:
 //   decode FILE          prints the typed JSON (see fromTyped) of the archive in FILE
@@ -33,12 +34,5 @@ QVariant fromTyped(const QJsonValue &value);
 // Runs python3 with the tool and `args` while this thread's event loop keeps running (our
 // server lives on it). Returns the exit code, -1 if it did not start or finish in time.
 int runTool(const QStringList &args, QByteArray *output = nullptr, int timeoutMs = 60000);
-
-// Runs the event loop until `done` holds or `timeoutMs` passes; returns `done()`.
-bool waitUntil(const std::function<bool()> &done, int timeoutMs = 10000);
-
-// Runs any program as runTool does.
-int runServing(const QString &program, const QStringList &args, QByteArray *output = nullptr,
-               int timeoutMs = 60000);
 
 } // namespace NetTestSupport

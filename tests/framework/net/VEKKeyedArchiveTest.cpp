@@ -1,5 +1,6 @@
 #include "NetTestSupport.h"
 #include "net/VEKKeyedArchive.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QDateTime>
@@ -184,10 +185,7 @@ TEST(KeyedArchivePython, PlistlibReadsOurArchives)
 {
     const QString dir = TestEnvironment::makeTempDir("ours");
     const QString path = dir + "/message.archive";
-    QFile f(path);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write(VEKKeyedArchive::archivedData(everyKind()));
-    f.close();
+    ASSERT_TRUE(TestEnvironment::writeFile(path, VEKKeyedArchive::archivedData(everyKind())));
 
     QByteArray out;
     ASSERT_EQ(NetTestSupport::runTool({"decode", path}, &out), 0) << out.constData();

@@ -4,6 +4,7 @@
 
 #include "NetTestSupport.h"
 #include "net/VEKKeyedArchive.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QFile>
@@ -66,10 +67,7 @@ void expectOursReadsBack(const QVariant &value, const QByteArray &bytes)
 void expectPythonReadsBack(const QVariant &value, const QByteArray &bytes)
 {
     const QString path = TestEnvironment::makeTempDir("writer") + "/message.archive";
-    QFile f(path);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write(bytes);
-    f.close();
+    ASSERT_TRUE(TestEnvironment::writeFile(path, bytes));
     QByteArray out;
     ASSERT_EQ(NetTestSupport::runTool({"decode", path}, &out), 0) << out.left(2000).constData();
     const QJsonDocument doc = QJsonDocument::fromJson(out);

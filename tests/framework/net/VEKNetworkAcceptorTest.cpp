@@ -1,52 +1,28 @@
 #include "NetTestSupport.h"
 #include "net/VEKNetworkAcceptor.h"
 #include "net/VEKNetworkPipe.h"
+#include "support/Loopback.h"
 #include "support/TestEnvironment.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QPointer>
-#include <QProcess>
 #include <QStandardPaths>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <gtest/gtest.h>
 
-#include <memory>
-
 using NetTestSupport::waitUntil;
+using TestEnvironment::connects;
+using TestEnvironment::systemBusSocket;
 
 namespace {
-
-// The system bus of this test process: a socket in its temporary folder, where only the Avahi
-// test starts a bus. libdbus reads the address once per process, so it is set once for all,
-// and the other tests find no bus there and never reach the machine's own daemon.
-QString systemBusSocket()
-{
-    static const QString path = [] {
-        const QString socket = TestEnvironment::root() + QStringLiteral("/system_bus_socket");
-        qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + QFile::encodeName(socket));
-        return socket;
-    }();
-    return path;
-}
 
 class NoBus {
 public:
     NoBus() { EXPECT_FALSE(QFile::exists(systemBusSocket())); }
 };
-
-// Whether a TCP connection to `port` gets established (the acceptor may drop it right after).
-bool connects(quint16 port)
-{
-    QTcpSocket s;
-    bool connected = false;
-    QObject::connect(&s, &QTcpSocket::connected, [&] { connected = true; });
-    s.connectToHost(QHostAddress::LocalHost, port);
-    waitUntil([&] { return connected || s.state() == QAbstractSocket::UnconnectedState; }, 5000);
-    return connected;
-}
 
 } // namespace
 
@@ -166,136 +142,7 @@ TEST(NetworkAcceptor, AConnectionNobodyTakesIsRefused)
 // ---------------------------------------------------------------------------------------------
 // A real Avahi daemon on a private system bus, restricted to the loopback interface.
 
-namespace {
-
-class PrivateAvahi {
-public:
-    PrivateAvahi()
-    {
-        m_dir = TestEnvironment::makeTempDir(QStringLiteral("avahi"));
-        m_socket = systemBusSocket();
-        writeFile(m_dir + "/bus.conf",
-                  "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
-                  " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-                  "<busconfig>\n"
-                  "  <type>system</type>\n"
-                  "  <listen>unix:path=" + QFile::encodeName(m_socket) + "</listen>\n"
-                  "  <auth>EXTERNAL</auth>\n"
-                  "  <policy context=\"default\">\n"
-                  "    <allow user=\"*\"/>\n"
-                  "    <allow own=\"*\"/>\n"
-                  "    <allow send_type=\"method_call\"/>\n"
-                  "    <allow send_destination=\"*\"/>\n"
-                  "    <allow receive_sender=\"*\"/>\n"
-                  "  </policy>\n"
-                  "</busconfig>\n");
-        // Loopback only, IPv4 only, no wide-area: nothing reaches the machine's real network.
-        writeFile(m_dir + "/avahi.conf",
-                  "[server]\n"
-                  "use-ipv4=yes\n"
-                  "use-ipv6=no\n"
-                  "allow-interfaces=lo\n"
-                  "enable-dbus=yes\n"
-                  "ratelimit-interval-usec=1000000\n"
-                  "ratelimit-burst=1000\n"
-                  "[wide-area]\n"
-                  "enable-wide-area=no\n"
-                  "[publish]\n"
-                  "publish-hinfo=no\n"
-                  "publish-workstation=no\n"
-                  "publish-domain=no\n");
-    }
-
-    ~PrivateAvahi()
-    {
-        stopDaemon();
-        stop(m_bus);
-        QFile::remove(m_socket);
-    }
-
-    // Empty on success, else why not.
-    QString startBus()
-    {
-        m_bus.setProcessChannelMode(QProcess::MergedChannels);
-        m_bus.start("dbus-daemon", {"--config-file=" + m_dir + "/bus.conf", "--nofork", "--nopidfile"});
-        if (!m_bus.waitForStarted())
-            return "dbus-daemon does not start: " + m_bus.errorString();
-        if (!waitUntil([&] { return QFile::exists(m_socket) || m_bus.state() != QProcess::Running; }))
-            return "dbus-daemon made no socket";
-        if (m_bus.state() != QProcess::Running)
-            return "dbus-daemon stopped: " + QString::fromLocal8Bit(m_bus.readAll());
-        return {};
-    }
-
-    QString startDaemon()
-    {
-        m_daemonOutput.clear();
-        m_daemon = std::make_unique<QProcess>();
-        m_daemon->setProcessChannelMode(QProcess::MergedChannels);
-        QObject::connect(m_daemon.get(), &QProcess::readyRead,
-                         [this] { m_daemonOutput += m_daemon->readAll(); });
-        m_daemon->start("avahi-daemon", {"-f", m_dir + "/avahi.conf", "--no-drop-root",
-                                         "--no-chroot", "--no-rlimits"});
-        if (!m_daemon->waitForStarted())
-            return "avahi-daemon does not start: " + m_daemon->errorString();
-        const bool up = waitUntil([&] {
-            return m_daemonOutput.contains("Server startup complete")
-                   || m_daemon->state() != QProcess::Running;
-        }, 15000);
-        if (!up || m_daemon->state() != QProcess::Running)
-            return "avahi-daemon did not come up: " + QString::fromLocal8Bit(m_daemonOutput);
-        return {};
-    }
-
-    void stopDaemon()
-    {
-        if (m_daemon)
-            stop(*m_daemon);
-        m_daemon.reset();
-    }
-
-    // The services of `type` that avahi-browse finds and resolves: "name port" each.
-    QStringList browse(const QString &type)
-    {
-        QByteArray out;
-        NetTestSupport::runServing("avahi-browse", {"-rtp", type}, &out, 20000);
-        QStringList found;
-        for (const QByteArray &line : out.split('\n')) {
-            const QList<QByteArray> f = line.split(';');
-            if (f.size() >= 9 && f.at(0) == "=")
-                found.append(QString::fromUtf8(f.at(3)) + ' ' + QString::fromUtf8(f.at(8)));
-        }
-        found.removeDuplicates();
-        return found;
-    }
-
-private:
-    static void writeFile(const QString &path, const QByteArray &text)
-    {
-        QFile f(path);
-        if (f.open(QIODevice::WriteOnly))
-            f.write(text);
-    }
-
-    static void stop(QProcess &p)
-    {
-        if (p.state() == QProcess::NotRunning)
-            return;
-        p.terminate();
-        if (!p.waitForFinished(5000)) {
-            p.kill();
-            p.waitForFinished(2000);
-        }
-    }
-
-    QString m_dir;
-    QString m_socket;
-    QProcess m_bus;
-    std::unique_ptr<QProcess> m_daemon;
-    QByteArray m_daemonOutput;
-};
-
-} // namespace
+using TestEnvironment::PrivateAvahi;
 
 // One test for the whole life of the announcement, so that only one daemon runs at a time
 // (avahi-daemon keeps its pid file at a fixed place).

@@ -90,13 +90,6 @@ void installALSAConfiguration()
 
 QString alsaDir() { return g_dir; }
 
-QByteArray readFile(const QString &path)
-{
-    QFile f(path);
-    EXPECT_TRUE(f.open(QIODevice::ReadOnly)) << path.toStdString();
-    return f.readAll();
-}
-
 QString cardParams(const QString &rawPath)
 {
     return QString::fromUtf8(readFile(rawPath + QStringLiteral(".params"))).trimmed();

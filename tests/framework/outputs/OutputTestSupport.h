@@ -1,6 +1,7 @@
 #pragma once
 
 #include "outputs/VEKAudioOutput.h"
+#include "support/Processes.h"
 
 #include <QByteArray>
 #include <QString>
@@ -25,7 +26,7 @@ namespace OutputTestSupport {
 void installALSAConfiguration();
 // Where the PCMs write.
 QString alsaDir();
-QByteArray readFile(const QString &path);
+using TestEnvironment::readFile;
 // "RATE FORMAT CHANNELS" as the test card saw its hardware parameters.
 QString cardParams(const QString &rawPath);
 

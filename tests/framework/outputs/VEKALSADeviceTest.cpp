@@ -2,6 +2,7 @@
 #include "outputs/VEKAudioDevice.h"
 #include "outputs/alsa/VEKALSADevice.h"
 #include "outputs/alsa/VEKALSAName.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QFile>
@@ -46,10 +47,7 @@ TEST_F(ALSADevice, DefaultIsALSAsDefaultWhenItOpensElseNull)
 
     // A machine without a card: ALSA has nothing that opens as "default".
     const QString bare = TestEnvironment::makeTempDir(QStringLiteral("bare")) + QStringLiteral("/asound.conf");
-    QFile f(bare);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write("pcm.null { type null }\n");
-    f.close();
+    ASSERT_TRUE(TestEnvironment::writeFile(bare, "pcm.null { type null }\n"));
     const QByteArray tests = qgetenv("ALSA_CONFIG_PATH");
     qputenv("ALSA_CONFIG_PATH", QFile::encodeName(bare));
     const QString fallback = VEKAudioDevice::defaultOutputDevice()->UID();

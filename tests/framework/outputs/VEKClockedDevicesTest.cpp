@@ -2,12 +2,12 @@
 #include "outputs/VEKAudioDevice.h"
 #include "outputs/capture/VEKCaptureDevice.h"
 #include "support/TestEnvironment.h"
+#include "support/WaveFile.h"
 
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QThread>
-#include <QtEndian>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -15,45 +15,6 @@
 using namespace OutputTestSupport;
 
 namespace {
-
-struct Wave {
-    quint16 tag = 0;
-    quint16 channels = 0;
-    quint32 rate = 0;
-    quint16 bits = 0;
-    quint32 riffSize = 0;
-    QByteArray data;
-    qsizetype fileSize = 0;
-};
-
-// Reads a WAV by walking its chunks, as any reader would.
-Wave readWave(const QString &path)
-{
-    Wave w;
-    const QByteArray f = readFile(path);
-    w.fileSize = f.size();
-    if (f.size() < 12 || !f.startsWith("RIFF") || f.mid(8, 4) != "WAVE")
-        return w;
-    w.riffSize = qFromLittleEndian<quint32>(f.constData() + 4);
-    qsizetype at = 12;
-    while (at + 8 <= f.size()) {
-        const QByteArray id = f.mid(at, 4);
-        const quint32 size = qFromLittleEndian<quint32>(f.constData() + at + 4);
-        const char *body = f.constData() + at + 8;
-        if (id == "fmt ") {
-            w.tag = qFromLittleEndian<quint16>(body);
-            w.channels = qFromLittleEndian<quint16>(body + 2);
-            w.rate = qFromLittleEndian<quint32>(body + 4);
-            w.bits = qFromLittleEndian<quint16>(body + 14);
-            if (w.tag == 0xFFFE)
-                w.tag = qFromLittleEndian<quint16>(body + 24); // the sub-format
-        } else if (id == "data") {
-            w.data = f.mid(at + 8, size);
-        }
-        at += 8 + size + (size % 2);
-    }
-    return w;
-}
 
 // sox's reading of a file we wrote. Its warnings (it warns about every extensible float WAV,
 // ffmpeg's included) stay on standard error, apart from the answer.
@@ -106,7 +67,7 @@ TEST_F(ClockedDevices, CaptureWritesEveryDepthSampleForSample)
         } else {
             expected = packInts(s.values, c.bits == 32 ? 8 : 0, int(c.bits / 8));
         }
-        const Wave w = readWave(path);
+        const WaveFile w = WaveFile::read(path);
         EXPECT_EQ(w.tag, c.tag);
         EXPECT_EQ(w.channels, 3);
         EXPECT_EQ(w.rate, 96000u);
@@ -129,7 +90,7 @@ TEST_F(ClockedDevices, CaptureOptionsFixTheFilesFormat)
     ASSERT_TRUE(output->open({44100, 2, 32, true}, 512, nullptr));
     EXPECT_EQ(output->format(), (VEKAudioFormat{44100, 2, 16, false}));
     output->close();
-    EXPECT_EQ(readWave(path).bits, 16);
+    EXPECT_EQ(WaveFile::read(path).bits, 16);
 
     for (const char *bad : {"capture:", "capture:relative.wav", "capture:/no/such/folder/x.wav",
                             "capture:/tmp/x.wav?bits=20", "capture:/tmp/x.wav?loud"})
@@ -149,7 +110,7 @@ TEST_F(ClockedDevices, CaptureHeaderIsFinishedAtEveryStop)
     ASSERT_TRUE(output->open({44100, 1, 24, false}, 333, nullptr));
     const GridSignal a = gridSignal(24, 1, 1000, 1);
     play(*output, a.planes);
-    Wave w = readWave(path);
+    WaveFile w = WaveFile::read(path);
     EXPECT_EQ(w.riffSize, quint32(w.fileSize - 8));
     const qsizetype first = w.data.size();
     EXPECT_EQ(w.data.left(3000), packInts(a.values, 0, 3));
@@ -157,13 +118,13 @@ TEST_F(ClockedDevices, CaptureHeaderIsFinishedAtEveryStop)
     EXPECT_EQ(w.fileSize % 2, 0) << "data of " << first << " bytes without its pad byte";
 
     play(*output, a.planes);
-    w = readWave(path);
+    w = WaveFile::read(path);
     EXPECT_GT(w.data.size(), first);
     EXPECT_EQ(w.data.mid(first, 3000), packInts(a.values, 0, 3));
 
     ASSERT_TRUE(output->open({44100, 1, 24, false}, 333, nullptr));
     output->close();
-    EXPECT_EQ(readWave(path).data.size(), 0);
+    EXPECT_EQ(WaveFile::read(path).data.size(), 0);
 }
 
 // The null device stands in for a card: a render of half a second takes half a second, so the

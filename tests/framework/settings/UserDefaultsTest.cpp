@@ -2,6 +2,7 @@
 #include "settings/VEKPropertyList.h"
 #include "core/VEKLocalizedString.h"
 #include "core/VEKLog.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QDir>
@@ -27,9 +28,7 @@ protected:
 
     void writeRaw(const QByteArray &bytes) const
     {
-        QFile f(file);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(bytes);
+        ASSERT_TRUE(TestEnvironment::writeFile(file, bytes));
     }
 
     QString dir;

@@ -6,6 +6,7 @@
 #include <QRandomGenerator>
 #include <gtest/gtest.h>
 
+using TestEnvironment::expectSame;
 using VEKPropertyList::Format;
 
 namespace {
@@ -13,29 +14,6 @@ namespace {
 QDateTime utc(int y, int mo, int d, int h = 0, int mi = 0, int s = 0, int ms = 0)
 {
     return QDateTime(QDate(y, mo, d), QTime(h, mi, s, ms), Qt::UTC);
-}
-
-// Same values of the same types all the way down: an integer must not come back as a real.
-void expectSame(const QVariant &expected, const QVariant &actual, const QString &at = "root")
-{
-    ASSERT_EQ(expected.metaType(), actual.metaType())
-        << at.toStdString() << ": " << expected.metaType().name() << " vs "
-        << actual.metaType().name();
-    if (expected.typeId() == QMetaType::QVariantMap) {
-        const QVariantMap e = expected.toMap(), a = actual.toMap();
-        ASSERT_EQ(e.keys(), a.keys()) << at.toStdString();
-        for (auto it = e.cbegin(); it != e.cend(); ++it)
-            expectSame(it.value(), a.value(it.key()), at + "/" + it.key());
-    } else if (expected.typeId() == QMetaType::QVariantList) {
-        const QVariantList e = expected.toList(), a = actual.toList();
-        ASSERT_EQ(e.size(), a.size()) << at.toStdString();
-        for (qsizetype i = 0; i < e.size(); ++i)
-            expectSame(e.at(i), a.at(i), at + "/" + QString::number(i));
-    } else {
-        EXPECT_TRUE(expected == actual) << at.toStdString() << ": "
-                                        << expected.toString().toStdString() << " vs "
-                                        << actual.toString().toStdString();
-    }
 }
 
 QVariant roundTrip(const QVariant &value, Format format)
