@@ -18,6 +18,26 @@ quint16 portFromEnvironment()
     return ok && port >= 0 && port <= 65535 ? quint16(port) : Remote::defaultPort;
 }
 
+// Whether `value` holds at most `budget` values in all. A client's own tokens are numbers and
+// texts; a few hundred bytes of arrays that share their elements can decode into hundreds of
+// thousands of values, which must not be archived back to it at every request.
+bool isSmallValue(const QVariant &value, qsizetype &budget)
+{
+    if (--budget < 0)
+        return false;
+    if (value.typeId() == QMetaType::QVariantList) {
+        for (const QVariant &item : value.toList())
+            if (!isSmallValue(item, budget))
+                return false;
+    } else if (value.typeId() == QMetaType::QVariantMap) {
+        const QVariantMap map = value.toMap();
+        for (auto it = map.cbegin(); it != map.cend(); ++it)
+            if (!isSmallValue(it.value(), budget))
+                return false;
+    }
+    return true;
+}
+
 // Untrusted text goes into the log only in part.
 QString describeForLog(const QVariant &value)
 {
@@ -217,7 +237,8 @@ std::optional<QVariantMap> Remote::handleRequest(const QVariantMap &request)
         return std::nullopt;
     for (const QString &key : {QStringLiteral("target"), QStringLiteral("action")}) {
         const auto echo = request.constFind(key);
-        if (echo != request.constEnd())
+        qsizetype budget = maxEchoedValues;
+        if (echo != request.constEnd() && isSmallValue(echo.value(), budget))
             reply->insert(key, echo.value());
     }
     return reply;

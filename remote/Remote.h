@@ -45,6 +45,9 @@ class Remote : public QObject {
 public:
     static constexpr quint16 defaultPort = 8383;
     static constexpr double acceptorTimeout = 10.0;
+    // "target" and "action" are echoed only when each holds at most this many values: a
+    // client's tokens are small, and a large one would only amplify what it sent.
+    static constexpr qsizetype maxEchoedValues = 1024;
     static constexpr char serviceDomain[] = "local.";
     static constexpr char serviceType[] = "_quivera1._tcp.";
 
