@@ -71,7 +71,6 @@ void ApplicationDelegate::applicationWillFinishLaunching()
 
 void ApplicationDelegate::applicationWillFinishLaunching(const LaunchOptions &options)
 {
-    m_launchOptions = options;
     UserDefaults &defaults = UserDefaults::standard();
     // A damaged settings file was replaced by the defaults; say so once.
     defaults.takeLoadError().alert();

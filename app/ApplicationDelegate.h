@@ -211,5 +211,4 @@ private:
     mutable std::optional<QList<QVariantMap>> m_effectDescriptions;
     std::unique_ptr<Stream> m_stream;
     MprisService *m_mpris = nullptr; // child
-    LaunchOptions m_launchOptions;
 };
