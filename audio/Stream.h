@@ -200,6 +200,19 @@ private:
     QList<VEKAudioDock *> converterDocks() const;
     void setMixSampleRate(double rate);
 
+    // The settings the stream follows.
+    inline static const QString kSampleRate = QStringLiteral("sampleRate");
+    inline static const QString kVolume = QStringLiteral("volume");
+    inline static const QString kDitherProperties = QStringLiteral("ditherProperties");
+    inline static const QString kHeadphones = QStringLiteral("headphonesProcessorSettings");
+    inline static const QString kConvertorType = QStringLiteral("convertorType");
+    inline static const QString kConvertorQuality = QStringLiteral("convertorQuality");
+    inline static const QString kSteepness = QStringLiteral("resamplerFilterSteepness");
+    inline static const QString kCutoff = QStringLiteral("resamplerCutoffScaling");
+    inline static const QString kPreringing = QStringLiteral("resamplerPreringing");
+    inline static const QString kOutputDevice = QStringLiteral("outputDevice");
+    inline static const QString kIsExclusive = QStringLiteral("isExclusive");
+
     PlaylistPtr m_playlist;
     SongPtr m_currentSong;
     bool m_playing = false;

@@ -1,0 +1,232 @@
+// The stream's output side: the device and its rate, the converters to it.
+#include "Stream.h"
+
+#include "Player.h"
+#include "dsp/VEKPlatformConverter.h"
+#include "graph/APLConverterAudioProcessor.h"
+#include "graph/IZOConverterAudioProcessor.h"
+#include "graph/VEKAudioDock.h"
+#include "graph/VEKHardwareAudioProcessor.h"
+#include "settings/UserDefaults.h"
+
+#include <cmath>
+#include <limits>
+
+namespace {
+
+// The platform converter's complexity for a convertorType; 0 for the tunable converter.
+quint32 complexityForType(qint64 type)
+{
+    switch (type) {
+    case 2:
+        return VEKPlatformConverter::Linear;
+    case 3:
+        return VEKPlatformConverter::Mastering;
+    case 1:
+        return 0;
+    default:
+        return VEKPlatformConverter::Normal;
+    }
+}
+
+} // namespace
+
+void Stream::setSampleRatePolicyOverride(std::optional<qint64> policy)
+{
+    m_ratePolicyOverride = policy;
+    m_ratePolicy.store(policy ? *policy : UserDefaults::standard().integerForKey(kSampleRate));
+}
+
+VEKAudioDevicePtr Stream::outputDevice() const
+{
+    return m_hardware ? m_hardware->device() : nullptr;
+}
+
+bool Stream::initialize(VEKError *error)
+{
+    const VEKAudioDevicePtr device = outputDevice();
+    m_offline.store(device && !device->rendersInRealTime());
+    return VEKAudioStream::initialize(error);
+}
+
+// --- Output device and rate --------------------------------------------------------------------
+
+void Stream::updateOutputDevice()
+{
+    if (!m_hardware)
+        return;
+    UserDefaults &defaults = UserDefaults::standard();
+    VEKAudioDevicePtr device = m_deviceOverride;
+    std::optional<quint32> sourceID;
+    if (!device) {
+        const QVariant chosen = defaults.value(kOutputDevice);
+        if (chosen.isValid()) {
+            const QVariantMap map = chosen.toMap();
+            device = VEKAudioDevice::deviceWithUID(map.value(QStringLiteral("UID")).toString());
+            if (map.contains(QStringLiteral("sourceID"))) {
+                const quint32 wanted = map.value(QStringLiteral("sourceID")).toUInt();
+                for (const VEKAudioDeviceSource &source : device->outputSources(nullptr))
+                    if (source.sourceID == wanted)
+                        sourceID = source.sourceID;
+            }
+        } else if (const QVariant uid = defaults.value(QStringLiteral("outputDeviceUID")); uid.isValid()) {
+            device = VEKAudioDevice::deviceWithUID(uid.toString());
+        } else if (const QVariant number = defaults.value(QStringLiteral("outputDeviceID")); number.isValid()) {
+            device = VEKAudioDevice::deviceWithID(number.toLongLong());
+        } else if (const QVariant old = defaults.value(QStringLiteral("Output Device")); old.isValid()) {
+            device = old.typeId() == QMetaType::QString ? VEKAudioDevice::deviceWithUID(old.toString())
+                                                         : VEKAudioDevice::deviceWithID(old.toLongLong());
+            defaults.removeValue(QStringLiteral("Output Device"));
+        }
+    }
+    // Unplugged, or without outputs: the system's default, in silence.
+    if (!device || !device->isValid() || !device->hasPhysicalOutputs())
+        device = VEKAudioDevice::defaultOutputDevice(nullptr);
+
+    if (m_hardware->device())
+        m_hardware->device()->setIsExclusive(false, nullptr);
+    const bool wasRunning = isRunning();
+    stop();
+    uninitialize();
+    if (sourceID)
+        for (const VEKAudioDeviceSource &source : device->outputSources(nullptr))
+            device->setSourceEnabled(source.sourceID, source.sourceID == *sourceID, nullptr);
+    VEKError error;
+    if (!m_hardware->setDevice(device, &error))
+        error.alert();
+    if (wasRunning) {
+        initialize();
+        start();
+    }
+}
+
+double Stream::chooseSampleRate(double rate, const QList<double> &available)
+{
+    if (available.contains(rate))
+        return rate;
+    for (int n = 1; n <= 4; ++n) {
+        const double f = double(1 << n);
+        if (available.contains(rate * f))
+            return rate * f;
+        if (available.contains(rate / f))
+            return rate / f;
+    }
+    double chosen = std::numeric_limits<double>::max();
+    for (double candidate : available)
+        if (std::fabs(candidate - rate) < std::fabs(chosen - rate))
+            chosen = candidate;
+    return chosen;
+}
+
+void Stream::updateOutputDeviceSampleRate()
+{
+    VEKAudioDevicePtr device = outputDevice();
+    if (!device)
+        return;
+    double rate = double(sampleRatePolicy());
+    if (rate == -1.0) {
+        const SongPtr song = songInPlayerAtIndex(indexOfEnabledPlayer());
+        rate = song ? song->sampleRate() : 0.0;
+    }
+    if (rate <= 0.0)
+        return;
+    const double current = device->sampleRate(nullptr);
+    if (rate == current)
+        return;
+    const double chosen = chooseSampleRate(rate, device->availableSampleRates(nullptr));
+    if (chosen != current)
+        device->setSampleRate(chosen, nullptr);
+}
+
+QList<VEKAudioDock *> Stream::converterDocks() const
+{
+    return {processorWithIdentifier<VEKAudioDock>(QStringLiteral("player1ConverterDock")),
+            processorWithIdentifier<VEKAudioDock>(QStringLiteral("player2ConverterDock")),
+            processorWithIdentifier<VEKAudioDock>(QStringLiteral("mixConverterDock"))};
+}
+
+double Stream::mixSampleRate() const
+{
+    auto *dock = processorWithIdentifier<VEKAudioDock>(QStringLiteral("mixConverterDock"));
+    auto *converter = dock ? qobject_cast<VEKConverterAudioProcessor *>(dock->processor().get()) : nullptr;
+    return converter ? converter->inSampleRate() : 0.0;
+}
+
+void Stream::setMixSampleRate(double rate)
+{
+    auto *dock = processorWithIdentifier<VEKAudioDock>(QStringLiteral("mixConverterDock"));
+    auto *converter = dock ? qobject_cast<VEKConverterAudioProcessor *>(dock->processor().get()) : nullptr;
+    if (!converter || rate <= 0.0 || converter->inSampleRate() == rate)
+        return;
+    // The formats of the whole chain before the device change: a restart, like any change of
+    // structure. The conductor keeps its place.
+    const bool wasRunning = isRunning();
+    const bool wasInitialized = isInitialized();
+    stop();
+    uninitialize();
+    converter->setInSampleRate(rate, nullptr);
+    restart(wasInitialized, wasRunning);
+}
+
+bool Stream::updatePlayerConverters(VEKError *error)
+{
+    const qint64 type = UserDefaults::standard().integerForKey(kConvertorType);
+    const QList<VEKAudioDock *> docks = converterDocks();
+    const VEKAudioProcessorPtr current = docks[0]->processor();
+    auto *platform = qobject_cast<APLConverterAudioProcessor *>(current.get());
+    if (type == 1 && qobject_cast<IZOConverterAudioProcessor *>(current.get()))
+        return true;
+    if (type != 1 && platform && platform->complexity() == complexityForType(type))
+        return true;
+
+    const bool wasRunning = isRunning();
+    const bool wasInitialized = isInitialized();
+    const double mixRate = mixSampleRate();
+    stop();
+    uninitialize();
+
+    VEKAudioProcessorPtr converters[3];
+    if (type != 1 && platform) {
+        for (int i = 0; i < 3; ++i)
+            converters[i] = docks[i]->processor();
+    } else {
+        const QString className = type == 1 ? QStringLiteral("IZOConverterAudioProcessor")
+                                            : QStringLiteral("APLConverterAudioProcessor");
+        for (auto &converter : converters)
+            if (!(converter = VEKAudioProcessor::processorWithClass(className, error)))
+                return false;
+    }
+    for (int i = 0; i < 3; ++i) {
+        if (auto *apl = qobject_cast<APLConverterAudioProcessor *>(converters[i].get()))
+            if (!apl->setComplexity(complexityForType(type), error))
+                return false;
+        updatePlayerConverterQuality(converters[i].get());
+        auto *converter = static_cast<VEKConverterAudioProcessor *>(converters[i].get());
+        if (i < 2) {
+            if (auto file = m_players[i]->audioFile())
+                converter->setInSampleRate(file->sampleRate(), nullptr);
+        } else if (mixRate > 0.0) {
+            converter->setInSampleRate(mixRate, nullptr);
+        }
+    }
+    for (int i = 0; i < 3; ++i)
+        docks[i]->setProcessor(converters[i]);
+    if (wasInitialized && !initialize(error))
+        return false;
+    if (wasRunning && !start(error))
+        return false;
+    return true;
+}
+
+void Stream::updatePlayerConverterQuality(VEKAudioProcessor *converter)
+{
+    UserDefaults &defaults = UserDefaults::standard();
+    if (auto *izo = qobject_cast<IZOConverterAudioProcessor *>(converter)) {
+        izo->setFilterSteepness(quint32(float(defaults.doubleForKey(kSteepness))), nullptr);
+        izo->setFilterCutoffScaling(float(defaults.doubleForKey(kCutoff)), nullptr);
+        izo->setFilterPreRinging(float(defaults.doubleForKey(kPreringing)), nullptr);
+    } else if (auto *apl = qobject_cast<APLConverterAudioProcessor *>(converter)) {
+        const QVariant quality = defaults.value(kConvertorQuality);
+        apl->setQuality(quality.isValid() ? quality.toFloat() : 1.0f, nullptr);
+    }
+}
