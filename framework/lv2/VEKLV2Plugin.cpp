@@ -5,6 +5,8 @@
 #include "core/VEKVariant.h"
 #include "lv2/VEKLV2WorldImpl.h"
 
+#include <QHash>
+
 #include <lv2/atom/atom.h>
 #include <lv2/buf-size/buf-size.h>
 #include <lv2/log/log.h>
@@ -87,6 +89,9 @@ struct VEKLV2Plugin::Impl {
 
     void setUpFeatures();
     void setUpControls();
+    // The symbol of a port's unit: the unit's own units:symbol when the world knows it, else
+    // the name the unit URI ends in, mapped for the common ones.
+    QString unitSymbol(const LilvPort *port) const;
     void allocate();
     void connectFixedPorts(quint32 instance);
     void prepareAtoms(quint32 instance);
@@ -157,6 +162,34 @@ void VEKLV2Plugin::Impl::setUpFeatures()
     features = {&mapFeature, &unmapFeature, &optionsFeature, &boundedFeature, &logFeature, nullptr};
 }
 
+QString VEKLV2Plugin::Impl::unitSymbol(const LilvPort *port) const
+{
+    LilvNode *unit = lilv_port_get(plugin, port, world->unitsUnit);
+    if (!unit)
+        return QString();
+    QString symbol;
+    if (LilvNode *s = lilv_world_get(world->world, unit, world->unitsSymbol, nullptr)) {
+        symbol = VEKLV2NodeString(s);
+        lilv_node_free(s);
+    }
+    if (symbol.isEmpty() && lilv_node_is_uri(unit)) {
+        // The units ontology may not be installed: the well-known units by their names.
+        static const QHash<QString, QString> known = {
+            {QStringLiteral("db"), QStringLiteral("dB")},   {QStringLiteral("hz"), QStringLiteral("Hz")},
+            {QStringLiteral("khz"), QStringLiteral("kHz")}, {QStringLiteral("mhz"), QStringLiteral("MHz")},
+            {QStringLiteral("ms"), QStringLiteral("ms")},   {QStringLiteral("s"), QStringLiteral("s")},
+            {QStringLiteral("pc"), QStringLiteral("%")},    {QStringLiteral("cent"), QStringLiteral("ct")},
+            {QStringLiteral("semitone12TET"), QStringLiteral("semi")},
+            {QStringLiteral("bpm"), QStringLiteral("BPM")}, {QStringLiteral("degree"), QStringLiteral("°")},
+        };
+        const QString uri = VEKLV2NodeString(unit);
+        const QString name = uri.mid(uri.lastIndexOf(u'#') + 1);
+        symbol = known.value(name, name);
+    }
+    lilv_node_free(unit);
+    return symbol;
+}
+
 void VEKLV2Plugin::Impl::setUpControls()
 {
     const quint32 count = quint32(layout.roles.size());
@@ -180,6 +213,7 @@ void VEKLV2Plugin::Impl::setUpControls()
         c.enumeration = lilv_port_has_property(plugin, port, world->enumeration);
         c.logarithmic = lilv_port_has_property(plugin, port, world->logarithmic);
         c.isLatency = int(i) == layout.latencyPort;
+        c.unit = unitSymbol(port);
 
         LilvNode *def = nullptr, *min = nullptr, *max = nullptr;
         lilv_port_get_range(plugin, port, &def, &min, &max);

@@ -47,6 +47,7 @@ public:
         bool enumeration = false; // only the scale points are meaningful
         bool logarithmic = false; // a slider should move on a log scale
         bool isLatency = false;
+        QString unit;            // the unit's symbol ("dB", "Hz", "ms"); empty when none is given
         std::vector<ScalePoint> scalePoints; // labelled values, by increasing value
     };
 

@@ -13,6 +13,7 @@
 #include <lv2/port-props/port-props.h>
 #include <lv2/resize-port/resize-port.h>
 #include <lv2/state/state.h>
+#include <lv2/units/units.h>
 #include <lv2/urid/urid.h>
 
 #include <cstring>
@@ -79,6 +80,8 @@ VEKLV2World::Impl::Impl()
     designation = uri(LV2_CORE__designation);
     left = uri("http://lv2plug.in/ns/ext/port-groups#left");
     right = uri("http://lv2plug.in/ns/ext/port-groups#right");
+    unitsUnit = uri(LV2_UNITS__unit);
+    unitsSymbol = uri(LV2_UNITS__symbol);
 }
 
 VEKLV2World::Impl::~Impl()
@@ -86,7 +89,7 @@ VEKLV2World::Impl::~Impl()
     for (LilvNode *n : {audioPort, controlPort, cvPort, atomPort, eventPort, inputPort, outputPort,
                         atomSupports, midiEvent, minimumSize, connectionOptional, toggled, integer,
                         enumeration, logarithmic, sampleRate, requiredOption, stateInterface,
-                        designation, left, right})
+                        designation, left, right, unitsUnit, unitsSymbol})
         lilv_node_free(n);
     lilv_world_free(world);
 }

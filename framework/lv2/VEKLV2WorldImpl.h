@@ -50,7 +50,7 @@ struct VEKLV2World::Impl {
     LilvNode *audioPort, *controlPort, *cvPort, *atomPort, *eventPort, *inputPort, *outputPort;
     LilvNode *atomSupports, *midiEvent, *minimumSize;
     LilvNode *connectionOptional, *toggled, *integer, *enumeration, *logarithmic, *sampleRate;
-    LilvNode *requiredOption, *stateInterface, *designation, *left, *right;
+    LilvNode *requiredOption, *stateInterface, *designation, *left, *right, *unitsUnit, *unitsSymbol;
 
     // Under `mutex`. Null for an unknown URI.
     const LilvPlugin *plugin(const QString &uri) const;

@@ -206,6 +206,14 @@ TEST_F(VEKLV2PluginTest, ControlPortsCarryTheirRangesAndKinds)
     const VEKLV2Plugin::ControlPort &latency = ports[size_t(gainPlugin->controlIndex(QStringLiteral("latency")))];
     EXPECT_TRUE(latency.output && latency.isLatency && latency.integer);
     EXPECT_FALSE(gainPlugin->setValue(QStringLiteral("latency"), 3.f));
+
+    // Units: a symbol of the plugin's own, one from the units ontology, none at all.
+    EXPECT_EQ(ports[size_t(gainPlugin->controlIndex(QStringLiteral("gain")))].unit, QStringLiteral("x"));
+    EXPECT_EQ(latch.unit, QString());
+    auto psycho = make(QStringLiteral("http://drobilla.net/plugins/mda/RePsycho"));
+    ASSERT_TRUE(psycho);
+    EXPECT_EQ(psycho->controlPorts()[size_t(psycho->controlIndex(QStringLiteral("tune")))].unit,
+              QStringLiteral("semi"));
 }
 
 TEST_F(VEKLV2PluginTest, FeaturesOptionsAtomBuffersAndLatencyReachThePlugin)

@@ -1,0 +1,130 @@
+#include "PlayerContentView.h"
+
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+#include <QSvgRenderer>
+#include <QWindow>
+
+#include <cmath>
+
+PlayerContentView::PlayerContentView(QWidget *parent)
+    : QWidget(parent)
+{
+    setAttribute(Qt::WA_TranslucentBackground);
+    setAccessibleName(QStringLiteral("Quivera"));
+}
+
+void PlayerContentView::place(QWidget *control, PlayerLayout::Item item)
+{
+    m_items.insert(control, item);
+    connect(control, &QObject::destroyed, this, [this, control] { m_items.remove(control); });
+    control->setGeometry(PlayerLayout::rect(item, size()));
+}
+
+void PlayerContentView::layOut()
+{
+    for (auto it = m_items.cbegin(); it != m_items.cend(); ++it)
+        it.key()->setGeometry(PlayerLayout::rect(it.value(), size()));
+}
+
+void PlayerContentView::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    m_background = QPixmap();
+    layOut();
+}
+
+const QPixmap &PlayerContentView::background()
+{
+    const qreal dpr = devicePixelRatioF();
+    if (!m_background.isNull() && m_background.devicePixelRatio() == dpr)
+        return m_background;
+    const QSize pixels = (QSizeF(size()) * dpr).toSize();
+    QImage image(pixels, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    image.setDevicePixelRatio(dpr);
+
+    const double s = width() / PlayerLayout::designWidth;
+    const QRectF panel = QRectF(PlayerLayout::rect(PlayerLayout::Panel, size()));
+    const double radius = PlayerLayout::panelRadius * s;
+    const double margin = PlayerLayout::shadowMargin * s;
+    QPainter p(&image);
+    p.setRenderHint(QPainter::Antialiasing);
+
+    // A soft shadow, darker below the panel than above it: rings of falling opacity out to the
+    // margin, drawn once per size.
+    const int rings = std::max(4, int(margin * dpr));
+    p.setPen(Qt::NoPen);
+    for (int i = rings; i >= 1; --i) {
+        const double grow = margin * i / rings;
+        const double t = 1.0 - double(i) / rings;
+        QPainterPath ring;
+        ring.addRoundedRect(panel.adjusted(-grow, -grow * 0.6, grow, grow * 1.0).translated(0, margin * 0.25),
+                            radius + grow, radius + grow);
+        p.setBrush(QColor(0, 0, 0, int(14 * t * t + 2)));
+        p.drawPath(ring);
+    }
+
+    QPainterPath shape;
+    shape.addRoundedRect(panel, radius, radius);
+    p.setClipPath(shape);
+    QSvgRenderer art(QStringLiteral(":/player/Player_background.svg"));
+    if (art.isValid()) {
+        art.render(&p, panel);
+    } else {
+        QLinearGradient fill(panel.topLeft(), panel.bottomLeft());
+        fill.setColorAt(0, QColor(0x1d, 0x21, 0x27));
+        fill.setColorAt(1, QColor(0x0b, 0x0d, 0x10));
+        p.fillPath(shape, fill);
+    }
+    p.end();
+    m_background = QPixmap::fromImage(image);
+    return m_background;
+}
+
+void PlayerContentView::paintEvent(QPaintEvent *event)
+{
+    QPainter p(this);
+    p.setCompositionMode(QPainter::CompositionMode_Source);
+    const QRect r = event->rect();
+    const QPixmap &bg = background();
+    const qreal dpr = bg.devicePixelRatio();
+    p.drawPixmap(r, bg, QRectF(QPointF(r.topLeft()) * dpr, QSizeF(r.size()) * dpr).toRect());
+}
+
+void PlayerContentView::mousePressEvent(QMouseEvent *event)
+{
+    if (event->button() != Qt::LeftButton) {
+        QWidget::mousePressEvent(event);
+        return;
+    }
+    QWidget *top = window();
+    // The window system's move lets a compositor snap and tile the window; without one (a bare
+    // X server, some Wayland shells) the window follows the mouse by hand.
+    if (QWindow *handle = top->windowHandle(); handle && handle->startSystemMove()) {
+        event->accept();
+        return;
+    }
+    m_dragging = true;
+    m_grabOffset = event->globalPosition().toPoint() - top->frameGeometry().topLeft();
+    event->accept();
+}
+
+void PlayerContentView::mouseMoveEvent(QMouseEvent *event)
+{
+    if (!m_dragging || !(event->buttons() & Qt::LeftButton)) {
+        QWidget::mouseMoveEvent(event);
+        return;
+    }
+    emit windowWillMove();
+    window()->move(event->globalPosition().toPoint() - m_grabOffset);
+    event->accept();
+}
+
+void PlayerContentView::mouseReleaseEvent(QMouseEvent *event)
+{
+    if (event->button() == Qt::LeftButton)
+        m_dragging = false;
+    QWidget::mouseReleaseEvent(event);
+}
