@@ -146,7 +146,7 @@ bool Stream::initWithDescription(const QVariantMap &description, VEKError *error
         exclusiveError.alert();
 
     processorWithIdentifier<VEKVolumeAudioProcessor>(kVolume)->setScalar(float(defaults.doubleForKey(kVolume)));
-    if (!processorWithIdentifier(QStringLiteral("dither"))->setSettings(defaults.dictionaryForKey(kDitherProperties), error))
+    if (!applyDitherProperties(error))
         return false;
     if (!processorWithIdentifier(QStringLiteral("headphones"))->setSettings(defaults.dictionaryForKey(kHeadphones), error))
         return false;
@@ -214,7 +214,7 @@ void Stream::settingChanged(const QString &key)
     } else if (key == kVolume) {
         processorWithIdentifier<VEKVolumeAudioProcessor>(kVolume)->setScalar(float(defaults.doubleForKey(kVolume)));
     } else if (key == kDitherProperties) {
-        if (!processorWithIdentifier(QStringLiteral("dither"))->setSettings(defaults.dictionaryForKey(key), &error))
+        if (!applyDitherProperties(&error))
             error.alert();
     } else if (key == kConvertorType) {
         if (!updatePlayerConverters(&error))
@@ -226,6 +226,15 @@ void Stream::settingChanged(const QString &key)
         if (!processorWithIdentifier(QStringLiteral("headphones"))->setSettings(defaults.dictionaryForKey(key), &error))
             error.alert();
     }
+}
+
+bool Stream::applyDitherProperties(VEKError *error)
+{
+    // The registered record has no `enabled`: the dither stays out of the way until the user
+    // turns it on, so a source that fits the output arrives bit for bit.
+    QVariantMap properties = UserDefaults::standard().dictionaryForKey(kDitherProperties);
+    properties.insert(QStringLiteral("enabled"), properties.value(QStringLiteral("enabled")).toBool());
+    return processorWithIdentifier(QStringLiteral("dither"))->setSettings(properties, error);
 }
 
 // --- Graph -------------------------------------------------------------------------------------

@@ -193,6 +193,8 @@ private:
     void deliverLandmarkEvents();
     void alertUnopenable(const SongPtr &song);
     void storeEffectSlots();
+    // Hands `ditherProperties` to the dither, which acts only when its `enabled` is true.
+    bool applyDitherProperties(VEKError *error);
     void restart(bool wasInitialized, bool wasRunning);
     // Marks silent branch `index` as being loaded; false (and nothing marked) if the landmark has
     // made it the heard one meanwhile.
