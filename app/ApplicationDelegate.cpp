@@ -85,6 +85,8 @@ void ApplicationDelegate::applicationWillFinishLaunching(const LaunchOptions &op
     if (options.remote) Remote::start(new ApplicationRemoteHost(*this, this));
 
     m_queue = std::make_unique<OperationQueue>();
+    connect(m_queue.get(), &OperationQueue::operationStarted, this,
+            [this](std::shared_ptr<Operation> operation) { emit operationStarted(operation); });
     connect(m_queue.get(), &OperationQueue::operationFinished, this,
             [this](std::shared_ptr<Operation> operation) { operationDidFinish(operation); });
 
@@ -163,10 +165,24 @@ void ApplicationDelegate::buildLibraries()
     auto library = std::make_shared<LibraryPlaylist>();
     library->setPlaylistID(Playlist::LibraryPlaylistID);
     m_localPlaylists.append(library);
+    watchPlaylist(library);
     m_selectedPlaylist = library;
     auto iTunes = std::make_shared<iTunesLibraryPlaylist>();
     iTunes->setPlaylistID(Playlist::ITunesLibraryPlaylistID);
     m_iTunesPlaylists.append(iTunes);
+    watchPlaylist(iTunes);
+}
+
+void ApplicationDelegate::watchPlaylist(const PlaylistPtr &playlist)
+{
+    // The connection ends with the playlist; the weak reference keeps this from holding it.
+    connect(playlist.get(), &Playlist::valueChanged, this,
+            [this, weak = std::weak_ptr<Playlist>(playlist)](const QString &key) {
+                if (key != QLatin1String("shuffle") && key != QLatin1String("repeatMode"))
+                    return;
+                if (const PlaylistPtr p = weak.lock())
+                    emit playModeChanged(p);
+            });
 }
 
 PlaylistPtr ApplicationDelegate::playlistForID(qint64 playlistID) const

@@ -178,7 +178,23 @@ public:
     // 0x61756d66 ('aumf') for those that also take MIDI.
     static QList<QVariantMap> processorDescriptionsForType(quint32 type);
 
+signals:
+    // Notices for the front ends and MPRIS, all on the main thread. The redraw requests of the
+    // library operations go through the FrontEnd instead; the stream has notices of its own.
+    //
+    // `selectedPlaylist` became another playlist (or none), whoever chose it: a window, the
+    // remote client, a deleted playlist, a rescan. Sent after `songs` was rebuilt for it.
+    void selectedPlaylistChanged(const PlaylistPtr &playlist);
+    // The background queue took up `operation` (an import, a conversion, the iTunes read-in);
+    // its end comes through operationDidFinish. Cancelled before it ran, it sends no start.
+    void operationStarted(const std::shared_ptr<Operation> &operation);
+    // Shuffle or repeat of one of the library's playlists changed, by whatever means (the
+    // delegate's setters, the remote, MPRIS, a call on the playlist itself).
+    void playModeChanged(const PlaylistPtr &playlist);
+
 private:
+    // Relays the play-mode changes of a playlist that joins the library.
+    void watchPlaylist(const PlaylistPtr &playlist);
     // What the library operations ask of playback; an absent stream answers as a stopped one.
     SongPtr streamCurrentSong() const;
     bool streamIsPlaying() const;

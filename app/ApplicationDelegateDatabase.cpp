@@ -111,6 +111,7 @@ void ApplicationDelegate::loadDatabase()
         error.alert();
         error = {};
         m_localPlaylists.append(playlist);
+        watchPlaylist(playlist);
     }
     error.alert();
     error = {};

@@ -20,10 +20,13 @@ void ApplicationDelegate::refreshCurrentSongs()
 
 void ApplicationDelegate::setSelectedPlaylist(const PlaylistPtr &playlist)
 {
+    const bool changed = playlist != m_selectedPlaylist;
     m_selectedPlaylist = playlist;
     if (playlist)
         playlist->setPredicate(nullptr);
     refreshCurrentSongs();
+    if (changed)
+        emit selectedPlaylistChanged(m_selectedPlaylist);
 }
 
 bool ApplicationDelegate::shuffle() const
@@ -196,6 +199,7 @@ void ApplicationDelegate::newPlaylistWithSongs(const QList<SongPtr> &songs)
         if (!songs.isEmpty())
             playlist->appendSongs(songs);
         m_localPlaylists.append(playlist);
+        watchPlaylist(playlist);
         m_lastPlaylistModification = VEKDate::now();
         setSelectedPlaylist(playlist);
         m_frontEnd->open();

@@ -117,8 +117,10 @@ void ApplicationDelegate::mergeITunesLibrary(const LoadiTunesOperation &load)
     if (!songs.isEmpty())
         m_iTunesPlaylists.first()->appendSongs(songs);
     for (const iTunesPlaylistEntry &entry : load.playlists())
-        if (auto playlist = iTunesPlaylist::initWithITunesLibraryEntry(entry, load.songs()))
+        if (auto playlist = iTunesPlaylist::initWithITunesLibraryEntry(entry, load.songs())) {
             m_iTunesPlaylists.append(playlist);
+            watchPlaylist(playlist);
+        }
     m_frontEnd->refreshPlaylists();
     refreshCurrentSongs();
 }

@@ -4,8 +4,8 @@
 
 #include <optional>
 
-// What the application core asks of a front end. The windowed player draws; the CLI gives a
-// silent one. All calls come on the main thread.
+// What the application core asks of a front end. The windows take a SignalFrontEnd (one Qt
+// signal per call); the CLI gives a silent one. All calls come on the main thread.
 class FrontEnd {
 public:
     virtual ~FrontEnd() = default;

@@ -94,10 +94,12 @@ void MprisService::setUp()
     m_refreshSoon.setSingleShot(true);
     m_refreshSoon.setInterval(0);
     connect(&m_refreshSoon, &QTimer::timeout, this, &MprisService::refresh);
-    // Shuffle, the selected playlist and songs found missing change without a report.
-    m_poll.setInterval(1000);
-    connect(&m_poll, &QTimer::timeout, this, &MprisService::refresh);
-    m_poll.start();
+    // What the stream does not report: the selected playlist (shown while the stream has none)
+    // and the play modes of any playlist. The playlist in view reports its own other changes.
+    if (m_delegate) {
+        connect(m_delegate, &ApplicationDelegate::selectedPlaylistChanged, this, &MprisService::scheduleRefresh);
+        connect(m_delegate, &ApplicationDelegate::playModeChanged, this, &MprisService::scheduleRefresh);
+    }
     connect(&UserDefaults::standard(), &UserDefaults::valueChanged, this, [this](const QString &key) {
         if (key == kVolumeKey)
             scheduleRefresh();

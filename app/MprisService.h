@@ -30,8 +30,8 @@ class Stream;
 // selected playlist while the stream has none); whether next and previous can do anything
 // follows the menus' rules on the stream's playlist. Every change of a published property goes
 // out as org.freedesktop.DBus.Properties.PropertiesChanged (Position excepted, as MPRIS asks),
-// and a seek as Seeked. Changes the engine reports come out at once; the few nobody reports (shuffle,
-// the selected playlist, a song found missing) within a second.
+// and a seek as Seeked, at the next turn of the event loop after the change was reported (by the
+// stream, the delegate or the playlist in view); nothing is polled.
 //
 // A program without a session bus runs without MPRIS: nothing is registered, one log line says
 // so. A bus name held by another instance makes this one register
@@ -158,7 +158,6 @@ private:
     bool m_songChanging = false;
     QVariantMap m_published;
     QTimer m_refreshSoon;
-    QTimer m_poll;
     // Files handed to an import by OpenUri, played when it finishes.
     QHash<const Operation *, QString> m_pendingOpens;
     bool m_queueConnected = false;

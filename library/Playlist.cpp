@@ -58,6 +58,8 @@ void Playlist::setShuffle(bool shuffle, const SongPtr &currentSong)
     m_shuffle = shuffle;
     updateRow();
     updateShuffledOrderWithCurrentSong(currentSong);
+    // Another order is in force: whoever plays from it must prepare its next song anew.
+    emit valueChanged(QStringLiteral("shuffle"));
 }
 
 void Playlist::setRepeatMode(quint64 mode)

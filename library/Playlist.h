@@ -99,8 +99,8 @@ protected:
     void setSongsWithoutStoring(const QList<SongPtr> &songs);
 
 signals:
-    // Key-value style change report: "songs", "name", "sortKey", "sortAscending", "repeatMode",
-    // "predicate", "selectedRows", "playlistID", "locked". A shuffle change reports nothing.
+    // Key-value style change report, after the change: "songs", "name", "shuffle", "sortKey",
+    // "sortAscending", "repeatMode", "predicate", "selectedRows", "playlistID", "locked".
     void valueChanged(const QString &key);
 
 private:

@@ -91,6 +91,9 @@ void OperationQueue::run()
         m_pending.pop_front();
         auto op = m_running;
         lock.unlock();
+        // Posted before the finish report, so the main thread hears of them in that order.
+        QMetaObject::invokeMethod(
+            this, [this, op] { emit operationStarted(op); }, Qt::QueuedConnection);
         op->start();
         reportFinished(op);
         lock.lock();

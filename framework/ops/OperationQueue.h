@@ -36,6 +36,9 @@ public:
 signals:
     void operationsChanged();
     void operationCountChanged(int count);
+    // On the main thread, when the worker has taken the operation up (before its finish report).
+    // An operation cancelled before it ran reports only its finish.
+    void operationStarted(std::shared_ptr<Operation> operation);
     // On the main thread, after the operation has finished (cancelled or not).
     void operationFinished(std::shared_ptr<Operation> operation);
 

@@ -1,13 +1,20 @@
+#include "RecordingFrontEnd.h"
+
 #include "app/ApplicationDelegate.h"
+#include "app/ApplicationRemoteHost.h"
+#include "app/SignalFrontEnd.h"
 #include "db/VEKDatabaseQuery.h"
+#include "library/ImportOperation.h"
 #include "library/SongPredicate.h"
 #include "settings/UserDefaults.h"
 #include "support/TestEnvironment.h"
 
 #include <QSet>
+#include <QSignalSpy>
 #include <gtest/gtest.h>
 
 using Action = ApplicationDelegate::MediaKeyAction;
+using namespace Qt::StringLiterals;
 
 TEST(MediaKeys, PressesActReleasesAreSwallowedOtherKeysPass)
 {
@@ -59,9 +66,10 @@ protected:
         TestEnvironment::resetUserFolders();
         UserDefaults::standard().removeValue(QStringLiteral("selectedPlaylistID"));
         ApplicationDelegate::registerDefaults(UserDefaults::standard());
-        delegate = std::make_unique<ApplicationDelegate>();
+        delegate = std::make_unique<ApplicationDelegate>(&frontEnd);
         delegate->applicationWillFinishLaunching();
         ASSERT_TRUE(delegate->database());
+        frontEnd.take();
     }
     void TearDown() override
     {
@@ -80,6 +88,7 @@ protected:
         delegate->rescan();
     }
     SongPtr libSong(qint64 id) const { return delegate->library().value(id); }
+    RecordingFrontEnd frontEnd;
     std::unique_ptr<ApplicationDelegate> delegate;
 };
 }
@@ -133,6 +142,92 @@ TEST_F(DelegateTest, RemovingFromTheLibraryEmptiesEveryPlaylistEvenASearchedOne)
     EXPECT_EQ(delegate->library().size(), 2);
     EXPECT_EQ(delegate->playlistForID(mineID)->countOfSongs(), 1);
     EXPECT_EQ(delegate->playlistForID(otherID)->countOfSongs(), 1);
+}
+
+TEST_F(DelegateTest, ANewPlaylistIsShownSelectedAndItsNameEdited)
+{
+    addToLibrary({song(-1)});
+    frontEnd.take();
+    QSignalSpy selected(delegate.get(), &ApplicationDelegate::selectedPlaylistChanged);
+    delegate->newPlaylistWithSongs({libSong(-1)});
+    const PlaylistPtr made = delegate->selectedPlaylist();
+    ASSERT_EQ(selected.size(), 1);
+    EXPECT_EQ(selected.at(0).at(0).value<PlaylistPtr>(), made);
+    const QStringList calls = frontEnd.take();
+    EXPECT_TRUE(calls.contains(u"open"_s));
+    EXPECT_TRUE(calls.contains(u"refreshPlaylists"_s));
+    // Editing starts once the sidebar shows the playlist.
+    EXPECT_EQ(calls.last(), u"beginEditingPlaylist %1"_s.arg(made->playlistID()));
+}
+
+TEST_F(DelegateTest, NoticesOfTheSelectionThePlayModesAndTheQueue)
+{
+    QSignalSpy selected(delegate.get(), &ApplicationDelegate::selectedPlaylistChanged);
+    QSignalSpy modes(delegate.get(), &ApplicationDelegate::playModeChanged);
+    const PlaylistPtr library = delegate->selectedPlaylist();
+    const PlaylistPtr iTunes = delegate->playlistForID(Playlist::ITunesLibraryPlaylistID);
+
+    // The remote client selects through the same path; choosing the selected one is no change.
+    ApplicationRemoteHost remote(*delegate);
+    remote.setSelectedPlaylist(iTunes);
+    delegate->setSelectedPlaylist(iTunes);
+    ASSERT_EQ(selected.size(), 1);
+    EXPECT_EQ(selected.at(0).at(0).value<PlaylistPtr>(), iTunes);
+
+    // Shuffle through the delegate, repeat of a playlist that is not selected, straight on it.
+    delegate->setShuffle(true);
+    library->setRepeatMode(1);
+    library->setSortKey(u"name"_s); // no play mode
+    ASSERT_EQ(modes.size(), 2);
+    EXPECT_EQ(modes.at(0).at(0).value<PlaylistPtr>(), iTunes);
+    EXPECT_EQ(modes.at(1).at(0).value<PlaylistPtr>(), library);
+
+    QStringList reports;
+    QObject::connect(delegate.get(), &ApplicationDelegate::operationStarted, delegate.get(),
+                     [&](const std::shared_ptr<Operation> &) { reports << u"started"_s; });
+    QObject::connect(delegate->queue(), &OperationQueue::operationFinished, delegate.get(),
+                     [&] { reports << u"finished"_s; });
+    ASSERT_NE(delegate->addFilesToLibrary({TestEnvironment::makeTempDir(u"empty"_s)}), nullptr);
+    delegate->queue()->waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(reports, (QStringList{u"started"_s, u"finished"_s}));
+}
+
+TEST(SignalFrontEnd, EachCallIsOneSignalAndTheQuestionGoesToItsHandler)
+{
+    SignalFrontEnd front;
+    FrontEnd &frontEnd = front;
+    QStringList heard;
+    const auto note = [&heard](const QString &what) { return [&heard, what] { heard << what; }; };
+    QObject::connect(&front, &SignalFrontEnd::refreshSongsRequested, note(u"songs"_s));
+    QObject::connect(&front, &SignalFrontEnd::refreshPlaylistsRequested, note(u"playlists"_s));
+    QObject::connect(&front, &SignalFrontEnd::updateControlsRequested, note(u"controls"_s));
+    QObject::connect(&front, &SignalFrontEnd::revealCurrentSongRequested, note(u"reveal"_s));
+    QObject::connect(&front, &SignalFrontEnd::openRequested, note(u"open"_s));
+    QObject::connect(&front, &SignalFrontEnd::beginEditingPlaylistRequested,
+                     [&heard](const PlaylistPtr &p) { heard << u"edit %1"_s.arg(p->playlistID()); });
+    QObject::connect(&front, &SignalFrontEnd::beginProgressRequested,
+                     [&heard](const QString &title, double progress) { heard << u"begin %1 %2"_s.arg(title).arg(progress); });
+    QObject::connect(&front, &SignalFrontEnd::setProgressRequested,
+                     [&heard](double progress) { heard << u"progress %1"_s.arg(progress); });
+    QObject::connect(&front, &SignalFrontEnd::endProgressRequested, note(u"end"_s));
+
+    auto playlist = std::make_shared<Playlist>();
+    playlist->setPlaylistID(7);
+    frontEnd.refreshSongs();
+    frontEnd.refreshPlaylists();
+    frontEnd.updateControls();
+    frontEnd.revealCurrentSong();
+    frontEnd.open();
+    frontEnd.beginEditingPlaylist(playlist);
+    frontEnd.beginProgress(u"Updating"_s, -1);
+    frontEnd.setProgress(0.5);
+    frontEnd.endProgress();
+    EXPECT_EQ(heard, (QStringList{u"songs"_s, u"playlists"_s, u"controls"_s, u"reveal"_s, u"open"_s, u"edit 7"_s,
+                                  u"begin Updating -1"_s, u"progress 0.5"_s, u"end"_s}));
+
+    EXPECT_EQ(frontEnd.askAccessITunesLibrary(), std::nullopt); // no handler: the question stays open
+    front.setAskAccessITunesLibraryHandler([] { return std::optional<bool>(false); });
+    EXPECT_EQ(frontEnd.askAccessITunesLibrary(), std::optional<bool>(false));
 }
 
 TEST_F(DelegateTest, RemovingFromAPlaylistKeepsTheSongInTheLibrary)

@@ -18,6 +18,7 @@
 #include <QDBusPendingCall>
 #include <QDBusVariant>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QImage>
@@ -427,6 +428,24 @@ TEST_F(MprisOnTheBus, NextAndLoopFollowTheRepeatModeOfThePlayingList)
     ASSERT_EQ(playerctl({u"shuffle"_s, u"On"_s}).status, 0);
     EXPECT_TRUE(library->shuffle());
     EXPECT_EQ(ask({u"shuffle"_s}), u"On"_s);
+}
+
+TEST_F(MprisOnTheBus, PlayModesAndTheSelectedPlaylistAreAnnouncedAtOnce)
+{
+    // Nothing polls: each change is out as soon as it is reported, from wherever it came.
+    const auto announced = [&](const QString &key, const QVariant &value) {
+        QElapsedTimer since;
+        since.start();
+        return waitUntil([&] { return recorder.latest().value(key) == value; }, 2000) && since.elapsed() < 250;
+    };
+    delegate->newPlaylistWithSongs({row(0), row(1)}); // selected, and so in view
+    const PlaylistPtr made = delegate->selectedPlaylist();
+    made->setRepeatMode(2);
+    EXPECT_TRUE(announced(u"LoopStatus"_s, u"Track"_s));
+    delegate->setSelectedPlaylist(library);
+    EXPECT_TRUE(announced(u"LoopStatus"_s, u"None"_s));
+    library->setShuffle(true, nullptr);
+    EXPECT_TRUE(announced(u"Shuffle"_s, true));
 }
 
 TEST_F(MprisOnTheBus, PositionSeeksTheStreamAndSeeksAreSignalled)

@@ -173,7 +173,7 @@ TEST(SongPredicateTest, AllWordsMustMatchWithinOneField)
     EXPECT_TRUE(SongPredicate::forSearch(QStringLiteral(" \t "), 0).isEmpty());
 }
 
-TEST(PlaylistReports, ChangesAreReportedByKeyButShuffleIsSilent)
+TEST(PlaylistReports, ChangesAreReportedByKeyShuffleIncluded)
 {
     Playlist p;
     QSignalSpy spy(&p, &Playlist::valueChanged);
@@ -184,7 +184,8 @@ TEST(PlaylistReports, ChangesAreReportedByKeyButShuffleIsSilent)
     QStringList keys;
     for (const auto &args : spy)
         keys << args.at(0).toString();
-    EXPECT_EQ(keys, (QStringList{QStringLiteral("sortKey"), QStringLiteral("songs"), QStringLiteral("repeatMode")}));
+    EXPECT_EQ(keys, (QStringList{QStringLiteral("sortKey"), QStringLiteral("shuffle"), QStringLiteral("songs"),
+                                 QStringLiteral("repeatMode")}));
 }
 
 TEST(LibraryPlaylistTest, HasItsNameAndIsNotLocked)

@@ -4,6 +4,7 @@
 #include <QCoreApplication>
 #include <QThread>
 #include <atomic>
+#include <string>
 #include <gtest/gtest.h>
 #include <vector>
 
@@ -48,11 +49,24 @@ TEST(OperationQueue, RunsOneOperationAtATimeInOrderOffTheMainThread)
     std::atomic<bool> overlap{false};
     std::vector<std::shared_ptr<Probe>> probes;
     std::vector<int> finishedOnMain;
+    // Each operation's start and finish, as the main thread hears of them.
+    std::vector<std::string> reports;
+    const auto idOf = [&probes](const std::shared_ptr<Operation> &op) {
+        for (size_t i = 0; i < probes.size(); ++i)
+            if (probes[i] == op)
+                return std::to_string(i);
+        return std::string("?");
+    };
+    QObject::connect(&queue, &OperationQueue::operationStarted, [&](std::shared_ptr<Operation> op) {
+        EXPECT_EQ(QThread::currentThread(), QCoreApplication::instance()->thread());
+        reports.push_back("s" + idOf(op));
+    });
     QObject::connect(&queue, &OperationQueue::operationFinished, [&](std::shared_ptr<Operation> op) {
         EXPECT_EQ(QThread::currentThread(), QCoreApplication::instance()->thread());
         EXPECT_TRUE(op->isFinished());
         EXPECT_FALSE(op->isExecuting());
         finishedOnMain.push_back(int(finishedOnMain.size()));
+        reports.push_back("f" + idOf(op));
     });
     for (int i = 0; i < 5; ++i) {
         probes.push_back(std::make_shared<Probe>(i, &log, &running, &overlap));
@@ -62,6 +76,7 @@ TEST(OperationQueue, RunsOneOperationAtATimeInOrderOffTheMainThread)
     EXPECT_EQ(log, (std::vector<int>{0, 1, 2, 3, 4}));
     EXPECT_FALSE(overlap.load());
     EXPECT_EQ(finishedOnMain.size(), 5u);
+    EXPECT_EQ(reports, (std::vector<std::string>{"s0", "f0", "s1", "f1", "s2", "f2", "s3", "f3", "s4", "f4"}));
     EXPECT_EQ(queue.operationCount(), 0);
     EXPECT_NE(probes[0]->thread, QThread::currentThread());
     EXPECT_FLOAT_EQ(probes[4]->progress(), 1.0f);
