@@ -15,6 +15,7 @@ QUIVERA_PACKAGES=(
   sox ffmpeg xvfb xauth dbus playerctl avahi-daemon avahi-utils swh-lv2 mda-lv2
   python3
   at-spi2-core python3-pyatspi xdotool x11-utils imagemagick
+  fonts-roboto-unhinted
 )
 
 quivera_missing_packages() {
