@@ -119,9 +119,12 @@ bool Stream::initWithDescription(const QVariantMap &description, VEKError *error
                              "postVolumeMeter"})
         if (!processorWithIdentifier(QString::fromLatin1(name)))
             return missing(QString::fromLatin1(name));
-    for (quint64 i = 0; i < numberOfEffectSlots; ++i)
+    for (quint64 i = 0; i < numberOfEffectSlots; ++i) {
         if (!processorDockAtIndex(i))
             return missing(id("effect%1Dock", i));
+        watchEffectSlot(processorDockAtIndex(i));
+    }
+    connect(this, &Stream::currentSongChanged, this, [this] { noteOutputFormat(); });
 
     m_landmark = VEKConductorLandmark::landmark<Landmark>();
     m_landmark->setStream(this);
@@ -226,6 +229,8 @@ void Stream::settingChanged(const QString &key)
         if (!processorWithIdentifier(QStringLiteral("headphones"))->setSettings(defaults.dictionaryForKey(key), &error))
             error.alert();
     }
+    // Volume, dim, mute, dither and crossfeed decide bit-perfectness.
+    noteOutputFormat();
 }
 
 bool Stream::applyDitherProperties(VEKError *error)

@@ -5,6 +5,7 @@
 #include "library/Playlist.h"
 #include "library/Song.h"
 #include "outputs/VEKAudioDevice.h"
+#include "outputs/VEKAudioOutput.h"
 #include "rt/VEKSPSCQueue.h"
 
 #include <QMetaObject>
@@ -112,6 +113,20 @@ public:
     // Hands the quality settings to a converter; a running one takes them at once.
     void updatePlayerConverterQuality(VEKAudioProcessor *converter);
 
+    // What the output device plays: the rate, word length and channels negotiated when the stream
+    // last opened it (the device's own rate before that), and whether the current song reaches
+    // it unchanged: its rate is the device's, its word fits the output's, and nothing on the way
+    // changes a bit (volume 1, no effect on, crossfeed, dim and mute off, the dither off or at
+    // least as long as the song's word). Without a song, or with a lossy one, not bit-perfect.
+    struct OutputFormat {
+        double sampleRate = 0;
+        int bitsPerSample = 0;
+        int channels = 0;
+        bool bitPerfect = false;
+        bool operator==(const OutputFormat &) const = default;
+    };
+    OutputFormat outputFormat() const;
+
     // --- Players ----------------------------------------------------------------------------
 
     bool isPlayerEnabledAtIndex(quint64 index) const;
@@ -170,6 +185,10 @@ signals:
     void locationChanged(double seconds);
     // After playlistDidEnd() ran: the playlist played out.
     void playlistEnded();
+    // Another output device took the place of the one in use.
+    void outputDeviceChanged();
+    // outputFormat() changed: the negotiated format, or anything that decides bit-perfectness.
+    void outputFormatChanged();
 
 private:
     enum class Event : quint8 { NextSongDidStart, NextSongShouldStart, PlaylistDidEnd };
@@ -201,6 +220,9 @@ private:
     bool claimSilentPlayer(quint64 index);
     QList<VEKAudioDock *> converterDocks() const;
     void setMixSampleRate(double rate);
+    // Emits outputFormatChanged() if outputFormat() is no longer what was last told.
+    void noteOutputFormat();
+    void watchEffectSlot(VEKAudioDock *dock);
 
     // The settings the stream follows.
     inline static const QString kSampleRate = QStringLiteral("sampleRate");
@@ -230,6 +252,10 @@ private:
     QMetaObject::Connection m_playlistConnection;
     bool m_tornDown = false;
     bool m_restoringEffects = false;
+    // The format the device settled on when last opened; none before that or after a change of
+    // device.
+    std::optional<VEKAudioFormat> m_negotiated;
+    OutputFormat m_reportedFormat;
 
     // Read by the landmark on the render thread.
     std::atomic<qint64> m_ratePolicy{0};

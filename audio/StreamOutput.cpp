@@ -46,7 +46,12 @@ bool Stream::initialize(VEKError *error)
 {
     const VEKAudioDevicePtr device = outputDevice();
     m_offline.store(device && !device->rendersInRealTime());
-    return VEKAudioStream::initialize(error);
+    if (!VEKAudioStream::initialize(error))
+        return false;
+    if (m_hardware)
+        m_negotiated = m_hardware->outputFormat();
+    noteOutputFormat();
+    return true;
 }
 
 // --- Output device and rate --------------------------------------------------------------------
@@ -91,13 +96,20 @@ void Stream::updateOutputDevice()
     if (sourceID)
         for (const VEKAudioDeviceSource &source : device->outputSources(nullptr))
             device->setSourceEnabled(source.sourceID, source.sourceID == *sourceID, nullptr);
+    const VEKAudioDevicePtr previous = m_hardware->device();
     VEKError error;
     if (!m_hardware->setDevice(device, &error))
         error.alert();
+    const bool changed = m_hardware->device() != previous;
+    if (changed)
+        m_negotiated.reset();
     if (wasRunning) {
         initialize();
         start();
     }
+    if (changed)
+        emit outputDeviceChanged();
+    noteOutputFormat();
 }
 
 double Stream::chooseSampleRate(double rate, const QList<double> &available)
@@ -229,4 +241,65 @@ void Stream::updatePlayerConverterQuality(VEKAudioProcessor *converter)
         const QVariant quality = defaults.value(kConvertorQuality);
         apl->setQuality(quality.isValid() ? quality.toFloat() : 1.0f, nullptr);
     }
+}
+
+// --- What reaches the device ----------------------------------------------------------------------
+
+Stream::OutputFormat Stream::outputFormat() const
+{
+    OutputFormat f;
+    const VEKAudioDevicePtr device = outputDevice();
+    if (!device)
+        return f;
+    if (m_negotiated) {
+        f.sampleRate = m_negotiated->sampleRate;
+        f.bitsPerSample = int(m_negotiated->bitDepth);
+        f.channels = int(m_negotiated->numberOfChannels);
+    } else {
+        f.sampleRate = device->sampleRate(nullptr);
+    }
+
+    Player *player = playerAtIndex(indexOfEnabledPlayer());
+    const auto file = player ? player->audioFile() : nullptr;
+    if (!m_currentSong || !file || f.bitsPerSample <= 0)
+        return f;
+    const int bits = int(file->bitDepth());
+    if (bits <= 0 || bits > f.bitsPerSample || file->sampleRate() != f.sampleRate)
+        return f;
+    UserDefaults &defaults = UserDefaults::standard();
+    if (float(defaults.doubleForKey(kVolume)) != 1.0f || defaults.boolForKey(QStringLiteral("dim"))
+        || defaults.boolForKey(QStringLiteral("mute")))
+        return f;
+    const QVariantMap dither = defaults.dictionaryForKey(kDitherProperties);
+    if (dither.value(QStringLiteral("enabled")).toBool() && dither.value(QStringLiteral("depth"), 16).toInt() < bits)
+        return f;
+    if (defaults.dictionaryForKey(kHeadphones).value(QStringLiteral("enabled")).toBool())
+        return f;
+    for (quint64 i = 0; i < numberOfEffectSlots; ++i)
+        if (const VEKAudioProcessorPtr effect = processorAtIndex(i); effect && effect->isEnabled())
+            return f;
+    f.bitPerfect = true;
+    return f;
+}
+
+void Stream::noteOutputFormat()
+{
+    const OutputFormat f = outputFormat();
+    if (f == m_reportedFormat)
+        return;
+    m_reportedFormat = f;
+    emit outputFormatChanged();
+}
+
+void Stream::watchEffectSlot(VEKAudioDock *dock)
+{
+    // An effect put in, taken out, or turned on or off decides bit-perfectness.
+    connect(dock, &VEKAudioDock::processorChanged, this,
+            [this](const VEKAudioProcessorPtr &processor, const VEKAudioProcessorPtr &previous) {
+                if (previous)
+                    disconnect(previous.get(), &VEKAudioProcessor::enabledChanged, this, nullptr);
+                if (processor)
+                    connect(processor.get(), &VEKAudioProcessor::enabledChanged, this, [this] { noteOutputFormat(); });
+                noteOutputFormat();
+            });
 }

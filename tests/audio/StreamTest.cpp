@@ -185,6 +185,70 @@ TEST_F(StreamTest, FollowingTheSongChangesTheRateOnlyWhereTheRateChanges)
     stream->teardown();
 }
 
+// --- What reaches the device ---------------------------------------------------------------------
+
+// The notices the front ends show: the negotiated format, whether the song reaches the device
+// unchanged, and each thing that decides it, told once per change; a new device told as such.
+TEST_F(StreamTest, TheOutputFormatAndBitPerfectnessAreToldWhenTheyChange)
+{
+    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100, 48000}, 44100));
+    int formats = 0, devices = 0;
+    QObject::connect(stream.get(), &Stream::outputFormatChanged, stream.get(), [&formats] { ++formats; });
+    QObject::connect(stream.get(), &Stream::outputDeviceChanged, stream.get(), [&devices] { ++devices; });
+    Stream::OutputFormat f = stream->outputFormat();
+    EXPECT_EQ(f.sampleRate, 44100);
+    EXPECT_GE(f.bitsPerSample, 16);
+    EXPECT_EQ(f.channels, 2);
+    EXPECT_FALSE(f.bitPerfect) << "no song";
+
+    const PlaylistPtr list = playlist({song(QStringLiteral("a"), 0.3, 44100), song(QStringLiteral("b"), 0.3, 48000)});
+    stream->setPlaylist(list);
+    stream->setCurrentSong(list->objectInSongsAtIndex(0));
+    EXPECT_TRUE(stream->outputFormat().bitPerfect);
+    EXPECT_EQ(formats, 1);
+
+    UserDefaults &defaults = UserDefaults::standard();
+    const auto expectToggles = [&](const std::function<void()> &on, const std::function<void()> &off, const char *what) {
+        SCOPED_TRACE(what);
+        const int before = formats;
+        on();
+        EXPECT_FALSE(stream->outputFormat().bitPerfect);
+        off();
+        EXPECT_TRUE(stream->outputFormat().bitPerfect);
+        EXPECT_EQ(formats, before + 2);
+    };
+    expectToggles([&] { defaults.setValue(QStringLiteral("volume"), 0.5); },
+                  [&] { defaults.setValue(QStringLiteral("volume"), 1.0); }, "volume");
+    expectToggles([&] { defaults.setValue(QStringLiteral("dim"), true); },
+                  [&] { defaults.setValue(QStringLiteral("dim"), false); }, "dim");
+    expectToggles([&] { defaults.setValue(QStringLiteral("mute"), true); },
+                  [&] { defaults.setValue(QStringLiteral("mute"), false); }, "mute");
+    expectToggles([&] { defaults.setValue(QStringLiteral("ditherProperties"), QVariantMap{{"enabled", true}, {"depth", 8}}); },
+                  [&] { defaults.setValue(QStringLiteral("ditherProperties"), QVariantMap{{"enabled", false}, {"depth", 8}}); },
+                  "dither");
+    expectToggles([&] { defaults.setValue(QStringLiteral("headphonesProcessorSettings"), QVariantMap{{"enabled", true}}); },
+                  [&] { defaults.setValue(QStringLiteral("headphonesProcessorSettings"), QVariantMap{{"enabled", false}}); },
+                  "crossfeed");
+    VEKAudioProcessorPtr effect = VEKAudioProcessor::processorWithClass(QStringLiteral("VEKVolumeAudioProcessor"));
+    ASSERT_TRUE(effect);
+    expectToggles([&] { stream->setProcessor(effect, 0); }, [&] { effect->setEnabled(false); }, "effect");
+    defaults.setValue(QStringLiteral("librarySplitPosition"), 3);
+    EXPECT_EQ(formats, 13) << "a setting that decides nothing tells nothing";
+
+    stream->next();
+    EXPECT_FALSE(stream->outputFormat().bitPerfect) << "a 48 kHz song on a 44.1 kHz device";
+    EXPECT_EQ(formats, 14);
+
+    stream->setOutputDeviceOverride(std::make_shared<FakeDevice>(QList<double>{48000}, 48000));
+    stream->updateOutputDevice();
+    EXPECT_EQ(devices, 1);
+    EXPECT_EQ(stream->outputFormat().sampleRate, 48000);
+    EXPECT_TRUE(stream->outputFormat().bitPerfect);
+    EXPECT_EQ(formats, 15);
+    stream->stop();
+    stream->teardown();
+}
+
 // --- Transport and sequencing ------------------------------------------------------------------
 
 TEST_F(StreamTest, APlaylistPlaysThroughAndItsEndStopsTheTransport)
