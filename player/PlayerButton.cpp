@@ -150,20 +150,24 @@ void PlayerButton::paintEvent(QPaintEvent *)
             p.setOpacity(1.0);
         }
     }
-    if (m_focusVisible)
+    if (m_focusVisible && hasFocus())
         PlayerArt::drawFocusRing(p, bounds, m_title.isEmpty());
 }
 
 void PlayerButton::focusInEvent(QFocusEvent *event)
 {
-    m_focusVisible = event->reason() != Qt::MouseFocusReason;
+    // Shown when the keyboard brought the focus, and kept as it was when the window returns.
+    if (event->reason() != Qt::ActiveWindowFocusReason && event->reason() != Qt::PopupFocusReason)
+        m_focusVisible = event->reason() == Qt::TabFocusReason || event->reason() == Qt::BacktabFocusReason
+            || event->reason() == Qt::ShortcutFocusReason;
     update();
     QWidget::focusInEvent(event);
 }
 
 void PlayerButton::focusOutEvent(QFocusEvent *event)
 {
-    m_focusVisible = false;
+    if (event->reason() != Qt::ActiveWindowFocusReason && event->reason() != Qt::PopupFocusReason)
+        m_focusVisible = false;
     update();
     QWidget::focusOutEvent(event);
 }

@@ -260,7 +260,7 @@ void PlayerPosition::paintEvent(QPaintEvent *event)
     const QPixmap handle = PlayerArt::pixmap(QStringLiteral("Player_position_handle"), m_handleRect.size(), devicePixelRatioF());
     p.drawPixmap(m_handleRect, handle, QRectF(handle.rect()));
     p.setOpacity(1.0);
-    if (m_focusVisible)
+    if (m_focusVisible && hasFocus())
         PlayerArt::drawFocusRing(p, rect(), false);
 }
 
@@ -326,14 +326,18 @@ void PlayerPosition::keyPressEvent(QKeyEvent *event)
 
 void PlayerPosition::focusInEvent(QFocusEvent *event)
 {
-    m_focusVisible = event->reason() != Qt::MouseFocusReason;
+    // Shown when the keyboard brought the focus, and kept as it was when the window returns.
+    if (event->reason() != Qt::ActiveWindowFocusReason && event->reason() != Qt::PopupFocusReason)
+        m_focusVisible = event->reason() == Qt::TabFocusReason || event->reason() == Qt::BacktabFocusReason
+            || event->reason() == Qt::ShortcutFocusReason;
     update();
     QWidget::focusInEvent(event);
 }
 
 void PlayerPosition::focusOutEvent(QFocusEvent *event)
 {
-    m_focusVisible = false;
+    if (event->reason() != Qt::ActiveWindowFocusReason && event->reason() != Qt::PopupFocusReason)
+        m_focusVisible = false;
     update();
     QWidget::focusOutEvent(event);
 }

@@ -148,20 +148,24 @@ void PlayerVolume::paintEvent(QPaintEvent *)
     p.translate(-c, -c);
     p.drawPixmap(bounds, knob, QRectF(knob.rect()));
     p.restore();
-    if (m_focusVisible)
+    if (m_focusVisible && hasFocus())
         PlayerArt::drawFocusRing(p, bounds, true);
 }
 
 void PlayerVolume::focusInEvent(QFocusEvent *event)
 {
-    m_focusVisible = event->reason() != Qt::MouseFocusReason;
+    // Shown when the keyboard brought the focus, and kept as it was when the window returns.
+    if (event->reason() != Qt::ActiveWindowFocusReason && event->reason() != Qt::PopupFocusReason)
+        m_focusVisible = event->reason() == Qt::TabFocusReason || event->reason() == Qt::BacktabFocusReason
+            || event->reason() == Qt::ShortcutFocusReason;
     update();
     QWidget::focusInEvent(event);
 }
 
 void PlayerVolume::focusOutEvent(QFocusEvent *event)
 {
-    m_focusVisible = false;
+    if (event->reason() != Qt::ActiveWindowFocusReason && event->reason() != Qt::PopupFocusReason)
+        m_focusVisible = false;
     update();
     QWidget::focusOutEvent(event);
 }
