@@ -13,19 +13,22 @@ PlayerContentView::PlayerContentView(QWidget *parent)
 {
     setAttribute(Qt::WA_TranslucentBackground);
     setAccessibleName(QStringLiteral("Quivera"));
+    // The panel itself holds the focus when the window becomes active, so no control shows a
+    // focus ring until the keyboard moves to it; a click on the bare panel takes it back.
+    setFocusPolicy(Qt::ClickFocus);
 }
 
 void PlayerContentView::place(QWidget *control, PlayerLayout::Item item)
 {
-    m_items.insert(control, item);
-    connect(control, &QObject::destroyed, this, [this, control] { m_items.remove(control); });
+    m_items.append({control, item});
     control->setGeometry(PlayerLayout::rect(item, size()));
 }
 
 void PlayerContentView::layOut()
 {
-    for (auto it = m_items.cbegin(); it != m_items.cend(); ++it)
-        it.key()->setGeometry(PlayerLayout::rect(it.value(), size()));
+    for (const auto &[control, item] : std::as_const(m_items))
+        if (control)
+            control->setGeometry(PlayerLayout::rect(item, size()));
 }
 
 void PlayerContentView::resizeEvent(QResizeEvent *event)

@@ -2,7 +2,7 @@
 
 #include "PlayerLayout.h"
 
-#include <QHash>
+#include <QList>
 #include <QPixmap>
 #include <QPoint>
 #include <QPointer>
@@ -37,7 +37,7 @@ private:
     // The panel and its shadow at the present size and device pixel ratio, drawn once per size.
     const QPixmap &background();
 
-    QHash<QWidget *, PlayerLayout::Item> m_items;
+    QList<std::pair<QPointer<QWidget>, PlayerLayout::Item>> m_items;
     QPixmap m_background;
     // While the window follows the mouse: the press point's offset from the window's origin.
     bool m_dragging = false;

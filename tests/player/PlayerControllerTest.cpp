@@ -1,0 +1,174 @@
+#include "app/ApplicationDelegate.h"
+#include "audio/Stream.h"
+#include "graph/VEKAudioProcessor.h"
+#include "outputs/VEKAudioDevice.h"
+#include "player/PlayerButton.h"
+#include "player/PlayerController.h"
+#include "player/PlayerLabel.h"
+#include "player/PlayerWindow.h"
+#include "settings/UserDefaults.h"
+#include "support/Processes.h"
+#include "support/TestEnvironment.h"
+
+#include <QApplication>
+#include <QMenu>
+#include <QTest>
+#include <QTimer>
+#include <gtest/gtest.h>
+
+namespace {
+
+const QString kAmp = QStringLiteral("http://plugin.org.uk/swh-plugins/amp");
+
+class PlayerControllerTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        TestEnvironment::resetUserFolders();
+        UserDefaults &d = UserDefaults::standard();
+        for (const char *key : {"playerSize", "playerCenter", "positionTextFormat"})
+            d.removeValue(QString::fromLatin1(key));
+        ApplicationDelegate::registerDefaults(d, QRectF(0, 0, 1920, 1080));
+        delegate = std::make_unique<ApplicationDelegate>();
+        ApplicationDelegate::LaunchOptions options;
+        options.remote = false;
+        options.mpris = false;
+        options.outputDevice = VEKAudioDevice::deviceWithUID(QStringLiteral("null"));
+        delegate->applicationWillFinishLaunching(options);
+        ASSERT_TRUE(delegate->stream());
+    }
+    void TearDown() override
+    {
+        player.reset();
+        delegate->applicationWillTerminate();
+    }
+
+    void makePlayer() { player = std::make_unique<PlayerController>(*delegate); }
+
+    // Opens the popup of `slot` and chooses the item `pick` returns from the menu it shows.
+    void choose(int slot, const std::function<QAction *(QMenu *)> &pick)
+    {
+        bool chosen = false;
+        QTimer::singleShot(0, [&] {
+            auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+            if (QAction *item = menu ? pick(menu) : nullptr) {
+                chosen = item->isEnabled();
+                menu->close();
+                if (chosen)
+                    item->trigger();
+            }
+        });
+        PlayerButton *popup = player->effectPopup(slot);
+        QTest::mouseClick(popup, Qt::LeftButton, {}, popup->rect().center());
+        TestEnvironment::waitUntil([&] { return !QApplication::activePopupWidget(); }, 2000);
+        lastChoiceEnabled = chosen;
+    }
+
+    QAction *removeItem(QMenu *menu) { return menu->actions().last(); }
+    QAction *ampItem(QMenu *menu)
+    {
+        for (QAction *maker : menu->actions())
+            if (maker->menu())
+                for (QAction *item : maker->menu()->actions())
+                    if (item->data().toMap().value(QStringLiteral("uri")).toString() == kAmp)
+                        return item;
+        return nullptr;
+    }
+
+    std::unique_ptr<ApplicationDelegate> delegate;
+    std::unique_ptr<PlayerController> player;
+    bool lastChoiceEnabled = false;
+};
+
+} // namespace
+
+TEST_F(PlayerControllerTest, TheFourSizesStandAboutTheKeptCentre)
+{
+    // The offscreen screen is 800 by 600.
+    UserDefaults::standard().setValue(QStringLiteral("playerCenter"), QStringLiteral("{500, 400}"));
+    UserDefaults::standard().setValue(QStringLiteral("playerSize"), 2);
+    makePlayer();
+    PlayerWindow *w = player->window();
+    EXPECT_TRUE(w->isVisible());
+    EXPECT_EQ(w->geometry(), QRect(-100, 250, 1200, 300));
+
+    const QSize sizes[] = {{2400, 600}, {1800, 450}, {1200, 300}, {600, 150}};
+    for (quint64 size : {0, 3, 1, 2}) {
+        player->setPlayerSize(size);
+        EXPECT_EQ(w->size(), sizes[size]) << "size " << size;
+        EXPECT_EQ(w->frameCenter(), QPointF(500, 400)) << "size " << size;
+    }
+    // A move is kept as the new centre, in top-left coordinates.
+    w->move(100, 200);
+    EXPECT_EQ(UserDefaults::standard().stringForKey(QStringLiteral("playerCenter")), QStringLiteral("{700, 350}"));
+
+    // Above 3 the mini player stands instead: this window hides and keeps its frame.
+    player->setPlayerSize(4);
+    EXPECT_FALSE(w->isVisible());
+    EXPECT_EQ(w->geometry(), QRect(100, 200, 1200, 300));
+}
+
+TEST_F(PlayerControllerTest, AStoredSizeAboveThreeLeavesTheWindowHiddenAtFullSize)
+{
+    UserDefaults::standard().setValue(QStringLiteral("playerCenter"), QStringLiteral("{500, 400}"));
+    UserDefaults::standard().setValue(QStringLiteral("playerSize"), 4);
+    makePlayer();
+    EXPECT_FALSE(player->window()->isVisible());
+    EXPECT_EQ(player->window()->geometry(), QRect(-700, 100, 2400, 600));
+}
+
+TEST_F(PlayerControllerTest, ACentreOnNoScreenFallsBackToTheDefault)
+{
+    UserDefaults::standard().setValue(QStringLiteral("playerCenter"), QStringLiteral("{5000, 5000}"));
+    UserDefaults::standard().setValue(QStringLiteral("playerSize"), 3);
+    makePlayer();
+    // Two thirds of the way down the registered 1920 by 1080 screen (the launch's formula).
+    EXPECT_EQ(player->window()->frameCenter(), QPointF(960, 720));
+    EXPECT_EQ(UserDefaults::standard().stringForKey(QStringLiteral("playerCenter")), QStringLiteral("{960, 720}"));
+}
+
+TEST_F(PlayerControllerTest, TheEffectsMenuActsOnTheSlotWhosePopupOpenedIt)
+{
+    makePlayer();
+    Stream *stream = delegate->stream();
+    EXPECT_FALSE(player->effectButton(1)->isEnabled());
+
+    // Slot 1 is empty: nothing to remove there.
+    choose(1, [&](QMenu *m) { return removeItem(m); });
+    EXPECT_FALSE(lastChoiceEnabled);
+
+    choose(1, [&](QMenu *m) { return ampItem(m); });
+    ASSERT_TRUE(stream->processorAtIndex(1));
+    EXPECT_FALSE(stream->processorAtIndex(0));
+    EXPECT_FALSE(stream->processorAtIndex(2));
+    EXPECT_TRUE(player->effectButton(1)->isEnabled());
+    EXPECT_TRUE(player->effectEnableButton(1)->state());
+
+    choose(2, [&](QMenu *m) { return ampItem(m); });
+    ASSERT_TRUE(stream->processorAtIndex(2));
+
+    // The editor of slot 2's effect opens once, and goes when its effect is removed.
+    player->editEffect(2);
+    player->editEffect(2);
+    ASSERT_EQ(player->editors().size(), 1);
+    choose(2, [&](QMenu *m) { return removeItem(m); });
+    EXPECT_TRUE(lastChoiceEnabled);
+    EXPECT_FALSE(stream->processorAtIndex(2));
+    EXPECT_TRUE(stream->processorAtIndex(1)) << "the menu acted on another slot than its popup's";
+    EXPECT_TRUE(player->editors().isEmpty());
+    EXPECT_FALSE(player->effectButton(2)->isEnabled());
+}
+
+TEST_F(PlayerControllerTest, ThePositionTextFormatIsKeptAcrossRestarts)
+{
+    makePlayer();
+    PlayerLabel *text = player->positionText();
+    EXPECT_EQ(text->text(), QStringLiteral("0:00"));
+    QTest::mouseClick(text, Qt::LeftButton, {}, text->rect().center());
+    EXPECT_EQ(text->text(), QStringLiteral("-0:00")) << "remaining time shows at once, with its sign";
+
+    player.reset();
+    makePlayer();
+    EXPECT_TRUE(player->positionTextFormat());
+    EXPECT_EQ(player->positionText()->text(), QStringLiteral("-0:00"));
+}
