@@ -1,5 +1,5 @@
 // Importing through the command line, as a user or a script does it: the summary, a second
-// import, the target playlist, the progress bar, and a kill in the middle of a large import.
+// import, the target playlist, and a kill in the middle of a large import.
 
 #include "CliHarness.h"
 #include "support/Processes.h"
@@ -103,14 +103,6 @@ TEST_F(CliImportTest, NewSongsJoinTheChosenPlaylistButNeverAnITunesOne)
     ASSERT_EQ(mix.size(), 1);
     EXPECT_EQ(mix.at(0).toObject().value(QStringLiteral("path")).toString(), song);
     EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--json")}).size(), 1);
-}
-
-TEST_F(CliImportTest, ShowsABarOnATerminal)
-{
-    const QString song = TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/x.flac"), 0.1);
-    const QByteArray out = cli.runOnTerminal(QStringLiteral("import '%1'").arg(song));
-    EXPECT_TRUE(out.contains("Importing [")) << out.constData();
-    EXPECT_TRUE(out.contains("1 added, 0 skipped as duplicates, 0 failed")) << out.constData();
 }
 
 TEST_F(CliImportTest, AKillInTheMiddleLeavesAConsistentLibrary)

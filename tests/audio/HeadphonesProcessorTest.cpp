@@ -1,4 +1,4 @@
-// The headphone processor: its settings record (limits, defaults, partial and refused records),
+// The headphone processor: its settings record (partial and refused records),
 // the engine made at the chain's rate, crossfeed heard through it, and bit-exact audio when off.
 // Also the registration of the playback layer's classes by name.
 
@@ -34,56 +34,6 @@ QVariantMap crossfeedOn()
 }
 
 } // namespace
-
-TEST(HeadphonesSettings, AFreshProcessorIsOffWithTheDefaultRecord)
-{
-    auto p = makeProcessor();
-    ASSERT_TRUE(p);
-    const QVariantMap s = p->settings();
-    EXPECT_EQ(s.value("class").toString(), QStringLiteral("HeadphonesProcessor"));
-    EXPECT_FALSE(s.value("enabled").toBool());
-    EXPECT_FALSE(p->isEnabled());
-    EXPECT_EQ(s.value("speakerAngle").toDouble(), 0.0);
-    EXPECT_EQ(s.value("crossfeedAmount").toDouble(), 0.0);
-    EXPECT_EQ(s.value("crossfeedType").toUInt(), 1u);
-    EXPECT_TRUE(s.value("crossfeedClipProtectionEnabled").toBool());
-    EXPECT_TRUE(s.value("eqClipProtectionEnabled").toBool());
-    EXPECT_EQ(s.value("trebleFrequency").toDouble(), 5000.0);
-    EXPECT_EQ(s.value("bassFrequency").toDouble(), 250.0);
-    EXPECT_EQ(s.value("treble").toDouble(), 0.0);
-    EXPECT_EQ(s.value("bass").toDouble(), 0.0);
-    EXPECT_EQ(s.value("solo").toUInt(), 0u);
-    for (const char *key : {"mono", "swapped", "outOfPhase"})
-        EXPECT_FALSE(s.value(key).toBool()) << key;
-}
-
-TEST(HeadphonesSettings, ValuesOutOfRangeAreBroughtToTheirLimits)
-{
-    auto p = makeProcessor();
-    ASSERT_TRUE(p);
-    ASSERT_TRUE(p->setSettings({{"speakerAngle", 90}, {"crossfeedAmount", 1.6}, {"crossfeedType", 0},
-                                {"treble", 9.0}, {"bass", -9.5}, {"solo", 7}},
-                               nullptr));
-    QVariantMap s = p->settings();
-    EXPECT_EQ(s.value("speakerAngle").toDouble(), 60.0);
-    EXPECT_EQ(s.value("crossfeedAmount").toDouble(), 1.5);
-    EXPECT_EQ(s.value("crossfeedType").toUInt(), 1u);
-    EXPECT_EQ(s.value("treble").toDouble(), 6.0);
-    EXPECT_EQ(s.value("bass").toDouble(), -6.0);
-    EXPECT_EQ(s.value("solo").toUInt(), 2u);
-
-    ASSERT_TRUE(p->setSettings({{"speakerAngle", -5.0}, {"crossfeedAmount", -0.5}, {"crossfeedType", 12},
-                                {"solo", -1}, {"trebleFrequency", 30000.0}, {"bassFrequency", 3.0}},
-                               nullptr));
-    s = p->settings();
-    EXPECT_EQ(s.value("speakerAngle").toDouble(), 0.0);
-    EXPECT_EQ(s.value("crossfeedAmount").toDouble(), 0.0);
-    EXPECT_EQ(s.value("crossfeedType").toUInt(), 3u);
-    EXPECT_EQ(s.value("solo").toUInt(), 0u);
-    // The frequencies are taken as they are.
-    EXPECT_EQ(s.value("trebleFrequency").toDouble(), 30000.0);
-    EXPECT_EQ(s.value("bassFrequency").toDouble(), 3.0);
-}
 
 TEST(HeadphonesSettings, MissingKeysKeepTheirValuesAndMisspelledFrequenciesAreNotKeys)
 {

@@ -3,7 +3,6 @@
 // QUIVERA_FUZZ_INPUTS.
 
 #include "NetTestSupport.h"
-#include "net/VEKFrameReader.h"
 #include "net/VEKKeyedArchive.h"
 
 #include <QElapsedTimer>
@@ -143,57 +142,4 @@ TEST(NetFuzz, ArchiveDecoderSurvivesMutatedArchives)
     std::printf("[ fuzz     ] archive decoder: %lld inputs, %lld accepted, %.1f s\n",
                 static_cast<long long>(inputs), static_cast<long long>(accepted),
                 timer.elapsed() / 1000.0);
-}
-
-TEST(NetFuzz, FrameReaderMatchesAPlainModelOnRandomStreams)
-{
-    Random rnd(0xf4a3e5);
-    const qint64 inputs = inputCount();
-    QElapsedTimer timer;
-    timer.start();
-    for (qint64 i = 0; i < inputs; ++i) {
-        // A stream of a few small frames, sometimes ending in an over-long length or cut short.
-        QByteArray stream;
-        QList<QByteArray> expected;
-        const int frames = int(rnd.below(4));
-        for (int f = 0; f < frames; ++f) {
-            const QByteArray payload(rnd.below(12), char('a' + f));
-            stream += char(0) + QByteArray(1, char(0)) + char(0) + char(payload.size()) + payload;
-            expected.append(payload);
-        }
-        bool breaks = false;
-        switch (rnd.below(4)) {
-        case 0: {
-            const quint32 giant = VEKFrameReader::maxFrameSize + 1 + quint32(rnd.below(1 << 20));
-            stream += char(giant >> 24) + QByteArray(1, char(giant >> 16)) + char(giant >> 8)
-                      + char(giant);
-            breaks = true;
-            break;
-        }
-        case 1:
-            stream += QByteArray::fromRawData("\0\0\0\x09part", 8); // cut short
-            break;
-        default:
-            break;
-        }
-        VEKFrameReader reader;
-        QList<QByteArray> got;
-        for (qsizetype at = 0; at < stream.size() && !reader.failed();) {
-            const qsizetype piece = 1 + rnd.below(stream.size() - at);
-            qsizetype used = 0;
-            while (used < piece && !reader.failed()) {
-                const qsizetype n = reader.feed(stream.constData() + at + used, piece - used);
-                used += n;
-                if (reader.hasFrame())
-                    got.append(reader.takeFrame());
-                else if (n == 0)
-                    break;
-            }
-            at += used;
-        }
-        ASSERT_EQ(got, expected) << "stream " << i;
-        ASSERT_EQ(reader.failed(), breaks) << "stream " << i;
-    }
-    std::printf("[ fuzz     ] frame reader: %lld streams, %.1f s\n",
-                static_cast<long long>(inputs), timer.elapsed() / 1000.0);
 }
