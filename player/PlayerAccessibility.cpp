@@ -106,6 +106,22 @@ public:
             position->seek(v);
     }
 
+    QStringList actionNames() const override
+    {
+        return QAccessibleWidget::actionNames() + QStringList{increaseAction(), decreaseAction()};
+    }
+
+    void doAction(const QString &name) override
+    {
+        const double step = minimumStepSize().toDouble();
+        if (name == increaseAction())
+            setCurrentValue(currentValue().toDouble() + step);
+        else if (name == decreaseAction())
+            setCurrentValue(currentValue().toDouble() - step);
+        else
+            QAccessibleWidget::doAction(name);
+    }
+
     QVariant maximumValue() const override { return 1.0; }
     QVariant minimumValue() const override { return 0.0; }
     QVariant minimumStepSize() const override { return 0.01; }

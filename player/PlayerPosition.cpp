@@ -136,7 +136,10 @@ void PlayerPosition::operationDidStart(const std::shared_ptr<PlayerWaveformOpera
 void PlayerPosition::operationDidEnd(const std::shared_ptr<PlayerWaveformOperation> &operation)
 {
     m_drawingTimer.stop();
-    updateWaveformWithOperation(operation);
+    // An operation dropped from the queue before it began has nothing to show, and must not
+    // wipe the picture of the one that ran.
+    if (operation->waveform()->frames() > 0)
+        updateWaveformWithOperation(operation);
     // A later operation may be waiting behind this one; its own start restarts the timer.
     emit waveformFinished();
 }
