@@ -555,6 +555,7 @@ void MprisService::refresh()
                 scheduleRefresh();
             });
             connect(s, &Stream::playingChanged, this, &MprisService::scheduleRefresh);
+            connect(s, &Stream::playlistChanged, this, &MprisService::scheduleRefresh);
             connect(s, &Stream::playlistEnded, this, &MprisService::scheduleRefresh);
             connect(s, &Stream::locationChanged, this,
                     [this](double seconds) {

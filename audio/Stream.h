@@ -179,7 +179,13 @@ public:
     void landmarkReached(Landmark &landmark);
 
 signals:
+    // Main thread, once per change of the current song (also to none), when the new song is in
+    // place: heard from the start of its file when chosen by hand, from its playable start after
+    // a transition. The new song's start is no seek: it sends no locationChanged.
     void currentSongChanged(const SongPtr &song);
+    // Main thread: setPlaylist() took another playlist (or none). The current song was cleared
+    // before, with its own notice.
+    void playlistChanged(const PlaylistPtr &playlist);
     void playingChanged(bool playing);
     // A seek (setLocation); between seeks the position advances without notice.
     void locationChanged(double seconds);

@@ -58,14 +58,18 @@ void Stream::setPlaylist(const PlaylistPtr &playlist)
     if (m_playlist)
         m_playlistConnection = connect(m_playlist.get(), &Playlist::valueChanged, this,
                                        [this](const QString &key) { playlistValueChanged(key); });
+    emit playlistChanged(m_playlist);
 }
 
 void Stream::playlistValueChanged(const QString &key)
 {
     if (key == QLatin1String("repeatMode"))
         m_repeatMode.store(m_playlist->repeatMode());
+    // Any change of the order in force (or of what follows the last song) prepares the following
+    // song anew from it, so a song prepared from the old order is never heard.
     if (key == QLatin1String("songs") || key == QLatin1String("shuffle") || key == QLatin1String("sortKey")
-        || key == QLatin1String("predicate") || key == QLatin1String("repeatMode"))
+        || key == QLatin1String("sortAscending") || key == QLatin1String("predicate")
+        || key == QLatin1String("repeatMode"))
         reloadFollowingSong();
 }
 
@@ -86,11 +90,12 @@ void Stream::setCurrentSong(const SongPtr &requested)
 {
     if (requested == m_currentSong)
         return;
-    replaceCurrentSong(nullptr);
-    if (m_playlist && m_playlist->indexOfObjectInSongs(requested) == Playlist::NotFound)
+    // One notice per change, once the new song is heard from its start: observers never see a
+    // passing "no song" nor the old song's position.
+    if (!requested || (m_playlist && m_playlist->indexOfObjectInSongs(requested) == Playlist::NotFound)) {
+        replaceCurrentSong(nullptr);
         return;
-    if (!requested)
-        return;
+    }
     SongPtr song = requested;
     if (song->isMissing())
         song = songFollowing(song);
@@ -99,17 +104,21 @@ void Stream::setCurrentSong(const SongPtr &requested)
     VEKError error;
     if (!loadSong(song, idx, &error)) {
         alertUnopenable(song);
+        replaceCurrentSong(nullptr);
         return;
     }
     setEnabled(false, 1 - idx);
     setEnabled(true, idx);
     if (song)
         setMixSampleRate(m_facts[idx].fileRate.load());
-    replaceCurrentSong(song);
-    setLocation(0.0);
+    // A song chosen by hand starts at the very start of its file. That is no seek: no
+    // locationChanged.
+    if (m_conductorProcessor)
+        m_conductorProcessor->setLocation(0.0);
     const AudioFileRange range = playableRangeOfSongInPlayerAtIndex(idx);
     m_landmark->setLocation(range.location + range.length);
     m_preparingFollowingSong.store(false);
+    replaceCurrentSong(song);
     reloadFollowingSong();
 }
 

@@ -302,6 +302,93 @@ TEST_F(StreamTest, ReorderingThePlaylistWhileItPlaysNeverUpsetsATransition)
     stream->teardown();
 }
 
+TEST_F(StreamTest, AChangeOfOrderWhileASongPlaysPlaysTheNewOrderOnce)
+{
+    // The song prepared from the old order must not be heard: the new order counts at once.
+    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    const auto heardOf = [&stream](QStringList &heard) {
+        QObject::connect(stream.get(), &Stream::currentSongChanged, stream.get(), [&heard](const SongPtr &s) {
+            if (s)
+                heard.append(s->name());
+        });
+    };
+    const auto names = [](const QList<SongPtr> &songs) {
+        QStringList out;
+        for (const SongPtr &s : songs)
+            out << s->name();
+        return out;
+    };
+    QList<SongPtr> songs;
+    for (const char *name : {"a", "b", "c", "d", "e", "f", "g", "h"})
+        songs.append(song(QString::fromLatin1(name), 0.15));
+
+    // The direction flips while b plays: a comes next, then the list ends.
+    const PlaylistPtr sorted = playlist(songs.mid(0, 4));
+    sorted->setSortKey(QStringLiteral("name"));
+    sorted->setSortAscending(true);
+    QStringList heard;
+    heardOf(heard);
+    stream->setPlaylist(sorted);
+    stream->setCurrentSong(songs.at(1));
+    stream->play();
+    sorted->setSortAscending(false);
+    ASSERT_TRUE(waitFor([&] { return !stream->isPlaying(); }));
+    EXPECT_EQ(heard, (QStringList{"b", "a"}));
+
+    // Shuffle on during the first song: the shuffled order, every song once.
+    const PlaylistPtr list = playlist(songs);
+    stream->setPlaylist(list);
+    heard.clear();
+    stream->setCurrentSong(songs.first());
+    stream->play();
+    list->setShuffle(true, songs.first());
+    while (list->objectInSongsAtIndex(1) == songs.at(1)) { // an order that really differs
+        list->setShuffle(false, nullptr);
+        list->setShuffle(true, songs.first());
+    }
+    const QStringList order = names(list->songs());
+    ASSERT_TRUE(waitFor([&] { return !stream->isPlaying(); }, 10000));
+    EXPECT_EQ(heard, order);
+    stream->teardown();
+}
+
+TEST_F(StreamTest, AChangeOfSongIsAnnouncedOnceWithEverythingInPlace)
+{
+    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    const SongPtr a = song(QStringLiteral("a"), 2), b = song(QStringLiteral("b"), 2), c = song(QStringLiteral("c"), 2);
+    const PlaylistPtr list = playlist({a, b, c});
+    stream->setPlaylist(list);
+    stream->setCurrentSong(a);
+    stream->play();
+    waitFor([] { return false; }, 100);
+    QStringList notices;
+    QObject::connect(stream.get(), &Stream::currentSongChanged, stream.get(), [&](const SongPtr &s) {
+        // Observers see the new song playing from the start of its file, its branch heard.
+        notices << QStringLiteral("%1 at %2 %3")
+                       .arg(s ? s->name() : QStringLiteral("-"))
+                       .arg(stream->location())
+                       .arg(stream->songInPlayerAtIndex(stream->indexOfEnabledPlayer()) == s);
+    });
+    QObject::connect(stream.get(), &Stream::locationChanged, stream.get(), [&](double at) {
+        notices << QStringLiteral("seek %1").arg(at);
+    });
+    stream->next();
+    stream->setCurrentSong(a);
+    QFile::resize(c->URL(), 10); // damaged: nothing becomes current
+    AlertRecorder recorder;
+    stream->setCurrentSong(c);
+    EXPECT_EQ(notices, (QStringList{"b at 0 1", "a at 0 1", "- at 0 0"}));
+
+    QList<PlaylistPtr> playlists;
+    QObject::connect(stream.get(), &Stream::playlistChanged, stream.get(),
+                     [&playlists](const PlaylistPtr &p) { playlists << p; });
+    stream->setPlaylist(nullptr);
+    stream->setPlaylist(nullptr);
+    stream->setPlaylist(list);
+    EXPECT_EQ(playlists, (QList<PlaylistPtr>{nullptr, list}));
+    stream->teardown();
+}
+
 TEST_F(StreamTest, RepeatingOneSongPlaylistGoesRoundWithoutStopping)
 {
     auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
