@@ -12,7 +12,7 @@ PlayerMeter::PlayerMeter(QWidget *parent) : QWidget(parent)
     PlayerAccessibility::install();
     m_timer.setInterval(1000 / 30);
     m_timer.setTimerType(Qt::PreciseTimer);
-    connect(&m_timer, &QTimer::timeout, this, qOverload<>(&QWidget::update));
+    connect(&m_timer, &QTimer::timeout, this, &PlayerMeter::tick);
     m_timer.start();
 }
 
@@ -20,6 +20,17 @@ void PlayerMeter::setTransport(PlayerTransport *transport)
 {
     m_transport = transport;
     update();
+}
+
+void PlayerMeter::tick()
+{
+    // A reading that lights the same steps draws the same picture: silence and pauses cost
+    // nothing.
+    for (quint32 channel = 0; channel < 2; ++channel) {
+        const int n = m_transport ? steps(m_transport->levelOfChannel(channel)) : 0;
+        if (n != m_shown[channel])
+            return update();
+    }
 }
 
 int PlayerMeter::steps(float level)
@@ -49,6 +60,7 @@ void PlayerMeter::paintEvent(QPaintEvent *)
         if (!track.isNull())
             p.drawPixmap(place, track, QRectF(track.rect()));
         const int n = m_transport ? steps(m_transport->levelOfChannel(channel)) : 0;
+        m_shown[channel] = n;
         if (n < 1 || bar.isNull())
             continue;
         const qreal w = widthOfSteps(n, W);

@@ -30,6 +30,9 @@ protected:
     void paintEvent(QPaintEvent *event) override;
 
 private:
+    void tick();
+
     QPointer<PlayerTransport> m_transport;
+    int m_shown[2] = {0, 0};
     QTimer m_timer;
 };
