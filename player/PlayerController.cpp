@@ -300,6 +300,21 @@ void PlayerController::updateControls()
     m_mute->setState(defaults().boolForKey(kMute));
 }
 
+void PlayerController::updateOutputFormat()
+{
+    // What reaches the device, for the listener who asks (a pointer resting on the format, or a
+    // screen reader): the song's own format stays on the panel.
+    QString text;
+    if (m_stream && m_stream->currentSong()) {
+        const Stream::OutputFormat f = m_stream->outputFormat();
+        text = VEKLocalizedString(f.bitPerfect ? "PlayerController_outputBitPerfect" : "PlayerController_output")
+                   .arg(QLocale().toString(f.sampleRate / 1000.0, 'g', 4))
+                   .arg(f.bitsPerSample);
+    }
+    m_formatText->setToolTip(text);
+    m_formatText->setAccessibleDescription(text);
+}
+
 void PlayerController::updatePositionTexts()
 {
     const double location = m_stream ? m_stream->location() : 0.0;
@@ -330,7 +345,9 @@ void PlayerController::observe()
         connect(m_stream, &Stream::currentSongChanged, this, [this] {
             updateControls();
             updatePositionTexts();
+            updateOutputFormat();
         });
+        connect(m_stream, &Stream::outputFormatChanged, this, &PlayerController::updateOutputFormat);
         connect(m_stream, &Stream::locationChanged, this, &PlayerController::updatePositionTexts);
         connect(m_stream, &Stream::playingChanged, this, &PlayerController::playingChanged);
         for (int slot = 0; slot < numberOfEffectSlots; ++slot) {

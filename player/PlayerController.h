@@ -104,6 +104,7 @@ private:
     void observe();
     void watchSlot(int slot, const VEKAudioProcessorPtr &processor);
     void playingChanged();
+    void updateOutputFormat();
     void playButtonChanged();
     void windowMoved();
     void effectEnableChanged(int slot);
