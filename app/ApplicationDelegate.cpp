@@ -124,6 +124,8 @@ void ApplicationDelegate::applicationWillTerminate()
         m_stream->stop();
     UserDefaults::standard().setValue(QStringLiteral("selectedPlaylistID"),
                                       m_selectedPlaylist ? m_selectedPlaylist->playlistID() : 0);
+    // Settings wait in memory for a moment before they are written; none may be lost at quit.
+    UserDefaults::standard().synchronize();
     // The queue's worker is joined before the library file closes: an operation that is still
     // running holds a connection of its own and must not outlive the program's.
     m_queue.reset();

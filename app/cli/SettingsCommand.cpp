@@ -97,11 +97,15 @@ CliCommand settingsCommand()
             }
             value = fromJson(doc.array().first());
         }
-        if (!session.launch())
-            return 1;
+        session.loadSettings();
         UserDefaults &defaults = UserDefaults::standard();
         if (set) {
             defaults.setValue(pos.at(1), value);
+            VEKError error;
+            if (!defaults.synchronize(&error)) {
+                session.fail(error.text() + QStringLiteral("; the settings file was left as it was"));
+                return 1;
+            }
             return 0;
         }
         const QJsonValue json = toJson(defaults.value(pos.at(1)));

@@ -12,12 +12,18 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QReadLocker>
-#include <QSaveFile>
-#include <QSet>
+#include <QThread>
+#include <QTimer>
 #include <QWriteLocker>
 
+#include <cerrno>
 #include <climits>
 #include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -174,6 +180,67 @@ ReadResult readSettingsFile(const QString &path)
     return result;
 }
 
+QString systemError(const char *what, int error)
+{
+    return QString::fromLatin1(what) + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(error));
+}
+
+// Replaces `path` with `bytes` only once a complete copy is on disk: written to a temporary file
+// beside it, checked, synced and renamed over it, and the folder synced so that the rename
+// survives a crash. On any failure the temporary file goes and the old file stays.
+bool replaceFile(const QString &path, const QByteArray &bytes, QString *failure)
+{
+    const QByteArray target = QFile::encodeName(path);
+    QByteArray temp = target + ".XXXXXX";
+    const int fd = ::mkostemp(temp.data(), O_CLOEXEC);
+    if (fd < 0) {
+        *failure = systemError("cannot create a file beside it", errno);
+        return false;
+    }
+    const auto fail = [&](const char *what, int error) {
+        *failure = systemError(what, error);
+        ::close(fd);
+        ::unlink(temp.constData());
+        return false;
+    };
+    for (qsizetype done = 0; done < bytes.size();) {
+        const ssize_t n = ::write(fd, bytes.constData() + done, size_t(bytes.size() - done));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return fail("write", n < 0 ? errno : ENOSPC);
+        done += n;
+    }
+    if (::fsync(fd) != 0)
+        return fail("sync", errno);
+    struct stat st;
+    if (::fstat(fd, &st) != 0)
+        return fail("stat", errno);
+    if (st.st_size != bytes.size())
+        return fail("the copy is incomplete", EIO);
+    // Readable by the user alone, as the folder's other private files.
+    ::fchmod(fd, S_IRUSR | S_IWUSR);
+    if (::close(fd) != 0) {
+        const int error = errno;
+        ::unlink(temp.constData());
+        *failure = systemError("close", error);
+        return false;
+    }
+    if (::rename(temp.constData(), target.constData()) != 0) {
+        const int error = errno;
+        ::unlink(temp.constData());
+        *failure = systemError("rename", error);
+        return false;
+    }
+    const QByteArray folder = QFile::encodeName(QFileInfo(path).absolutePath());
+    const int dirFd = ::open(folder.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dirFd >= 0) {
+        ::fsync(dirFd);
+        ::close(dirFd);
+    }
+    return true;
+}
+
 } // namespace
 
 UserDefaults &UserDefaults::standard()
@@ -187,8 +254,13 @@ UserDefaults &UserDefaults::standard()
         auto *defaults =
             new UserDefaults(dir.isEmpty() ? QString() : dir + QStringLiteral("/Preferences.plist"));
         // Belong to the main thread even when a worker asks first.
-        if (QCoreApplication *app = QCoreApplication::instance())
+        if (QCoreApplication *app = QCoreApplication::instance()) {
             defaults->moveToThread(app->thread());
+            QObject::connect(app, &QCoreApplication::aboutToQuit, defaults,
+                             [defaults] { defaults->synchronize(); });
+        }
+        // A command-line run may end without an event loop; nothing pending is lost then either.
+        std::atexit([] { standard().synchronize(); });
         return defaults;
     }();
     return *store;
@@ -196,7 +268,19 @@ UserDefaults &UserDefaults::standard()
 
 UserDefaults::UserDefaults(const QString &path, QObject *parent) : QObject(parent), m_path(path)
 {
+    m_writeTimer = new QTimer(this);
+    m_writeTimer->setSingleShot(true);
+    m_writeTimer->setInterval(writeDelayMs);
+    connect(m_writeTimer, &QTimer::timeout, this, &UserDefaults::writeInBackground);
+    m_writer.setMaxThreadCount(1);
+    m_writer.setExpiryTimeout(2000);
     load();
+}
+
+UserDefaults::~UserDefaults()
+{
+    m_writer.waitForDone();
+    synchronize();
 }
 
 QString UserDefaults::path() const { return m_path; }
@@ -370,7 +454,7 @@ QDateTime UserDefaults::dateForKey(const QString &key) const
     return v.typeId() == QMetaType::QDateTime ? v.toDateTime() : QDateTime();
 }
 
-QStringList UserDefaults::takeInOutsideChanges(const QString &skipKey)
+QStringList UserDefaults::takeInOutsideChanges()
 {
     ReadResult file = readSettingsFile(m_path);
     if (!file.error.isEmpty() || (file.exists == m_diskExists && file.bytes == m_diskBytes))
@@ -401,7 +485,7 @@ QStringList UserDefaults::takeInOutsideChanges(const QString &skipKey)
     QWriteLocker lock(&m_lock);
     for (const QString &key : std::as_const(keys)) {
         const QVariant theirs = onDisk.value(key);
-        if (key == skipKey || sameValue(theirs, m_onDisk.value(key)))
+        if (m_unsaved.contains(key) || sameValue(theirs, m_onDisk.value(key)))
             continue;
         const QVariant before = effectiveValue(key);
         if (theirs.isValid())
@@ -416,27 +500,27 @@ QStringList UserDefaults::takeInOutsideChanges(const QString &skipKey)
     return changed;
 }
 
-void UserDefaults::writeFile(const QVariantMap &values)
+bool UserDefaults::writeFile(const QVariantMap &values, QString *failure)
 {
     const QByteArray bytes = VEKPropertyList::toData(values, VEKPropertyList::Format::XML);
-    QString failure;
     if (m_path.isEmpty()) {
-        failure = QStringLiteral("no settings folder");
+        *failure = QStringLiteral("no settings folder");
     } else if (bytes.isEmpty()) {
-        failure = QStringLiteral("the values could not be written as a property list");
+        // Never an empty file in place of a good one.
+        *failure = QStringLiteral("the values could not be written as a property list");
     } else {
         QDir().mkpath(QFileInfo(m_path).absolutePath());
-        QSaveFile out(m_path);
-        if (!out.open(QIODevice::WriteOnly) || out.write(bytes) != bytes.size() || !out.commit())
-            failure = m_path + QStringLiteral(": ") + out.errorString();
+        QString reason;
+        if (!replaceFile(m_path, bytes, &reason))
+            *failure = m_path + QStringLiteral(": ") + reason;
     }
-    if (!failure.isEmpty()) {
+    if (!failure->isEmpty()) {
         // Once per run of failures: a slider dragged over an unwritable folder would flood the log.
         if (!m_writeFailing)
-            VEKLog(VEKLocalizedString("Error_settingsWrite") + QStringLiteral(": ") + failure
+            VEKLog(VEKLocalizedString("Error_settingsWrite") + QStringLiteral(": ") + *failure
                    + QStringLiteral("; kept in memory"));
         m_writeFailing = true;
-        return;
+        return false;
     }
     if (m_writeFailing)
         VEKLog(QStringLiteral("Settings saved again to ") + m_path);
@@ -444,6 +528,20 @@ void UserDefaults::writeFile(const QVariantMap &values)
     m_onDisk = values;
     m_diskExists = true;
     m_diskBytes = bytes;
+    return true;
+}
+
+void UserDefaults::scheduleWrite()
+{
+    if (QThread::currentThread() == thread()) {
+        if (!m_writeTimer->isActive())
+            m_writeTimer->start();
+        return;
+    }
+    QMetaObject::invokeMethod(this, [this] {
+        if (!m_writeTimer->isActive())
+            m_writeTimer->start();
+    }, Qt::QueuedConnection);
 }
 
 void UserDefaults::setValue(const QString &key, const QVariant &value)
@@ -458,28 +556,75 @@ void UserDefaults::setValue(const QString &key, const QVariant &value)
         }
     }
 
-    QStringList changed;
+    bool changed = false;
     {
-        QMutexLocker writeLock(&m_writeMutex);
-        changed = takeInOutsideChanges(key);
-        QVariantMap snapshot;
-        {
-            QWriteLocker lock(&m_lock);
-            const QVariant before = effectiveValue(key);
-            if (stored.isValid())
-                m_values.insert(key, stored);
-            else
-                m_values.remove(key);
-            if (!sameValue(before, effectiveValue(key)))
-                changed.append(key);
-            snapshot = m_values;
-        }
-        if (!sameValue(snapshot, m_onDisk))
-            writeFile(snapshot);
+        QWriteLocker lock(&m_lock);
+        const QVariant before = m_values.value(key);
+        if (sameValue(before, stored))
+            return;
+        const QVariant effectiveBefore = effectiveValue(key);
+        if (stored.isValid())
+            m_values.insert(key, stored);
+        else
+            m_values.remove(key);
+        m_unsaved.insert(key);
+        changed = !sameValue(effectiveBefore, effectiveValue(key));
     }
-    // Outside the locks: receivers may read or change settings themselves.
+    scheduleWrite();
+    // Outside the lock: receivers may read or change settings themselves.
+    if (changed)
+        emit valueChanged(key);
+}
+
+bool UserDefaults::writePending(QStringList *takenIn, QString *failure)
+{
+    QMutexLocker writeLock(&m_writeMutex);
+    {
+        QReadLocker lock(&m_lock);
+        if (m_unsaved.isEmpty() && !m_writeFailing)
+            return true;
+    }
+    *takenIn = takeInOutsideChanges();
+    QVariantMap snapshot;
+    {
+        QReadLocker lock(&m_lock);
+        snapshot = m_values;
+    }
+    if (!sameValue(snapshot, m_onDisk) && !writeFile(snapshot, failure))
+        return false;
+    // Keys changed again while the file was written wait for the next write.
+    QWriteLocker lock(&m_lock);
+    for (auto it = m_unsaved.begin(); it != m_unsaved.end();)
+        it = sameValue(m_values.value(*it), snapshot.value(*it)) ? m_unsaved.erase(it) : std::next(it);
+    return true;
+}
+
+void UserDefaults::writeInBackground()
+{
+    // The sync can take far longer than a frame on a busy disk: never on the caller's thread.
+    m_writer.start([this] {
+        QStringList takenIn;
+        QString failure;
+        writePending(&takenIn, &failure);
+        if (!takenIn.isEmpty())
+            QMetaObject::invokeMethod(this, [this, takenIn] {
+                for (const QString &k : takenIn)
+                    emit valueChanged(k);
+            }, Qt::QueuedConnection);
+    });
+}
+
+bool UserDefaults::synchronize(VEKError *error)
+{
+    QStringList changed;
+    QString failure;
+    const bool ok = writePending(&changed, &failure);
     for (const QString &k : std::as_const(changed))
         emit valueChanged(k);
+    if (ok)
+        return true;
+    VEKError::set(error, VEKError(errorDomain, 3, VEKLocalizedString("Error_settingsWrite"), failure));
+    return false;
 }
 
 void UserDefaults::removeValue(const QString &key) { setValue(key, QVariant()); }

@@ -3,11 +3,14 @@
 #include "core/VEKLocalizedString.h"
 #include "core/VEKLog.h"
 #include "support/Processes.h"
+#include "support/SmallFilesystem.h"
 #include "support/TestEnvironment.h"
 
 #include <QDir>
 #include <QFile>
 #include <QThread>
+#include <QElapsedTimer>
+#include <QTest>
 #include <QUrl>
 #include <atomic>
 #include <gtest/gtest.h>
@@ -60,6 +63,7 @@ TEST_F(UserDefaultsTest, RegisteredDefaultsAreVisibleButNeverWritten)
     EXPECT_EQ(d.integerForKey("absent"), 0);
 
     d.setValue("volume", 0.25);
+    EXPECT_TRUE(d.synchronize());
     EXPECT_EQ(onDisk(), (QVariantMap{{"volume", 0.25}}));
     EXPECT_EQ(d.allKeys(), (QStringList{"name", "rate", "shuffle", "volume"}));
     EXPECT_EQ(d.dictionaryRepresentation().value("volume").toDouble(), 0.25);
@@ -108,6 +112,7 @@ TEST_F(UserDefaultsTest, RemovingFallsBackToTheDefault)
     d.setValue("mode", "crossfade");
     d.removeValue("mode");
     EXPECT_EQ(d.stringForKey("mode"), "gapless");
+    d.synchronize();
     EXPECT_FALSE(onDisk().contains("mode"));
 }
 
@@ -151,6 +156,7 @@ TEST_F(UserDefaultsTest, CorruptFileIsMovedAsideAndReportedOnce)
         ASSERT_TRUE(aside.open(QIODevice::ReadOnly));
         EXPECT_EQ(aside.readAll(), bad);
         d.setValue("volume", 0.5);
+        d.synchronize();
         EXPECT_EQ(onDisk().value("volume"), 0.5);
     }
     EXPECT_TRUE(UserDefaults(file).takeLoadError().isNull());
@@ -163,15 +169,71 @@ TEST_F(UserDefaultsTest, UnwritableFolderKeepsValuesInMemory)
     QFile(blocked).open(QIODevice::WriteOnly);
     UserDefaults d(blocked + "/Preferences.plist");
     d.setValue("a", 1);
+    VEKError error;
+    EXPECT_FALSE(d.synchronize(&error));
+    EXPECT_FALSE(error.isNull());
     d.setValue("b", 2);
+    EXPECT_FALSE(d.synchronize());
     EXPECT_EQ(d.integerForKey("a"), 1);
     EXPECT_EQ(d.integerForKey("b"), 2);
     EXPECT_EQ(log.size(), 1) << "one line per run of failures";
 
     ASSERT_TRUE(QFile::remove(blocked));
     d.setValue("c", 3);
+    EXPECT_TRUE(d.synchronize());
     EXPECT_EQ(UserDefaults(d.path()).dictionaryRepresentation(),
               (QVariantMap{{"a", qlonglong(1)}, {"b", qlonglong(2)}, {"c", qlonglong(3)}}));
+}
+
+TEST_F(UserDefaultsTest, ADraggedControlIsNotifiedAtOnceAndWrittenAQuarterSecondApart)
+{
+    auto d = std::make_unique<UserDefaults>(file);
+    ChangeCounter counted(*d);
+    int writes = 0;
+    double lastOnDisk = -1;
+    QElapsedTimer clock;
+    clock.start();
+    int n = 0;
+    // A second of changes every 5 ms, the event loop running between them as in the player.
+    for (; clock.elapsed() < 1000; ++n) {
+        d->setValue("volume", n / 1000.0);
+        QTest::qWait(5);
+        const double now = onDisk().value("volume", -1).toDouble();
+        if (now != lastOnDisk) {
+            ++writes;
+            lastOnDisk = now;
+        }
+    }
+    EXPECT_EQ(counted.keys.size(), n);
+    EXPECT_GE(writes, 1) << "written while the control moves";
+    EXPECT_LE(writes, 1000 / UserDefaults::writeDelayMs + 1);
+    d->setValue("volume", 2.0);
+    d.reset(); // a normal quit loses nothing
+    EXPECT_EQ(onDisk().value("volume"), 2.0);
+}
+
+TEST_F(UserDefaultsTest, AFailedWriteOnAFullDiskKeepsThePreviousFile)
+{
+    const QString folder = dir + "/small";
+    SmallFilesystem fs(folder, 64 * 1024);
+    if (!fs.available())
+        GTEST_SKIP() << fs.reason().toStdString();
+    const QString path = folder + "/Preferences.plist";
+    UserDefaults d(path);
+    d.setValue("volume", 0.5);
+    d.setValue("dim", true);
+    ASSERT_TRUE(d.synchronize());
+    const QByteArray good = TestEnvironment::readFile(path);
+    fs.fill();
+    d.setValue("shuffle", true);
+    d.setValue("name", QString(4000, 'x'));
+    VEKError error;
+    EXPECT_FALSE(d.synchronize(&error));
+    EXPECT_FALSE(error.isNull());
+    EXPECT_EQ(TestEnvironment::readFile(path), good);
+    EXPECT_EQ(QDir(folder).entryList(QDir::Files | QDir::Hidden), (QStringList{".filler", "Preferences.plist"}))
+        << "no temporary file left behind";
+    EXPECT_TRUE(d.boolForKey("shuffle")) << "kept in memory";
 }
 
 TEST_F(UserDefaultsTest, TwoStoresOnOneFileKeepEachOthersChanges)
@@ -180,11 +242,15 @@ TEST_F(UserDefaultsTest, TwoStoresOnOneFileKeepEachOthersChanges)
     UserDefaults second(file);
     ChangeCounter secondChanges(second);
     first.setValue("fromFirst", "one");
+    first.synchronize();
     second.setValue("fromSecond", "two");
+    second.synchronize();
     EXPECT_EQ(second.stringForKey("fromFirst"), "one");
-    EXPECT_EQ(secondChanges.keys, (QStringList{"fromFirst", "fromSecond"}));
+    EXPECT_EQ(secondChanges.keys, (QStringList{"fromSecond", "fromFirst"}));
     first.removeValue("fromFirst");
+    first.synchronize();
     second.setValue("fromSecond", "three");
+    second.synchronize();
     EXPECT_FALSE(second.value("fromFirst").isValid());
     EXPECT_EQ(UserDefaults(file).dictionaryRepresentation(), (QVariantMap{{"fromSecond", "three"}}));
 }
@@ -195,6 +261,7 @@ TEST_F(UserDefaultsTest, UnstorableValuesAreRefused)
     d.setValue("ok", 1);
     d.setValue("url", QUrl("https://example.org"));
     d.setValue("nested", QVariantList{QVariant::fromValue(QTime(1, 2))});
+    d.synchronize();
     EXPECT_FALSE(d.value("url").isValid());
     EXPECT_FALSE(d.value("nested").isValid());
     EXPECT_EQ(onDisk(), (QVariantMap{{"ok", qlonglong(1)}}));

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QString>
+
+// A tmpfs of a few kilobytes mounted at a folder for the life of the object, to meet a full disk
+// for real. Needs the right to mount (root); when it is missing, `available()` is false and
+// `reason()` says why, so the test can skip with a message.
+class SmallFilesystem {
+public:
+    SmallFilesystem(const QString &folder, qint64 bytes);
+    ~SmallFilesystem();
+    SmallFilesystem(const SmallFilesystem &) = delete;
+    SmallFilesystem &operator=(const SmallFilesystem &) = delete;
+
+    bool available() const { return m_mounted; }
+    QString reason() const { return m_reason; }
+    // Takes every free block with a filler file, so the next write meets ENOSPC.
+    void fill() const;
+
+private:
+    QString m_folder;
+    bool m_mounted = false;
+    QString m_reason;
+};
