@@ -981,7 +981,14 @@ bool iTunesLibraryParser::parseFile(const QString &path, const Handler &handler,
         return false;
     };
     const QByteArray local = QFile::encodeName(path);
-    const int fd = local.isEmpty() ? -1 : ::open(local.constData(), O_RDONLY | O_CLOEXEC);
+    // Only regular files: a device or FIFO is never opened at all (opening some has effects)...
+    struct stat named;
+    if (!local.isEmpty() && ::stat(local.constData(), &named) == 0 && !S_ISREG(named.st_mode))
+        return readError(QStringLiteral("not a regular file"));
+    // ...and without blocking, should one take the file's place meanwhile: opening a FIFO for
+    // reading waits for a writer.
+    const int fd = local.isEmpty() ? -1
+                                   : ::open(local.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (fd < 0) {
         if (missing)
             *missing = errno == ENOENT || errno == ENOTDIR || local.isEmpty();

@@ -1,5 +1,6 @@
 #include "CliSession.h"
 
+#include "audio/Stream.h"
 #include "core/VEKDate.h"
 #include "settings/UserDefaults.h"
 
@@ -43,14 +44,20 @@ bool CliSession::launch()
     return launch(libraryOnly());
 }
 
-bool CliSession::launch(const ApplicationDelegate::LaunchOptions &options)
+void CliSession::loadSettings()
 {
     ApplicationDelegate::registerDefaults(UserDefaults::standard());
+    Stream::registerDefaults(UserDefaults::standard());
     // A damaged settings file has been replaced by the defaults: worth a word, but the command
     // itself can still do its work.
     const VEKError settingsError = UserDefaults::standard().takeLoadError();
     if (!settingsError.isNull())
         m_err << "quivera-cli: warning: " << settingsError.text() << Qt::endl;
+}
+
+bool CliSession::launch(const ApplicationDelegate::LaunchOptions &options)
+{
+    loadSettings();
     m_delegate = std::make_unique<ApplicationDelegate>();
     m_delegate->applicationWillFinishLaunching(options);
     // The launch queued the iTunes read-in, if it is allowed: a command shows the library as

@@ -22,6 +22,10 @@ public:
     bool launch();
     // The same with playback, the remote service or MPRIS as `options` ask (play, render, serve).
     bool launch(const ApplicationDelegate::LaunchOptions &options);
+    // The settings with every registered default, and a warning when the file was damaged; part
+    // of launch(). Reads no library, so a command that only reads or writes settings works
+    // whatever the library or the iTunes file is like.
+    void loadSettings();
     // Library commands need no engine, network service or bus name.
     static ApplicationDelegate::LaunchOptions libraryOnly();
     // Drains the queue and shuts down in order; puts the selection back as it was, so the CLI

@@ -2,12 +2,14 @@
 
 #include "CliHarness.h"
 #include "support/Processes.h"
+#include "support/SmallFilesystem.h"
 #include "support/TestEnvironment.h"
 
 #include <QCryptographicHash>
 #include <QFile>
 #include <QJsonObject>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -132,4 +134,35 @@ TEST(CliRecovery, ADamagedSettingsFileIsReportedOnceAndReplacedByDefaults)
     const auto second = cli.run({QStringLiteral("settings"), QStringLiteral("get"), QStringLiteral("volumeKnob")});
     EXPECT_EQ(second.status, 0);
     EXPECT_TRUE(second.err.isEmpty()) << second.err.constData();
+}
+
+TEST(CliRecovery, ASettingThatCannotBeWrittenFailsAndKeepsTheFile)
+{
+    CliHarness cli;
+    SmallFilesystem fs(cli.configDir(), 64 * 1024);
+    if (!fs.available())
+        GTEST_SKIP() << fs.reason().toStdString();
+    const QString prefs = cli.configDir() + QStringLiteral("/Preferences.plist");
+    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("volume"), QStringLiteral("0.5")}).status, 0);
+    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("dim"), QStringLiteral("true")}).status, 0);
+    const QByteArray before = TestEnvironment::readFile(prefs);
+    ASSERT_TRUE(before.contains("<key>dim</key>"));
+    fs.fill();
+    const auto r = cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("shuffle"), QStringLiteral("true")});
+    EXPECT_NE(r.status, 0);
+    EXPECT_TRUE(r.err.contains("settings could not be saved")) << r.err.constData();
+    EXPECT_EQ(TestEnvironment::readFile(prefs), before);
+}
+
+TEST(CliRecovery, AnITunesPathNamingAFifoHangsNoCommand)
+{
+    CliHarness cli;
+    const QString fifo = cli.musicDir() + QStringLiteral("/library.xml");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    for (const QStringList &args : {QStringList{QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("iTunesLibraryLocation"), QStringLiteral("\"%1\"").arg(fifo)},
+                                    QStringList{QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("accessiTunesLibrary"), QStringLiteral("true")},
+                                    QStringList{QStringLiteral("playlists")}}) {
+        const auto r = cli.run(args);
+        EXPECT_EQ(r.status, 0) << args.join(' ').toStdString() << ": " << r.err.constData();
+    }
 }
