@@ -3,6 +3,7 @@
 #include "core/VEKLocalizedString.h"
 #include "graph/APLAudioUnitAudioProcessor.h"
 #include "lv2/VEKLV2Plugin.h"
+#include "lv2/VEKLV2World.h"
 
 #include <QCheckBox>
 #include <QAbstractItemView>
@@ -11,6 +12,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QProgressBar>
+#include <QPushButton>
 #include <QScrollArea>
 #include <QSlider>
 #include <QVBoxLayout>
@@ -100,6 +102,26 @@ void PlayerEffectEditor::build()
         resize(360, 120);
         return;
     }
+
+    // The effect's name and maker above its controls, and a way back to where it started.
+    auto *header = new QHBoxLayout;
+    auto *title = new QLabel(this);
+    const QString maker = VEKLV2World::shared().effectDescription(p->uri()).value(QStringLiteral("manufacturer")).toString();
+    title->setText(QStringLiteral("<b>%1</b>").arg(p->name().toHtmlEscaped()) +
+                   (maker.isEmpty() ? QString() : QStringLiteral(" &nbsp;%1").arg(maker.toHtmlEscaped())));
+    header->addWidget(title, 1);
+    auto *defaults = new QPushButton(VEKLocalizedString("PlayerEffectEditor_defaults"), this);
+    connect(defaults, &QPushButton::clicked, this, [this] {
+        if (VEKLV2Plugin *pl = plugin()) {
+            const auto &ports = pl->controlPorts();
+            for (int i = 0; i < int(ports.size()); ++i)
+                if (!ports[size_t(i)].output)
+                    pl->setValue(i, ports[size_t(i)].defaultValue);
+        }
+        refresh();
+    });
+    header->addWidget(defaults);
+    outer->addLayout(header);
 
     auto *area = new QScrollArea(this);
     area->setWidgetResizable(true);
@@ -204,7 +226,7 @@ void PlayerEffectEditor::build()
         m_rows.push_back(std::move(row));
     }
     const QSize hint = panel->sizeHint();
-    resize(std::clamp(hint.width() + 40, 420, 720), std::clamp(hint.height() + 30, 120, 640));
+    resize(std::clamp(hint.width() + 40, 460, 720), std::clamp(hint.height() + 70, 140, 640));
 }
 
 void PlayerEffectEditor::refresh()
