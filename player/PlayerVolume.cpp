@@ -61,10 +61,10 @@ void PlayerVolume::mousePressEvent(QMouseEvent *event)
     const QPointF p = event->position();
     const qreal rx = width() * 0.5, ry = height() * 0.5;
     const qreal dx = (p.x() - rx) / rx, dy = (p.y() - ry) / ry;
-    if (dx * dx + dy * dy > 1.0) {
-        event->ignore(); // the corners are dead: the press falls through to the window
+    // The corners outside the round knob are dead; the press is taken all the same, so it
+    // doesn't fall through and move the window either.
+    if (dx * dx + dy * dy > 1.0)
         return;
-    }
     m_tracking = true;
     m_pressPoint = p;
     m_startVolume = volume();
