@@ -22,9 +22,10 @@ quint64 ApplicationDelegate::playerSizeForScreen(const QRectF &screen)
 
 void ApplicationDelegate::registerDefaults(UserDefaults &defaults, const QRectF &mainScreen)
 {
-    // The factor applies to the sum of y and height: that is the settled formula.
+    // Two thirds of the way up the screen, in Qt's coordinates whose y grows downwards: a third
+    // of the height below the screen's top edge.
     const double x = mainScreen.x() + 0.5 * mainScreen.width();
-    const double y = 0.667 * (mainScreen.y() + mainScreen.height());
+    const double y = mainScreen.y() + mainScreen.height() / 3.0;
     defaults.registerDefaults({
         {QStringLiteral("repeat"), 0},
         {QStringLiteral("shuffle"), false},
@@ -132,6 +133,8 @@ void ApplicationDelegate::applicationWillTerminate()
     if (Database::shared() == m_database.get())
         Database::setShared(nullptr);
     m_database.reset(); // finishes the queued playlist writes first
+    // The windows go after the library file and before the stream they observe.
+    m_frontEnd->releaseWindows();
     // MPRIS
     delete m_mpris;
     m_mpris = nullptr;

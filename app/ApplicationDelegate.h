@@ -1,6 +1,7 @@
 #pragma once
 
 #include "FrontEnd.h"
+#include "MenuItem.h"
 #include "library/Database.h"
 #include "library/Playlist.h"
 #include "library/Song.h"
@@ -53,7 +54,9 @@ public:
     };
 
     // Registers the program's default settings. Runs before anything else of the delegate.
-    // `mainScreen` is the frame of the main screen; a program without a display passes none.
+    // `mainScreen` is the frame of the main screen in Qt's top-left coordinates; a program
+    // without a display passes none. The player's centre defaults to the middle of the screen,
+    // two thirds of the way up.
     static void registerDefaults(UserDefaults &defaults, const QRectF &mainScreen = QRectF());
     // The player size that suits a screen: 3 below 1200 points of width (or no screen), else 2.
     static quint64 playerSizeForScreen(const QRectF &screen);
@@ -76,6 +79,23 @@ public:
     void play();
     void next();
     void previous();
+
+    // The menu commands (ApplicationDelegateCommands.cpp). Each changes the model; the windows
+    // follow through the front end.
+    //
+    // Decides, each time a menu opens (and before a shortcut acts), whether `item` is enabled,
+    // and sets its check mark and, for play and the effects item, its title. An action it does
+    // not know is enabled and left untouched. Next and previous look only at the stream's
+    // playlist, across missing songs and the repeat mode, so they are enabled only when they
+    // could do something.
+    bool validateMenuItem(MenuItem &item) const;
+    void toggleDim();
+    void toggleMute();
+    void toggleShuffle();
+    // Turns every effect slot off when any is on, else all on; empty slots are skipped.
+    void toggleEffectsEnabled();
+    // Moves the `volume` setting by `step`, kept within 0 to 1.
+    void changeVolume(double step);
 
     enum class MediaKeyAction { PassOn, Swallow, Play, Next, Previous };
     // The media-key filter: a system-defined event (type 14, subtype 8) with a key code of 16 to

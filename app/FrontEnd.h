@@ -27,6 +27,10 @@ public:
     // front end cannot ask (the CLI); the question then stays open for a front end that can.
     virtual std::optional<bool> askAccessITunesLibrary() { return std::nullopt; }
 
+    // The shutdown has closed the library file: close and release the windows now, while the
+    // stream they show is still there to let go of.
+    virtual void releaseWindows() {}
+
     // Long work on the main thread (the migration, a rescan): a panel with a bar.
     // progress < 0 is an indeterminate bar.
     virtual void beginProgress(const QString & /*title*/, double /*progress*/) {}

@@ -24,4 +24,8 @@ QStringList MprisRootAdaptor::supportedMimeTypes() const
     };
 }
 
+bool MprisRootAdaptor::canRaise() const { return m_service->canRaise(); }
+
+void MprisRootAdaptor::Raise() { m_service->raise(); }
+
 void MprisRootAdaptor::Quit() { m_service->quit(); }

@@ -1,12 +1,15 @@
 #pragma once
 
+#include "Application.h"
+
 #include <QDBusAbstractAdaptor>
 #include <QStringList>
 
 class MprisService;
 
 // org.mpris.MediaPlayer2 on the MPRIS object: who the player is and what it can be asked to do
-// as an application. Without windows it can't be raised; it can be told to quit. Main thread.
+// as an application. It can be raised when a front end with a window said how; it can be told
+// to quit. Main thread.
 class MprisRootAdaptor : public QDBusAbstractAdaptor {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.mpris.MediaPlayer2")
@@ -21,17 +24,17 @@ public:
     explicit MprisRootAdaptor(MprisService *service);
 
     QString identity() const { return QStringLiteral("Quivera"); }
-    QString desktopEntry() const { return QStringLiteral("quivera"); }
+    // The desktop entry's file name without ".desktop".
+    QString desktopEntry() const { return Application::identifier(); }
     bool canQuit() const { return true; }
-    bool canRaise() const { return false; }
+    bool canRaise() const;
     bool hasTrackList() const { return false; }
     QStringList supportedUriSchemes() const { return {QStringLiteral("file")}; }
     // The types of the formats the file reader decodes.
     QStringList supportedMimeTypes() const;
 
 public slots:
-    // There is no window to raise.
-    void Raise() {}
+    void Raise();
     void Quit();
 
 private:

@@ -517,6 +517,12 @@ void MprisService::quit()
     QTimer::singleShot(0, QCoreApplication::instance(), [] { QCoreApplication::quit(); });
 }
 
+void MprisService::raise()
+{
+    if (m_raise)
+        m_raise();
+}
+
 // --- Change notices -------------------------------------------------------------------------
 
 void MprisService::scheduleRefresh()

@@ -11,6 +11,7 @@
 #include <QPointer>
 #include <QTimer>
 #include <QVariantMap>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -122,6 +123,11 @@ public:
     void setShuffle(bool shuffle);
     // MPRIS asks for quit to be honoured: the event loop is told to end.
     void quit();
+    // Brings the player window to the front; only a front end with windows can, and it says
+    // how here. Until then CanRaise is false and Raise does nothing.
+    void setRaiseHandler(std::function<void()> handler) { m_raise = std::move(handler); }
+    bool canRaise() const { return bool(m_raise); }
+    void raise();
 
 signals:
     // A seek of the stream, in microseconds (the player adaptor relays it as Seeked); not the
@@ -161,4 +167,5 @@ private:
     // Files handed to an import by OpenUri, played when it finishes.
     QHash<const Operation *, QString> m_pendingOpens;
     bool m_queueConnected = false;
+    std::function<void()> m_raise;
 };

@@ -41,7 +41,7 @@ TEST(Defaults, RegisteredBeforeAnyWindowWithTheScreenFormula)
     EXPECT_EQ(defaults.integerForKey(QStringLiteral("selectedPlaylistID")), -1);
     EXPECT_EQ(defaults.integerForKey(QStringLiteral("librarySplitPosition")), 167);
     EXPECT_EQ(defaults.integerForKey(QStringLiteral("playerSize")), 3); // narrower than 1200
-    EXPECT_EQ(defaults.stringForKey(QStringLiteral("playerCenter")), QStringLiteral("{600, 566.95}"));
+    EXPECT_EQ(defaults.stringForKey(QStringLiteral("playerCenter")), QStringLiteral("{600, 316.667}"));
     EXPECT_EQ(defaults.dictionaryForKey(QStringLiteral("preferredFormat")).value(QStringLiteral("quality")).toInt(), 1);
     EXPECT_FALSE(defaults.boolForKey(QStringLiteral("accessiTunesLibrary")));
     EXPECT_EQ(ApplicationDelegate::playerSizeForScreen(QRectF(0, 0, 1200, 900)), 2u);

@@ -331,13 +331,19 @@ TEST_F(MprisOnTheBus, TheRootInterfaceDescribesThePlayer)
     ASSERT_EQ(all.type(), QDBusMessage::ReplyMessage) << all.errorMessage().toStdString();
     const QVariantMap root = qdbus_cast<QVariantMap>(all.arguments().value(0));
     EXPECT_EQ(root.value(u"Identity"_s).toString(), u"Quivera"_s);
-    EXPECT_EQ(root.value(u"DesktopEntry"_s).toString(), u"quivera"_s);
+    EXPECT_EQ(root.value(u"DesktopEntry"_s).toString(), u"org.quivera.Quivera"_s);
     EXPECT_TRUE(root.value(u"CanQuit"_s).toBool());
-    EXPECT_FALSE(root.value(u"CanRaise"_s).toBool());
+    EXPECT_FALSE(root.value(u"CanRaise"_s).toBool()); // no window said how
     EXPECT_FALSE(root.value(u"HasTrackList"_s).toBool());
     EXPECT_EQ(root.value(u"SupportedUriSchemes"_s).toStringList(), QStringList{u"file"_s});
     EXPECT_TRUE(root.value(u"SupportedMimeTypes"_s).toStringList().contains(u"audio/flac"_s));
     EXPECT_EQ(call(kRoot, u"Raise"_s).type(), QDBusMessage::ReplyMessage);
+
+    int raised = 0;
+    service->setRaiseHandler([&] { ++raised; });
+    EXPECT_TRUE(property(kRoot, u"CanRaise"_s).toBool());
+    EXPECT_EQ(call(kRoot, u"Raise"_s).type(), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(raised, 1);
 }
 
 TEST_F(MprisOnTheBus, StatusAndMetadataFollowTheCurrentSong)

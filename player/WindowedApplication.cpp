@@ -1,0 +1,188 @@
+#include "WindowedApplication.h"
+
+#include "AboutWindow.h"
+#include "AddToLibraryDialog.h"
+#include "UserGuide.h"
+#include "app/MprisService.h"
+#include "core/VEKLocalizedString.h"
+#include "settings/UserDefaults.h"
+
+#include <QApplication>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QProgressDialog>
+#include <QScreen>
+
+WindowedApplication::WindowedApplication(QObject *parent) : QObject(parent)
+{
+    VEKAlertPresenter::install(&m_alerts);
+}
+
+WindowedApplication::~WindowedApplication()
+{
+    if (m_delegate && m_launched)
+        terminate();
+    VEKAlertPresenter::install(nullptr);
+}
+
+void WindowedApplication::launch(const ApplicationDelegate::LaunchOptions &options)
+{
+    // The defaults come before anything else reads a setting.
+    const QScreen *screen = QGuiApplication::primaryScreen();
+    ApplicationDelegate::registerDefaults(UserDefaults::standard(), screen ? QRectF(screen->geometry()) : QRectF());
+    m_delegate = std::make_unique<ApplicationDelegate>(static_cast<FrontEnd *>(this));
+    m_delegate->applicationWillFinishLaunching(options);
+    m_menu = std::make_unique<MainMenu>(m_delegate.get(), this);
+    m_guide = std::make_unique<UserGuide>();
+    connect(m_guide.get(), &UserGuide::pdfReady, this, [](const QString &path, const QString &problem) {
+        if (path.isEmpty())
+            VEKError(QStringLiteral("Quivera"), 0, VEKLocalizedString("Controller_userGuideFailed"), problem).alert();
+    });
+    createControllers();
+    if (MprisService *mpris = m_delegate->mpris())
+        mpris->setRaiseHandler([this] { showPlayer(); });
+    m_launched = true;
+    const QList<SingleInstance::Request> pending = std::exchange(m_pending, {});
+    for (const SingleInstance::Request &request : pending)
+        handle(request);
+}
+
+void WindowedApplication::createControllers()
+{
+    // The controllers, last of the launch: each reads a loaded library and a running stream.
+    // The library window comes first here and the mini player after the player, when they
+    // exist; each then answers its `has` question above.
+}
+
+void WindowedApplication::terminate()
+{
+    if (!m_delegate)
+        return;
+    m_delegate->applicationWillTerminate();
+    m_menu.reset();
+    m_guide.reset();
+    m_delegate.reset();
+    m_launched = false;
+}
+
+void WindowedApplication::releaseWindows()
+{
+    delete m_about;
+    delete m_progress;
+}
+
+void WindowedApplication::handle(const SingleInstance::Request &request)
+{
+    if (!m_launched) {
+        m_pending.append(request);
+        return;
+    }
+    const QString &command = request.command;
+    if (command == QLatin1String("open")) {
+        m_delegate->applicationOpenFiles(request.paths);
+        showPlayer();
+    } else if (command == QLatin1String("play-pause")) {
+        // As the media key: from a stop it starts the list in view rather than do nothing.
+        if (MprisService *mpris = m_delegate->mpris())
+            mpris->playPause();
+        else
+            m_delegate->play();
+    } else if (command == QLatin1String("next")) {
+        m_delegate->next();
+    } else if (command == QLatin1String("previous")) {
+        m_delegate->previous();
+    } else if (command == QLatin1String("raise")) {
+        showPlayer();
+    }
+}
+
+bool WindowedApplication::hasPlayerWindow() const { return false; }
+
+void WindowedApplication::showPlayer() {}
+
+QWidget *WindowedApplication::frontWindow() const
+{
+    return QApplication::activeWindow();
+}
+
+void WindowedApplication::openAbout(bool credits)
+{
+    if (!m_about)
+        m_about = new AboutWindow;
+    m_about->setAttribute(Qt::WA_DeleteOnClose, false);
+    m_about->showPage(credits ? AboutWindow::Page::Credits : AboutWindow::Page::About);
+}
+
+void WindowedApplication::openUserGuideAsPDF() { m_guide->openAsPdf(); }
+
+void WindowedApplication::openUserGuideAsBook() { m_guide->openAsBook(frontWindow()); }
+
+void WindowedApplication::addToLibrary()
+{
+    auto *dialog = new AddToLibraryDialog(frontWindow());
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QDialog::accepted, this, [this, dialog] {
+        if (m_delegate)
+            m_delegate->addFilesToLibrary(dialog->chosenPaths());
+    });
+    dialog->open();
+}
+
+void WindowedApplication::setPlayerSize(quint64 size)
+{
+    // Each player takes the size first, then it is kept.
+    UserDefaults::standard().setValue(QStringLiteral("playerSize"), size);
+}
+
+void WindowedApplication::quit() { QCoreApplication::quit(); }
+
+std::optional<bool> WindowedApplication::askAccessITunesLibrary()
+{
+    QMessageBox box;
+    box.setIcon(QMessageBox::Question);
+    box.setWindowTitle(QStringLiteral("Quivera"));
+    box.setText(VEKLocalizedString("Controller_accessITunes_title"));
+    box.setInformativeText(VEKLocalizedString("Controller_accessITunes_message"));
+    QPushButton *yes = box.addButton(VEKLocalizedString("Controller_accessITunes_yes"), QMessageBox::AcceptRole);
+    box.addButton(VEKLocalizedString("Controller_accessITunes_no"), QMessageBox::RejectRole);
+    box.setDefaultButton(yes);
+    box.exec();
+    return box.clickedButton() == yes;
+}
+
+void WindowedApplication::updateControls()
+{
+    if (m_menu)
+        m_menu->validate();
+}
+
+void WindowedApplication::beginProgress(const QString &title, double progress)
+{
+    if (!m_progress) {
+        m_progress = new QProgressDialog(frontWindow());
+        m_progress->setCancelButton(nullptr);
+        m_progress->setMinimumDuration(0);
+        m_progress->setWindowModality(Qt::ApplicationModal);
+    }
+    m_progress->setLabelText(title.isEmpty() ? VEKLocalizedString("Controller_rescanning") : title);
+    setProgress(progress);
+    m_progress->show();
+}
+
+void WindowedApplication::setProgress(double progress)
+{
+    if (!m_progress)
+        return;
+    // Below 0: a bar that only says something is going on.
+    m_progress->setRange(0, progress < 0 ? 0 : 1000);
+    if (progress >= 0)
+        m_progress->setValue(int(progress * 1000));
+    // The main thread is busy until the end: paint the panel now so it is seen.
+    QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
+}
+
+void WindowedApplication::endProgress()
+{
+    if (m_progress)
+        m_progress->deleteLater();
+}

@@ -1,0 +1,85 @@
+#pragma once
+
+#include "MainMenu.h"
+#include "MessageBoxAlertPresenter.h"
+#include "app/ApplicationDelegate.h"
+#include "app/SingleInstance.h"
+
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <memory>
+#include <optional>
+
+class AboutWindow;
+class QProgressDialog;
+class UserGuide;
+
+// The windowed program: the launch with windows, the requests of later starts, the menus'
+// window commands and the shutdown. One per process, made after the QApplication.
+//
+// The window controllers come last in the launch, when the library is loaded and the stream
+// runs, and go in the shutdown after the library file and before the stream. The player window
+// is the one shown today; the library window, the mini player and the preferences join in
+// createControllers() and answer the `has` questions of the menu, which keeps their items
+// disabled until then.
+class WindowedApplication : public QObject, public MainMenu::Windows, public FrontEnd {
+    Q_OBJECT
+public:
+    explicit WindowedApplication(QObject *parent = nullptr);
+    ~WindowedApplication() override;
+
+    // Registers the defaults against the primary screen, runs the delegate's launch (the
+    // iTunes question is a modal box, asked once per user), then makes the menu and the
+    // controllers and shows the player.
+    void launch(const ApplicationDelegate::LaunchOptions &options = {});
+    // The delegate's shutdown, which releases the windows at their place in it.
+    void terminate();
+
+    // A request of a later start (or of this one's command line): files are imported and the
+    // player comes to the front; transport commands act as the media keys do. Requests that
+    // arrive while the launch runs wait for its end.
+    void handle(const SingleInstance::Request &request);
+
+    ApplicationDelegate *delegate() const { return m_delegate.get(); }
+    MainMenu *mainMenu() const { return m_menu.get(); }
+
+    // MainMenu::Windows
+    bool hasPlayerWindow() const override;
+    bool hasLibraryWindow() const override { return false; }
+    bool hasMiniPlayer() const override { return false; }
+    bool hasPreferences() const override { return false; }
+    void showPlayer() override;
+    void openLibrary() override {}
+    void openPreferences(const QString &) override {}
+    void openAbout(bool credits) override;
+    void openUserGuideAsPDF() override;
+    void openUserGuideAsBook() override;
+    void addToLibrary() override;
+    void setPlayerSize(quint64 size) override;
+    bool isSongColumnHidden(const QString &) const override { return false; }
+    void setSongColumnHidden(const QString &, bool) override {}
+    void quit() override;
+
+private:
+    // FrontEnd: what the core asks of the windows.
+    std::optional<bool> askAccessITunesLibrary() override;
+    void updateControls() override;
+    void releaseWindows() override;
+    void beginProgress(const QString &title, double progress) override;
+    void setProgress(double progress) override;
+    void endProgress() override;
+
+    void createControllers();
+    // The window in front, for dialogs to stand on.
+    QWidget *frontWindow() const;
+
+    MessageBoxAlertPresenter m_alerts;
+    std::unique_ptr<ApplicationDelegate> m_delegate;
+    std::unique_ptr<MainMenu> m_menu;
+    std::unique_ptr<UserGuide> m_guide;
+    QPointer<AboutWindow> m_about;
+    QPointer<QProgressDialog> m_progress;
+    bool m_launched = false;
+    QList<SingleInstance::Request> m_pending;
+};
