@@ -122,9 +122,10 @@ TEST_F(PlayerControllerTest, ACentreOnNoScreenFallsBackToTheDefault)
     UserDefaults::standard().setValue(QStringLiteral("playerCenter"), QStringLiteral("{5000, 5000}"));
     UserDefaults::standard().setValue(QStringLiteral("playerSize"), 3);
     makePlayer();
-    // Two thirds of the way down the registered 1920 by 1080 screen (the launch's formula).
-    EXPECT_EQ(player->window()->frameCenter(), QPointF(960, 720));
-    EXPECT_EQ(UserDefaults::standard().stringForKey(QStringLiteral("playerCenter")), QStringLiteral("{960, 720}"));
+    // Two thirds of the way up the registered 1920 by 1080 screen (the launch's formula, in Qt's
+    // coordinates that grow downwards).
+    EXPECT_EQ(player->window()->frameCenter(), QPointF(960, 360));
+    EXPECT_EQ(UserDefaults::standard().stringForKey(QStringLiteral("playerCenter")), QStringLiteral("{960, 360}"));
 }
 
 TEST_F(PlayerControllerTest, TheEffectsMenuActsOnTheSlotWhosePopupOpenedIt)
