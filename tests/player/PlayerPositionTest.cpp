@@ -129,3 +129,28 @@ TEST(PlayerPosition, SeeksByClickAndDragWithPlaybackPausedForTheGesture)
     QTest::keyClick(&bar, Qt::Key_Right);
     EXPECT_FLOAT_EQ(transport.location, 0.56f);
 }
+
+TEST(PlayerPosition, ReadsOneColumnPerDevicePixelAtRatioTwo)
+{
+    // The ratio is the screen's, fixed when the application starts: check in a child run.
+    if (qEnvironmentVariable("QT_SCALE_FACTOR") != QLatin1String("2")) {
+        qputenv("QT_SCALE_FACTOR", "2");
+        QByteArray out;
+        const int rc = TestEnvironment::run(QCoreApplication::applicationFilePath(),
+                                            {"--gtest_filter=PlayerPosition.ReadsOneColumnPerDevicePixelAtRatioTwo"}, &out);
+        qunsetenv("QT_SCALE_FACTOR");
+        EXPECT_EQ(rc, 0) << out.constData();
+        return;
+    }
+    const QString path = noise("sharp", 1.0);
+    FakePlayerTransport transport;
+    PlayerPosition bar;
+    bar.resize(718, 100);
+    bar.show();
+    bar.setTransport(&transport);
+    ASSERT_EQ(bar.devicePixelRatioF(), 2.0);
+    transport.setSong(path);
+    ASSERT_TRUE(waitForPicture(bar, path));
+    EXPECT_EQ(bar.waveformImage().width(), 1416);
+    EXPECT_EQ(bar.waveform()->frames(), 1416u);
+}
