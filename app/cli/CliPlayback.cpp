@@ -2,6 +2,7 @@
 
 #include "app/SignalQuitter.h"
 #include "audio/Stream.h"
+#include "text/VEKTimeFormatter.h"
 
 #include <QCoreApplication>
 #include <QTimer>
@@ -72,10 +73,16 @@ bool runUntilEnd(CliSession &session, const std::function<void()> &status)
     return ended;
 }
 
-QString formatTime(double seconds)
+QString statusLine(const QString &name, double position, double length, const Stream::OutputFormat &format)
 {
-    const qint64 s = std::max<qint64>(0, qint64(std::floor(seconds)));
-    return QStringLiteral("%1:%2").arg(s / 60).arg(s % 60, 2, 10, QLatin1Char('0'));
+    const VEKTimeFormatter time;
+    QString line = QStringLiteral("%1  %2 / %3").arg(name, time.stringForSeconds(position), time.stringForSeconds(length));
+    if (format.sampleRate > 0 && format.bitsPerSample > 0)
+        line += QStringLiteral("  %1 kHz %2-bit, %3")
+                    .arg(QString::number(format.sampleRate / 1000.0, 'g', 7))
+                    .arg(format.bitsPerSample)
+                    .arg(format.bitPerfect ? QStringLiteral("bit-perfect") : QStringLiteral("not bit-perfect"));
+    return line;
 }
 
 } // namespace CliPlayback

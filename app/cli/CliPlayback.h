@@ -1,6 +1,7 @@
 #pragma once
 
 #include "CliSession.h"
+#include "audio/Stream.h"
 
 // What `play`, `render` and `serve` share: the launch with a stream, the choice of playlist and
 // first song, and the loop that runs until the playlist ends or a signal arrives.
@@ -17,7 +18,8 @@ bool cue(CliSession &session, const QString &playlistID, const QString &songID);
 // given) is called five times a second. Returns true when the playlist ended by itself.
 bool runUntilEnd(CliSession &session, const std::function<void()> &status = {});
 
-// "m:ss".
-QString formatTime(double seconds);
+// The status line of `play`: "Name  1:02 / 4:05  44.1 kHz 16-bit, bit-perfect". The format is
+// left out while the device has none.
+QString statusLine(const QString &name, double position, double length, const Stream::OutputFormat &format);
 
 } // namespace CliPlayback

@@ -42,9 +42,8 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
         if (!terminal || !song)
             return;
         const double length = stream->lengthOfSongInPlayerAtIndex(stream->indexOfEnabledPlayer());
-        QString line = QStringLiteral("%1  %2 / %3")
-                           .arg(song->name().isEmpty() ? song->URL() : song->name(),
-                                CliPlayback::formatTime(stream->location()), CliPlayback::formatTime(length));
+        QString line = CliPlayback::statusLine(song->name().isEmpty() ? song->URL() : song->name(),
+                                               stream->location(), length, stream->outputFormat());
         const int width = int(line.size());
         if (width < shown)
             line += QString(shown - width, QLatin1Char(' '));
@@ -52,6 +51,9 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
         session.out() << '\r' << line;
         session.out().flush();
     };
+    // A new device format shows at once, not at the next tick.
+    if (terminal)
+        QObject::connect(stream, &Stream::outputFormatChanged, stream, status);
     const bool ended = CliPlayback::runUntilEnd(session, terminal ? std::function<void()>(status) : nullptr);
     if (terminal)
         session.out() << '\n';
@@ -83,8 +85,9 @@ CliCommand playCommand()
         "Plays the playlist (default: the library) from the song (default: its first) to the\n"
         "output device chosen in the settings, or to --device (see quivera-cli devices), until\n"
         "the playlist ends or Ctrl-C. Every playback setting applies: volume, dim, mute,\n"
-        "headphones, effects, dither, converter, rate policy. Shows the song and its position\n"
-        "on a terminal.\n");
+        "headphones, effects, dither, converter, rate policy. On a terminal, one line shows\n"
+        "the song, its position and length, and the format the device plays (rate, bits,\n"
+        "and whether the song reaches it bit for bit).\n");
     c.run = [c](CliSession &session, const QStringList &args) { return run(session, args, c); };
     return c;
 }

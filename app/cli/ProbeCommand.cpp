@@ -1,6 +1,7 @@
 #include "CliCommand.h"
 
 #include "io/VEKAudioFileReader.h"
+#include "text/VEKFileSizeFormatter.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -40,7 +41,7 @@ void printFacts(QTextStream &out, const VEKAudioFileReader &reader)
     line(QStringLiteral("channels"), QString::number(reader.numberOfChannels()));
     line(QStringLiteral("frames"), QString::number(reader.frames()));
     line(QStringLiteral("length"), QStringLiteral("%1 s").arg(reader.length(), 0, 'f', 3));
-    line(QStringLiteral("file size"), QStringLiteral("%1 bytes").arg(reader.fileSize()));
+    line(QStringLiteral("file size"), QStringLiteral("%1 (%2 bytes)").arg(VEKFileSizeFormatter().stringForByteCount(qint64(reader.fileSize()))).arg(reader.fileSize()));
     line(QStringLiteral("bit rate"), QStringLiteral("%1 bit/s").arg(reader.bitrate()));
     if (reader.bitDepth() != 0)
         line(QStringLiteral("bit depth"), QString::number(reader.bitDepth()));

@@ -6,6 +6,7 @@
 #include "graph/VEKHardwareAudioProcessor.h"
 #include "outputs/capture/VEKWaveFileWriter.h"
 #include "settings/UserDefaults.h"
+#include "text/VEKTimeFormatter.h"
 
 #include <QFileInfo>
 
@@ -103,7 +104,7 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
         session.fail(error.text());
         return 1;
     }
-    session.out() << "rendered " << (end ? *end : 0) << " frames (" << CliPlayback::formatTime(end ? double(*end) / outputRate : 0)
+    session.out() << "rendered " << (end ? *end : 0) << " frames (" << VEKTimeFormatter().stringForSeconds(end ? double(*end) / outputRate : 0)
                   << ") at " << outputRate << " Hz, " << bits << " bits to " << path << '\n';
     return session.status();
 }

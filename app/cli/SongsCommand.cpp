@@ -1,17 +1,12 @@
 #include "CliCommand.h"
 
 #include "library/SongPredicate.h"
+#include "text/VEKTimeFormatter.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 
 namespace {
-QString formatLength(double seconds)
-{
-    const qint64 s = qint64(seconds + 0.5);
-    return s >= 3600 ? QStringLiteral("%1:%2:%3").arg(s / 3600).arg(s / 60 % 60, 2, 10, QLatin1Char('0')).arg(s % 60, 2, 10, QLatin1Char('0'))
-                     : QStringLiteral("%1:%2").arg(s / 60).arg(s % 60, 2, 10, QLatin1Char('0'));
-}
 
 int run(CliSession &session, const QStringList &argv, const CliCommand &command)
 {
@@ -54,7 +49,7 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
     }
     for (const SongPtr &s : songs) {
         session.out() << QString::number(s->songID()).rightJustified(11) << "  "
-                      << formatLength(s->length()).rightJustified(6) << "  "
+                      << VEKTimeFormatter().stringForSeconds(s->length()).rightJustified(6) << "  "
                       << (s->isMissing() ? QStringLiteral("! ") : QString()) << s->name();
         if (!s->artist().isEmpty())
             session.out() << " — " << s->artist();

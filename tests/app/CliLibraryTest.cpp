@@ -262,3 +262,15 @@ TEST_F(CliLibraryTest, SettingsRoundTripAsJson)
     ASSERT_TRUE(prefs.open(QIODevice::ReadOnly));
     EXPECT_TRUE(prefs.readAll().contains("<integer>96000</integer>"));
 }
+
+TEST_F(CliLibraryTest, PlayShowsTheSongItsTimesAndTheDeviceFormatOnATerminalOnly)
+{
+    TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/tone.wav"), 1.2, 44100, 2, {QStringLiteral("-b"), QStringLiteral("16")});
+    ASSERT_EQ(cli.run({QStringLiteral("import"), cli.musicDir()}).status, 0);
+    const QString device = QStringLiteral("capture:%1/out.wav?bits=24").arg(cli.dataDir());
+    const QByteArray shown = cli.runOnTerminal(QStringLiteral("play --device '%1'").arg(device));
+    EXPECT_TRUE(shown.contains("\rtone  0:00 / 0:01  44.1 kHz 24-bit, bit-perfect")) << shown.constData();
+    const CliHarness::Result piped = cli.run({QStringLiteral("play"), QStringLiteral("--device"), device});
+    EXPECT_EQ(piped.status, 0) << piped.err.constData();
+    EXPECT_TRUE(piped.out.isEmpty()) << piped.out.constData();
+}

@@ -1,8 +1,12 @@
+#include "text/VEKFileSizeFormatter.h"
 #include "text/VEKText.h"
+#include "text/VEKTimeFormatter.h"
 
 #include <QCollator>
 #include <QLocale>
+#include <cmath>
 #include <gtest/gtest.h>
+#include <limits>
 
 using namespace VEKText;
 
@@ -51,4 +55,37 @@ TEST(VEKTextOrder, PlainTextsOrderAsTheCollatorOrdersThem)
             EXPECT_EQ(fast < 0, full < 0) << x.toStdString() << " vs " << y.toStdString();
             EXPECT_EQ(fast == 0, full == 0) << x.toStdString() << " vs " << y.toStdString();
         }
+}
+
+TEST(VEKFormatters, DurationsInFormat12)
+{
+    const VEKTimeFormatter f(VEKTimeFormatter::hoursMinutesSeconds);
+    const struct {
+        double seconds;
+        const char *text;
+    } cases[] = {
+        {0, "0:00"},         {59.999, "0:59"},      {60, "1:00"},          {599, "9:59"},
+        {3599.5, "59:59"},   {3600, "1:00:00"},     {36061, "10:01:01"},   {-0.5, "-0:01"},
+        {-65, "-1:05"},      {-3600, "-1:00:00"},   {std::nan(""), "0:00"}, {HUGE_VAL, "0:00"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(f.stringForSeconds(c.seconds), QString::fromLatin1(c.text)) << c.seconds;
+    // Position and remaining time of one moment add up to the length shown.
+    EXPECT_EQ(f.stringForSeconds(0.4) + " " + f.stringForSeconds(0.4 - 205), "0:00 -3:25");
+}
+
+TEST(VEKFormatters, ByteCountsWithThreeSignificantDigits)
+{
+    const VEKFileSizeFormatter f;
+    const struct {
+        qint64 bytes;
+        const char *text;
+    } cases[] = {
+        {0, "0 bytes"},           {1, "1 byte"},           {999, "999 bytes"},
+        {1000, "1.00 KB"},        {1234, "1.23 KB"},       {12345678, "12.3 MB"},
+        {999499, "999 KB"},       {999500, "1.00 MB"},     {123456789012, "123 GB"},
+        {-2048, "-2.05 KB"},      {std::numeric_limits<qint64>::max(), "9.22 EB"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(f.stringForByteCount(c.bytes), QString::fromLatin1(c.text)) << c.bytes;
 }
