@@ -18,6 +18,7 @@
 #include "app/SignalFrontEnd.h"
 #include "audio/Stream.h"
 #include "core/VEKLocalizedString.h"
+#include "text/VEKFileSizeFormatter.h"
 #include "graph/VEKAudioDock.h"
 #include "remote/Remote.h"
 #include "settings/UserDefaults.h"
@@ -270,14 +271,11 @@ void PlayerController::playButtonChanged()
 
 QString PlayerController::timeText(double seconds) const
 {
-    // Whole seconds, m:ss below an hour and h:mm:ss above; a negative time keeps its sign.
-    const bool negative = std::signbit(seconds); // -0 too: no time left is still remaining time
-    qint64 s = qint64(std::floor(std::fabs(seconds)));
-    const qint64 h = s / 3600;
-    s %= 3600;
-    QString text = h > 0 ? QStringLiteral("%1:%2:%3").arg(h).arg(s / 60, 2, 10, QLatin1Char('0')).arg(s % 60, 2, 10, QLatin1Char('0'))
-                         : QStringLiteral("%1:%2").arg(s / 60).arg(s % 60, 2, 10, QLatin1Char('0'));
-    return negative ? u'-' + text : text;
+    QString text = m_timeFormatter.stringForSeconds(seconds);
+    // No time left is still remaining time: -0 keeps its sign, so the mode shows.
+    if (std::signbit(seconds) && !text.startsWith(u'-'))
+        text.prepend(u'-');
+    return text;
 }
 
 void PlayerController::updateControls()
@@ -287,7 +285,7 @@ void PlayerController::updateControls()
     if (song) {
         m_totalTimeText->setText(timeText(song->length()));
         m_formatText->setText(song->format().isEmpty() ? QStringLiteral("--") : song->format());
-        m_sizeText->setText(QLocale::system().formattedDataSize(qint64(song->size()), 1, QLocale::DataSizeSIFormat));
+        m_sizeText->setText(VEKFileSizeFormatter().stringForByteCount(qint64(song->size())));
     } else {
         // The position keeps its last text until its next refresh.
         m_totalTimeText->setText(QString());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "graph/VEKAudioProcessor.h"
+#include "text/VEKTimeFormatter.h"
 
 #include <QList>
 #include <QObject>
@@ -139,6 +140,7 @@ private:
     std::array<PlayerButton *, numberOfEffectSlots> m_effectPopup{};
     QWidget *m_remoteImage = nullptr;
 
+    VEKTimeFormatter m_timeFormatter{VEKTimeFormatter::hoursMinutesSeconds};
     bool m_positionTextFormat = false;
     // Runs only during playback, so the time moves on between seeks.
     QTimer *m_positionTimer = nullptr;
