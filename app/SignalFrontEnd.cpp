@@ -29,6 +29,8 @@ std::optional<bool> SignalFrontEnd::askAccessITunesLibrary()
     return m_askAccessITunesLibrary ? m_askAccessITunesLibrary() : std::nullopt;
 }
 
+void SignalFrontEnd::releaseWindows() { emit releaseWindowsRequested(); }
+
 void SignalFrontEnd::beginProgress(const QString &title, double progress)
 {
     emit beginProgressRequested(title, progress);

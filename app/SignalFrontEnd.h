@@ -34,6 +34,7 @@ public:
     void open() override;
     void beginEditingPlaylist(const PlaylistPtr &playlist) override;
     std::optional<bool> askAccessITunesLibrary() override;
+    void releaseWindows() override;
     void beginProgress(const QString &title, double progress) override;
     void setProgress(double progress) override;
     void endProgress() override;
@@ -54,6 +55,9 @@ signals:
     void openRequested();
     // That new playlist is selected: start editing its name in the sidebar.
     void beginEditingPlaylistRequested(const PlaylistPtr &playlist);
+    // The shutdown has closed the library file: the windows close and let go of the stream now
+    // (connect directly: the stream is torn down right after).
+    void releaseWindowsRequested();
     // Long work on the main thread starts (the migration, a rescan): show a panel with a bar.
     // `progress` is 0..1, below 0 for an indeterminate bar. The main thread stays busy until
     // endProgressRequested: a slot that wants the panel seen must paint it itself.

@@ -2,12 +2,15 @@
 
 #include "AboutWindow.h"
 #include "AddToLibraryDialog.h"
+#include "PlayerController.h"
+#include "PlayerWindow.h"
 #include "UserGuide.h"
 #include "app/MprisService.h"
 #include "core/VEKLocalizedString.h"
 #include "settings/UserDefaults.h"
 
 #include <QApplication>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QProgressDialog>
@@ -16,6 +19,11 @@
 WindowedApplication::WindowedApplication(QObject *parent) : QObject(parent)
 {
     VEKAlertPresenter::install(&m_alerts);
+    m_frontEnd.setAskAccessITunesLibraryHandler([this] { return askAccessITunesLibrary(); });
+    connect(&m_frontEnd, &SignalFrontEnd::releaseWindowsRequested, this, &WindowedApplication::releaseWindows);
+    connect(&m_frontEnd, &SignalFrontEnd::beginProgressRequested, this, &WindowedApplication::beginProgress);
+    connect(&m_frontEnd, &SignalFrontEnd::setProgressRequested, this, &WindowedApplication::setProgress);
+    connect(&m_frontEnd, &SignalFrontEnd::endProgressRequested, this, &WindowedApplication::endProgress);
 }
 
 WindowedApplication::~WindowedApplication()
@@ -30,7 +38,7 @@ void WindowedApplication::launch(const ApplicationDelegate::LaunchOptions &optio
     // The defaults come before anything else reads a setting.
     const QScreen *screen = QGuiApplication::primaryScreen();
     ApplicationDelegate::registerDefaults(UserDefaults::standard(), screen ? QRectF(screen->geometry()) : QRectF());
-    m_delegate = std::make_unique<ApplicationDelegate>(static_cast<FrontEnd *>(this));
+    m_delegate = std::make_unique<ApplicationDelegate>(&m_frontEnd);
     m_delegate->applicationWillFinishLaunching(options);
     m_menu = std::make_unique<MainMenu>(m_delegate.get(), this);
     m_guide = std::make_unique<UserGuide>();
@@ -51,7 +59,17 @@ void WindowedApplication::createControllers()
 {
     // The controllers, last of the launch: each reads a loaded library and a running stream.
     // The library window comes first here and the mini player after the player, when they
-    // exist; each then answers its `has` question above.
+    // exist; each then answers its `has` question in the header and takes the main menu (the
+    // library window as its menu bar).
+    m_player = std::make_unique<PlayerController>(*m_delegate);
+    PlayerWindow *window = m_player->window();
+    // The player is frameless and has no menu bar: its bare background opens the whole menu,
+    // and the menu's keys work while it is shown.
+    m_menu->attachTo(window);
+    window->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(window, &QWidget::customContextMenuRequested, this, [this, window](const QPoint &at) {
+        m_menu->contextMenu()->popup(window->mapToGlobal(at));
+    });
 }
 
 void WindowedApplication::terminate()
@@ -67,6 +85,8 @@ void WindowedApplication::terminate()
 
 void WindowedApplication::releaseWindows()
 {
+    // The mini player goes before the player and the library window after it, when they exist.
+    m_player.reset();
     delete m_about;
     delete m_progress;
 }
@@ -96,9 +116,21 @@ void WindowedApplication::handle(const SingleInstance::Request &request)
     }
 }
 
-bool WindowedApplication::hasPlayerWindow() const { return false; }
-
-void WindowedApplication::showPlayer() {}
+void WindowedApplication::showPlayer()
+{
+    if (!m_player)
+        return;
+    const quint64 size = quint64(UserDefaults::standard().integerForKey(QStringLiteral("playerSize")));
+    // Above 3 the mini player stands in for the player; until it exists the player shows.
+    const QScreen *screen = QGuiApplication::primaryScreen();
+    m_player->setPlayerSize(size <= 3 ? size
+                                      : ApplicationDelegate::playerSizeForScreen(
+                                            screen ? QRectF(screen->geometry()) : QRectF()));
+    PlayerWindow *window = m_player->window();
+    window->showNormal();
+    window->raise();
+    window->activateWindow();
+}
 
 QWidget *WindowedApplication::frontWindow() const
 {
@@ -130,7 +162,9 @@ void WindowedApplication::addToLibrary()
 
 void WindowedApplication::setPlayerSize(quint64 size)
 {
-    // Each player takes the size first, then it is kept.
+    // Each player takes the size first (the mini player too, when it exists), then it is kept.
+    if (m_player)
+        m_player->setPlayerSize(size);
     UserDefaults::standard().setValue(QStringLiteral("playerSize"), size);
 }
 
@@ -148,12 +182,6 @@ std::optional<bool> WindowedApplication::askAccessITunesLibrary()
     box.setDefaultButton(yes);
     box.exec();
     return box.clickedButton() == yes;
-}
-
-void WindowedApplication::updateControls()
-{
-    if (m_menu)
-        m_menu->validate();
 }
 
 void WindowedApplication::beginProgress(const QString &title, double progress)

@@ -3,6 +3,7 @@
 #include "MainMenu.h"
 #include "MessageBoxAlertPresenter.h"
 #include "app/ApplicationDelegate.h"
+#include "app/SignalFrontEnd.h"
 #include "app/SingleInstance.h"
 
 #include <QList>
@@ -12,6 +13,7 @@
 #include <optional>
 
 class AboutWindow;
+class PlayerController;
 class QProgressDialog;
 class UserGuide;
 
@@ -23,7 +25,7 @@ class UserGuide;
 // is the one shown today; the library window, the mini player and the preferences join in
 // createControllers() and answer the `has` questions of the menu, which keeps their items
 // disabled until then.
-class WindowedApplication : public QObject, public MainMenu::Windows, public FrontEnd {
+class WindowedApplication : public QObject, public MainMenu::Windows {
     Q_OBJECT
 public:
     explicit WindowedApplication(QObject *parent = nullptr);
@@ -45,7 +47,7 @@ public:
     MainMenu *mainMenu() const { return m_menu.get(); }
 
     // MainMenu::Windows
-    bool hasPlayerWindow() const override;
+    bool hasPlayerWindow() const override { return m_player != nullptr; }
     bool hasLibraryWindow() const override { return false; }
     bool hasMiniPlayer() const override { return false; }
     bool hasPreferences() const override { return false; }
@@ -61,23 +63,27 @@ public:
     void setSongColumnHidden(const QString &, bool) override {}
     void quit() override;
 
+    PlayerController *playerController() const { return m_player.get(); }
+
 private:
-    // FrontEnd: what the core asks of the windows.
-    std::optional<bool> askAccessITunesLibrary() override;
-    void updateControls() override;
-    void releaseWindows() override;
-    void beginProgress(const QString &title, double progress) override;
-    void setProgress(double progress) override;
-    void endProgress() override;
+    // What the core asks of the windows, through the front end's signals.
+    std::optional<bool> askAccessITunesLibrary();
+    void releaseWindows();
+    void beginProgress(const QString &title, double progress);
+    void setProgress(double progress);
+    void endProgress();
 
     void createControllers();
     // The window in front, for dialogs to stand on.
     QWidget *frontWindow() const;
 
     MessageBoxAlertPresenter m_alerts;
+    SignalFrontEnd m_frontEnd;
     std::unique_ptr<ApplicationDelegate> m_delegate;
     std::unique_ptr<MainMenu> m_menu;
     std::unique_ptr<UserGuide> m_guide;
+    // The window controllers.
+    std::unique_ptr<PlayerController> m_player;
     QPointer<AboutWindow> m_about;
     QPointer<QProgressDialog> m_progress;
     bool m_launched = false;

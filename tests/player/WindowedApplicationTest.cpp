@@ -1,0 +1,132 @@
+// The windowed launch with its menu: the player window comes up carrying the main menu, whose
+// shortcuts follow the validation without a menu being opened, and the user guide is typeset
+// into a PDF and packed as an EPUB.
+
+#include "app/ApplicationDelegate.h"
+#include "audio/Stream.h"
+#include "outputs/VEKAudioDevice.h"
+#include "player/MainMenu.h"
+#include "player/PlayerController.h"
+#include "player/PlayerWindow.h"
+#include "player/UserGuide.h"
+#include "player/WindowedApplication.h"
+#include "settings/UserDefaults.h"
+#include "support/Processes.h"
+#include "support/TestEnvironment.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QFile>
+#include <QMenu>
+#include <QRegularExpression>
+#include <QTest>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+using A = MenuItem::Action;
+using TestEnvironment::waitUntil;
+
+namespace {
+
+class WindowedLaunch : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        TestEnvironment::resetUserFolders();
+        UserDefaults &d = UserDefaults::standard();
+        for (const QString &key : {u"playerSize"_s, u"playerCenter"_s, u"selectedPlaylistID"_s})
+            d.removeValue(key);
+        d.setValue(u"seenAccessiTunesLibraryQuery"_s, true);
+        ApplicationDelegate::LaunchOptions options;
+        options.remote = false;
+        options.mpris = false;
+        options.outputDevice = VEKAudioDevice::deviceWithUID(u"null"_s);
+        app.launch(options);
+        ASSERT_TRUE(app.playerController());
+        window = app.playerController()->window();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(window));
+        window->activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(window));
+
+        static const QString dir = TestEnvironment::makeTempDir(u"launch-music"_s);
+        QStringList files;
+        for (int i = 0; i < 3; ++i)
+            files.append(TestEnvironment::makeSine(dir + u"/%1.wav"_s.arg(i), 5.0, 44100, 2, {}, 300.0 + 100 * i));
+        delegate()->addFilesToLibrary(files);
+        ASSERT_TRUE(waitUntil([&] { return delegate()->library().size() == 3; }, 60000));
+        library = delegate()->localPlaylists().value(0);
+        library->setSortKey(u"ordinal"_s);
+    }
+
+    ApplicationDelegate *delegate() const { return app.delegate(); }
+    Stream *stream() const { return delegate()->stream(); }
+    void key(Qt::Key k, Qt::KeyboardModifiers modifiers = Qt::ControlModifier) { QTest::keyClick(window, k, modifiers); }
+
+    WindowedApplication app;
+    QWidget *window = nullptr;
+    PlaylistPtr library;
+};
+
+} // namespace
+
+TEST_F(WindowedLaunch, TheMenusKeysFollowTheModelWithoutAMenuBeingOpened)
+{
+    stream()->setPlaylist(library);
+    stream()->setCurrentSong(library->objectInSongsAtIndex(2));
+
+    // The last song without repeat: next is disabled, and so is its key.
+    key(Qt::Key_Right);
+    EXPECT_EQ(stream()->currentSong(), library->objectInSongsAtIndex(2));
+
+    // Repeat turned on elsewhere; no menu opens, yet the key now wraps to the top.
+    library->setRepeatMode(1);
+    key(Qt::Key_Right);
+    EXPECT_EQ(stream()->currentSong(), library->objectInSongsAtIndex(0));
+
+    key(Qt::Key_Space, Qt::NoModifier);
+    EXPECT_TRUE(stream()->isPlaying());
+    QMenu *controls = app.mainMenu()->menus().at(3);
+    emit controls->aboutToShow();
+    EXPECT_EQ(app.mainMenu()->action(A::Play)->text(), u"Pause"_s);
+
+    // Windows that are not there yet: their items and keys stay off.
+    EXPECT_FALSE(app.mainMenu()->action(A::OpenLibrary)->isEnabled());
+    EXPECT_FALSE(app.mainMenu()->action(A::OpenPreferences)->isEnabled());
+    EXPECT_FALSE(app.mainMenu()->action(A::ViewSizeChanged, 4)->isEnabled());
+    EXPECT_TRUE(app.mainMenu()->action(A::ViewSizeChanged, 3)->isEnabled());
+}
+
+TEST_F(WindowedLaunch, AViewSizeResizesThePlayerAndIsKept)
+{
+    app.mainMenu()->action(A::ViewSizeChanged, 3)->trigger();
+    EXPECT_EQ(window->size(), QSize(600, 150));
+    EXPECT_EQ(UserDefaults::standard().integerForKey(u"playerSize"_s), 3);
+    EXPECT_TRUE(app.mainMenu()->action(A::ViewSizeChanged, 3)->isChecked());
+}
+
+TEST(UserGuide, TheGuideIsTypesetIntoAPdfWithAPagePerChapterAndPackedAsAnEpub)
+{
+    const QString html = UserGuide::html();
+    const qsizetype chapters = html.count(QRegularExpression(u"<h2 id="_s));
+    ASSERT_GE(chapters, 10) << "the guide is in the resources";
+
+    const QString pdf = TestEnvironment::makeTempDir(u"guide"_s) + u"/guide/QuiveraUserGuide.pdf"_s;
+    QString problem;
+    ASSERT_TRUE(UserGuide::writePdf(pdf, &problem)) << problem.toStdString();
+    const QByteArray bytes = TestEnvironment::readFile(pdf);
+    EXPECT_TRUE(bytes.startsWith("%PDF-"));
+    EXPECT_TRUE(bytes.trimmed().endsWith("%%EOF"));
+    // Each chapter starts a page.
+    const qsizetype pages = QString::fromLatin1(bytes).count(QRegularExpression(u"/Type\\s*/Page[^s]"_s));
+    EXPECT_GT(pages, chapters);
+
+    EXPECT_FALSE(UserGuide::writePdf(u"/proc/no/such/QuiveraUserGuide.pdf"_s, &problem));
+    EXPECT_FALSE(problem.isEmpty());
+
+    // The book: a zip whose first entry is the uncompressed media type, as readers require.
+    const QString epub = UserGuide::epubPath();
+    ASSERT_FALSE(epub.isEmpty()) << "the build made no EPUB beside the program";
+    const QByteArray book = TestEnvironment::readFile(epub);
+    EXPECT_EQ(book.mid(0, 4), QByteArray("PK\x03\x04", 4));
+    EXPECT_EQ(book.mid(30, 28), QByteArray("mimetypeapplication/epub+zip"));
+}
