@@ -3,12 +3,20 @@
 #include "CliProgressBar.h"
 
 #include "audio/Stream.h"
+#include "core/VEKAtomicFile.h"
 #include "graph/VEKHardwareAudioProcessor.h"
 #include "outputs/capture/VEKWaveFileWriter.h"
 #include "settings/UserDefaults.h"
 #include "text/VEKTimeFormatter.h"
 
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
 #include <QFileInfo>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -50,10 +58,19 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
     }
 
     const QString path = QFileInfo(args.value(outOption)).absoluteFilePath();
+    // The audio goes to a hidden file beside the result, which takes the result's name only
+    // when every frame is on disk: a full disk never leaves a file that looks complete.
+    const QFileInfo target(path);
+    const QString partPath = target.dir().filePath(
+        QStringLiteral(".%1.%2.part").arg(target.fileName().left(200)).arg(QCoreApplication::applicationPid()));
+    struct PartFile {
+        QString path;
+        ~PartFile() { QFile::remove(path); }
+    } part{partPath};
     ApplicationDelegate::LaunchOptions options = CliSession::libraryOnly();
     options.stream = true;
     options.startStream = false;
-    options.outputDevice = VEKAudioDevice::deviceWithUID(QStringLiteral("capture:%1?fast&bits=%2").arg(path).arg(bits));
+    options.outputDevice = VEKAudioDevice::deviceWithUID(QStringLiteral("capture:%1?fast&bits=%2").arg(partPath).arg(bits));
     if (rate != 0) {
         options.outputDevice->setSampleRate(double(rate), nullptr);
         options.sampleRatePolicy = rate;
@@ -96,12 +113,19 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
     const std::optional<quint64> end = stream->endSampleTime();
     // Closing the output finishes the file.
     stream->uninitialize();
-    if (!ended) {
-        session.err() << "quivera-cli: render interrupted; " << path << " holds what was rendered\n";
+    const quint64 frames = end ? *end : 0;
+    if (!VEKWaveFileWriter::holdsFrames(partPath, ended ? frames : 0, &error)
+        || (end && !VEKWaveFileWriter::truncateFile(partPath, frames, &error))) {
+        session.fail(QStringLiteral("render failed, nothing was written to %1: %2").arg(path, error.text()));
         return 1;
     }
-    if (end && !VEKWaveFileWriter::truncateFile(path, *end, &error)) {
-        session.fail(error.text());
+    if (std::rename(QFile::encodeName(partPath).constData(), QFile::encodeName(path).constData()) != 0) {
+        session.fail(QStringLiteral("%1: %2").arg(path, QString::fromLocal8Bit(std::strerror(errno))));
+        return 1;
+    }
+    VEKAtomicFile::syncFolderOf(path);
+    if (!ended) {
+        session.err() << "quivera-cli: render interrupted; " << path << " holds what was rendered\n";
         return 1;
     }
     session.out() << "rendered " << (end ? *end : 0) << " frames (" << VEKTimeFormatter().stringForSeconds(end ? double(*end) / outputRate : 0)

@@ -56,7 +56,7 @@ bool VEKAudioFileModifier::initWithURL(const QString &path, VEKError *error)
     d->kind = tags->kind();
     if (!VEKTagFile::canWrite(d->kind))
         return true; // commit() reports it, once there is something to write
-    if (!QFileInfo(d->path).isWritable())
+    if (!QFileInfo(d->path).isWritable() || !QFileInfo(QFileInfo(d->path).absolutePath()).isWritable())
         return fail(OpenFailed, "Error_audioFileTagsReadOnly");
     return fail(OpenFailed, "Error_audioFileDamaged");
 }
@@ -96,15 +96,14 @@ bool VEKAudioFileModifier::commit(VEKError *error)
                                           + VEKLocalizedString("Error_audioFileTagsUnsupported")));
         return false;
     }
-    const bool written = d->tags->write(d->pending, d->picture);
-    // Closing the file is what puts TagLib's last buffered bytes on disk: a reader that opens
-    // the file right after commit() must see all of it. Reopened for a further commit.
-    d->tags.reset();
-    auto reopened = std::make_unique<VEKTagFile>();
-    if (reopened->open(d->path, true))
-        d->tags = std::move(reopened);
-    if (!written) {
-        VEKError::set(error, VEKError(kDomain, WriteFailed, VEKLocalizedString("Error_audioFileTags"), d->path));
+    // The file is replaced whole only when the new one is complete and synced: a failure (a
+    // full disk) leaves it as it was.
+    if (!d->tags->write(d->pending, d->picture)) {
+        const QString why = d->tags->errorText();
+        VEKError::set(error, VEKError(kDomain, WriteFailed, VEKLocalizedString("Error_audioFileTags"),
+                                      why.isEmpty() ? d->path : d->path + QStringLiteral(": ") + why));
+        auto reopened = std::make_unique<VEKTagFile>();
+        d->tags = reopened->open(d->path, true) ? std::move(reopened) : nullptr;
         return false;
     }
     d->pending.clear();

@@ -1,6 +1,10 @@
 #include "VEKTagFile.h"
 
+#include "core/VEKAtomicFile.h"
+
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include <taglib/aifffile.h>
 #include <taglib/apefile.h>
@@ -19,6 +23,7 @@
 #include <taglib/oggflacfile.h>
 #include <taglib/opusfile.h>
 #include <taglib/speexfile.h>
+#include <taglib/tbytevectorstream.h>
 #include <taglib/tdebuglistener.h>
 #include <taglib/tfilestream.h>
 #include <taglib/tpropertymap.h>
@@ -451,9 +456,27 @@ bool VEKTagFile::open(const QString &path, bool forWriting)
     if (!canWrite(m_kind))
         return false;
 
-    auto stream = std::make_unique<TagLib::FileStream>(QFile::encodeName(path).constData(), !forWriting);
-    if (!stream->isOpen() || (forWriting && stream->readOnly()))
-        return false;
+    std::unique_ptr<TagLib::IOStream> stream;
+    if (forWriting) {
+        // Tags are edited in memory and the file is replaced whole when they are saved: an
+        // edit that fails half-way (a full disk) then never touches the audio.
+        const QFileInfo info(path);
+        if (!info.isWritable() || !QFileInfo(info.absolutePath()).isWritable())
+            return false;
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly))
+            return false;
+        const QByteArray bytes = file.readAll();
+        if (file.error() != QFileDevice::NoError)
+            return false;
+        stream = std::make_unique<TagLib::ByteVectorStream>(
+            TagLib::ByteVector(bytes.constData(), static_cast<unsigned int>(bytes.size())));
+    } else {
+        auto onDisk = std::make_unique<TagLib::FileStream>(QFile::encodeName(path).constData(), true);
+        if (!onDisk->isOpen())
+            return false;
+        stream = std::move(onDisk);
+    }
 
     auto *factory = TagLib::ID3v2::FrameFactory::instance();
     TagLib::IOStream *s = stream.get();
@@ -615,8 +638,21 @@ QVariantMap VEKTagFile::metadata() const
 
 bool VEKTagFile::write(const QMap<QString, QString> &changes, const std::optional<QByteArray> &picture)
 {
-    if (!m_file || m_stream->readOnly())
+    m_error.clear();
+    if (!m_file || m_stream->readOnly() || !dynamic_cast<TagLib::ByteVectorStream *>(m_stream.get()))
         return false;
+    if (!edit(changes, picture))
+        return false;
+    auto *memory = static_cast<TagLib::ByteVectorStream *>(m_stream.get());
+    const TagLib::ByteVector *bytes = memory->data();
+    if (!VEKAtomicFile::replace(m_path, QByteArray(bytes->data(), static_cast<qsizetype>(bytes->size())), &m_error))
+        return false;
+    // TagLib's idea of where its tags are may be out of date after an insert of our own.
+    return open(m_path, true);
+}
+
+bool VEKTagFile::edit(const QMap<QString, QString> &changes, const std::optional<QByteArray> &picture)
+{
 
     TagLib::PropertyMap map = currentProperties(m_file.get(), m_kind);
     for (const auto &k : kTextKeys) {
@@ -688,8 +724,7 @@ bool VEKTagFile::write(const QMap<QString, QString> &changes, const std::optiona
         const long start = footer + static_cast<long>(TagLib::APE::Footer::size()) - size;
         const TagLib::ByteVector rendered = ape.render();
         m_file->insert(rendered, static_cast<unsigned long>(start), static_cast<unsigned long>(size));
-        // TagLib's idea of where its tags are is now out of date.
-        return open(m_path, true);
+        return true;
     }
     default:
         m_file->setProperties(map);

@@ -47,8 +47,10 @@ public:
     // The keys the reader reports as text and the modifier writes.
     static const QStringList &textKeys();
 
-    // Opens the file through TagLib. False when TagLib has no class for the kind, finds the
-    // file invalid, or (for writing) cannot open it read-write. kind() is set either way.
+    // Opens the file through TagLib: for writing, a copy in memory, and only when the file and
+    // its folder are writable, as saving replaces the file. False when TagLib has no class for
+    // the kind, finds the file invalid, or (for writing) either is not writable. kind() is set
+    // either way.
     bool open(const QString &path, bool forWriting);
     Kind kind() const { return m_kind; }
 
@@ -59,13 +61,20 @@ public:
     // Combined numbers and totals are kept in the form the tag type expects. With `picture`,
     // the embedded pictures are replaced by that one (as the front cover); an empty picture
     // removes them.
+    // The file is replaced whole (see VEKAtomicFile): on failure it stays as it was and
+    // errorText() tells why when the system did.
     bool write(const QMap<QString, QString> &changes, const std::optional<QByteArray> &picture = std::nullopt);
+    const QString &errorText() const { return m_error; }
 
     // The number of valid frames iTunes records in an MP4 file ("iTunSMPB"); 0 without one.
     quint64 iTunesValidFrames() const;
 
 private:
+    // Applies the changes to the copy in memory.
+    bool edit(const QMap<QString, QString> &changes, const std::optional<QByteArray> &picture);
+
     QString m_path;
+    QString m_error;
     Kind m_kind = Kind::Unknown;
     // Declared before the file: TagLib does not own the stream, which must outlive it.
     std::unique_ptr<TagLib::IOStream> m_stream;

@@ -1,4 +1,4 @@
-// Old property lists carried into a new library file, and damaged files met at launch.
+// Old property lists carried into a new library file, damaged files met at launch, and full disks.
 
 #include "CliHarness.h"
 #include "support/Processes.h"
@@ -6,6 +6,7 @@
 #include "support/TestEnvironment.h"
 
 #include <QCryptographicHash>
+#include <QDir>
 #include <QFile>
 #include <QJsonObject>
 #include <gtest/gtest.h>
@@ -165,4 +166,49 @@ TEST(CliRecovery, AnITunesPathNamingAFifoHangsNoCommand)
         const auto r = cli.run(args);
         EXPECT_EQ(r.status, 0) << args.join(' ').toStdString() << ": " << r.err.constData();
     }
+}
+
+namespace {
+
+// Imports `file` and returns its song ID.
+QString importOne(const CliHarness &cli, const QString &file)
+{
+    EXPECT_EQ(cli.run({QStringLiteral("import"), file}).status, 0);
+    const QJsonArray songs = cli.json({QStringLiteral("songs"), QStringLiteral("--json")});
+    return songs.isEmpty() ? QString()
+                           : QString::number(songs.last().toObject().value(QStringLiteral("songID")).toInteger());
+}
+
+} // namespace
+
+TEST(CliFullDisk, TagWritingFailsAndKeepsTheFile)
+{
+    CliHarness cli;
+    const QString disk = TestEnvironment::makeTempDir(QStringLiteral("disk"));
+    SmallFilesystem fs(disk, 1024 * 1024);
+    if (!fs.available())
+        GTEST_SKIP() << fs.reason().toStdString();
+    const QString song = TestEnvironment::ffmpeg(TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/a.wav"), 1.0),
+                                                 disk + QStringLiteral("/a.mp3"));
+    const QString id = importOne(cli, song);
+    const QByteArray before = TestEnvironment::fileDigest(song);
+    fs.fill(8 * 1024);
+    const auto r = cli.run({QStringLiteral("tag"), id, QStringLiteral("album=") + QString(100000, u'x')});
+    EXPECT_NE(r.status, 0);
+    EXPECT_FALSE(r.err.isEmpty());
+    EXPECT_EQ(TestEnvironment::fileDigest(song), before);
+}
+
+TEST(CliFullDisk, RenderFailsAndLeavesNoFile)
+{
+    CliHarness cli;
+    const QString disk = TestEnvironment::makeTempDir(QStringLiteral("disk"));
+    SmallFilesystem fs(disk, 256 * 1024);
+    if (!fs.available())
+        GTEST_SKIP() << fs.reason().toStdString();
+    importOne(cli, TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/a.wav"), 3.0));
+    const auto r = cli.run({QStringLiteral("render"), QStringLiteral("--out"), disk + QStringLiteral("/out.wav")});
+    EXPECT_NE(r.status, 0);
+    EXPECT_TRUE(r.err.contains("render failed")) << r.err.constData();
+    EXPECT_EQ(QDir(disk).entryList(QDir::Files | QDir::Hidden), QStringList()) << "a file was left";
 }

@@ -14,8 +14,9 @@ public:
 
     bool available() const { return m_mounted; }
     QString reason() const { return m_reason; }
-    // Takes every free block with a filler file, so the next write meets ENOSPC.
-    void fill() const;
+    // Takes free blocks with a filler file until at most `leaveFree` bytes stay free (none by
+    // default, so the next write meets ENOSPC).
+    void fill(qint64 leaveFree = 0) const;
 
 private:
     QString m_folder;

@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QtEndian>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -120,14 +121,18 @@ bool VEKWaveFileWriter::open(const QString &path, const VEKAudioFormat &format, 
 
 void VEKWaveFileWriter::writeAt(quint64 offset, const void *bytes, size_t size)
 {
+    // After a failure nothing more is written: later writes could leave holes of zeros in the
+    // middle of the audio once some space comes free.
+    if (m_errno.load() != 0)
+        return;
     const char *p = static_cast<const char *>(bytes);
     while (size > 0) {
         const ssize_t n = ::pwrite(m_fd, p, size, off_t(offset));
-        if (n < 0) {
-            if (errno == EINTR)
+        if (n <= 0) {
+            if (n < 0 && errno == EINTR)
                 continue;
             int expected = 0;
-            m_errno.compare_exchange_strong(expected, errno);
+            m_errno.compare_exchange_strong(expected, n < 0 ? errno : ENOSPC);
             return;
         }
         p += n;
@@ -181,6 +186,8 @@ bool VEKWaveFileWriter::finish(VEKError *error)
         qToLittleEndian(clamp32(m_dataBytes / m_blockAlign), size);
         writeAt(m_factOffset, size, 4);
     }
+    if (m_errno.load() == 0 && ::fsync(m_fd) != 0)
+        m_errno.store(errno);
     const int e = m_errno.load();
     if (e != 0) {
         VEKError::set(error, VEKError(kDomain, -e, VEKLocalizedString("Error_captureFile"),
@@ -199,6 +206,42 @@ void VEKWaveFileWriter::close()
     m_fd = -1;
     m_buffer.clear();
     m_buffer.shrink_to_fit();
+}
+
+bool VEKWaveFileWriter::holdsFrames(const QString &path, quint64 frames, VEKError *error)
+{
+    QFile file(path);
+    const auto fail = [&](const QString &reason) {
+        VEKError::set(error, VEKError(kDomain, -EIO, VEKLocalizedString("Error_captureFile"),
+                                      QStringLiteral("%1: %2").arg(path, reason)));
+        return false;
+    };
+    if (!file.open(QIODevice::ReadOnly))
+        return fail(file.errorString());
+    const QByteArray head = file.read(4096);
+    if (head.size() < 12 || !head.startsWith("RIFF") || head.mid(8, 4) != "WAVE")
+        return fail(QStringLiteral("not a WAV file"));
+    quint32 blockAlign = 0;
+    qint64 at = 12;
+    while (at + 8 <= head.size()) {
+        const QByteArray id = head.mid(at, 4);
+        const quint32 size = qFromLittleEndian<quint32>(head.constData() + at + 4);
+        if (id == "fmt " && at + 8 + 14 <= head.size())
+            blockAlign = qFromLittleEndian<quint16>(head.constData() + at + 8 + 12);
+        if (id == "data") {
+            if (blockAlign == 0)
+                return fail(QStringLiteral("no format chunk"));
+            const quint64 stored = quint64(file.size()) - quint64(at + 8);
+            const quint64 wanted = std::min<quint64>(frames * blockAlign, size);
+            if (stored < wanted || quint64(size) < frames * blockAlign)
+                return fail(QStringLiteral("only %1 of %2 frames reached the disk")
+                                .arg(std::min(stored, quint64(size)) / blockAlign)
+                                .arg(frames));
+            return true;
+        }
+        at += 8 + size + (size % 2);
+    }
+    return fail(QStringLiteral("no data chunk"));
 }
 
 bool VEKWaveFileWriter::truncateFile(const QString &path, quint64 frames, VEKError *error)

@@ -25,10 +25,11 @@ public:
     // float). False with `error` when the file can't be made.
     bool open(const QString &path, const VEKAudioFormat &format, VEKError *error);
     // Adds samples. Copies into a buffer made by open() and writes it out when full: no
-    // allocation. A failing write is remembered and reported by finish().
+    // allocation. A failing write is remembered and reported by finish(), and nothing is
+    // written after it.
     void append(const void *bytes, size_t size);
-    // Writes out what is buffered and the sizes into the header. False with `error` if any write
-    // since open() failed.
+    // Writes out what is buffered and the sizes into the header, and syncs the file. False with
+    // `error` if any write since open() failed.
     bool finish(VEKError *error);
     // Finishes (errors are dropped) and closes; harmless when closed.
     void close();
@@ -39,6 +40,10 @@ public:
     // its audio ended only after it has run on). Fewer frames in the file leave it as it is.
     // False with `error` when it is not such a file or can't be written.
     static bool truncateFile(const QString &path, quint64 frames, VEKError *error);
+    // Whether a closed WAV file of ours holds `frames` whole frames on disk and its header says
+    // so: false with `error` when a write fell short (a full disk), which the header, counting
+    // every frame handed to append(), then claims more than the file has.
+    static bool holdsFrames(const QString &path, quint64 frames, VEKError *error);
     quint64 dataBytes() const { return m_dataBytes; }
 
 private:

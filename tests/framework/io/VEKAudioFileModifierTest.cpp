@@ -2,9 +2,11 @@
 #include "io/VEKAudioFileModifier.h"
 #include "io/VEKAudioFileReader.h"
 #include "support/Processes.h"
+#include "support/SmallFilesystem.h"
 #include "support/TestEnvironment.h"
 
 #include <QCryptographicHash>
+#include <QDir>
 #include <QFile>
 #include <gtest/gtest.h>
 
@@ -171,6 +173,32 @@ TEST(ModifierErrors, CafCannotBeWrittenAndStaysUntouched)
     EXPECT_FALSE(error.localizedDescription().isEmpty());
     EXPECT_EQ(TestEnvironment::fileDigest(path), before);
     EXPECT_EQ(metadataOf(path).value("title").toString(), QStringLiteral("Überschrift – 日本"));
+}
+
+TEST(ModifierErrors, FullDiskLeavesTheFileWhole)
+{
+    const QString disk = TestEnvironment::makeTempDir("disk");
+    SmallFilesystem fs(disk, 2 * 1024 * 1024);
+    if (!fs.available())
+        GTEST_SKIP() << fs.reason().toStdString();
+    for (const char *name : {"a16.flac", "a.ogg", "a.mp3"}) {
+        SCOPED_TRACE(name);
+        const QString path = QDir(disk).filePath(QLatin1String(name));
+        ASSERT_TRUE(QFile::copy(QDir(IOFixtures::dir()).filePath(QLatin1String(name)), path));
+        const QByteArray before = TestEnvironment::fileDigest(path);
+        fs.fill(8 * 1024);
+        VEKError error;
+        auto modifier = VEKAudioFileModifier::open(path, &error);
+        ASSERT_NE(modifier, nullptr) << error.text().toStdString();
+        modifier->setValue("album", QString(100000, 'a'));
+        EXPECT_FALSE(modifier->commit(&error));
+        EXPECT_FALSE(error.isNull());
+        EXPECT_EQ(TestEnvironment::fileDigest(path), before);
+        EXPECT_EQ(QDir(disk).entryList(QDir::Files | QDir::Hidden, QDir::Name),
+                  QStringList({".filler", QLatin1String(name)}));
+        QFile::remove(QDir(disk).filePath(QStringLiteral(".filler")));
+        QFile::remove(path);
+    }
 }
 
 TEST(ModifierErrors, MissingOrBrokenFileDoesNotOpen)
