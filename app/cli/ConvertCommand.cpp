@@ -1,7 +1,10 @@
 #include "CliCommand.h"
 #include "CliProgressBar.h"
 
+#include "io/VEKAudioFileReader.h"
+#include "io/VEKAudioFileWriter.h"
 #include "library/ConvertOperation.h"
+#include "settings/UserDefaults.h"
 
 #include <QEventLoop>
 #include <QFileInfo>
@@ -14,6 +17,31 @@
 namespace {
 
 std::atomic<bool> g_interrupted{false};
+
+// Whether converting `song` would write the same thing again: its kind is the preferred format,
+// at its own rate (or the preferred rate is the song's) and, for formats with a word length, at
+// the depth the writer would use. The player queues such a song anyway when no preferred rate
+// is set; the command line, asked for "copies in the preferred format", does not make a copy of
+// a file that is one already.
+bool alreadyPreferred(const Song &song)
+{
+    if (song.isInPreferredFormat())
+        return true;
+    const QVariantMap preferred = UserDefaults::standard().dictionaryForKey(QStringLiteral("preferredFormat"));
+    const QStringList &formats = VEKAudioFileWriter::formats();
+    const qulonglong index = preferred.value(QStringLiteral("format")).toULongLong();
+    if (index >= qulonglong(formats.size()) || song.kind() != formats.at(qsizetype(index)))
+        return false;
+    const qulonglong rate = preferred.value(QStringLiteral("sampleRate")).toULongLong();
+    if (rate != 0 && rate != qulonglong(song.sampleRate()))
+        return false;
+    const quint32 depth = VEKAudioFileWriter::bitDepthWritten(
+        formats.at(qsizetype(index)), preferred.value(QStringLiteral("bitRange")).toUInt());
+    if (depth == 0)
+        return true; // a lossy format: a copy would only lose more
+    const auto reader = VEKAudioFileReader::open(song.URL());
+    return reader && reader->bitDepth() == depth;
+}
 
 void onInterrupt(int) { g_interrupted.store(true); }
 
@@ -56,6 +84,7 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
 
     QTextStream &out = session.out();
     int failed = 0;
+    int skipped = 0;
     QList<SongPtr> toConvert;
     for (const SongPtr &song : std::as_const(songs)) {
         if (!QFileInfo(song->URL()).isFile()) {
@@ -63,6 +92,9 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
                              .arg(song->songID())
                              .arg(song->URL()));
             ++failed;
+        } else if (alreadyPreferred(*song)) {
+            out << "skipped: song " << song->songID() << " is in the preferred format already\n";
+            ++skipped;
         } else {
             toConvert.append(song);
         }
@@ -73,7 +105,6 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
     QSet<const Song *> queued;
     for (const auto &operation : operations)
         queued.insert(operation->song().get());
-    int skipped = 0;
     for (const SongPtr &song : std::as_const(toConvert))
         if (!queued.contains(song.get())) {
             out << "skipped: song " << song->songID() << " is in the preferred format already\n";
@@ -148,8 +179,10 @@ CliCommand convertCommand()
         "preferredFormat') and adds the result to the library as a new song. The new file\n"
         "lies beside the source and takes its name; when that name is taken it gets a number\n"
         "(\"name 1.flac\"). The source file is never changed. A song in the preferred format\n"
-        "already is skipped. A bar shows the progress on a terminal. One line per song tells\n"
-        "the new song's ID and file, or why it failed; the status is 1 when any song failed.\n"
+        "already (its format, at the preferred rate or its own when none is set, and at the\n"
+        "preferred word length) is skipped. A bar shows the progress on a terminal. One line\n"
+        "per song tells the new song's ID and file, or why it failed; the status is 1 when\n"
+        "any song failed.\n"
         "Ctrl-C stops the conversion; the songs converted so far stay.\n\n"
         "  --playlist ID   add the new songs to this playlist too (see 'quivera-cli playlists')");
     c.run = [c](CliSession &s, const QStringList &a) { return run(s, a, c); };

@@ -2,12 +2,14 @@
 
 #include "VEKAudioFileModifier.h"
 #include "VEKTagFile.h"
+#include "core/VEKAtomicFile.h"
 #include "core/VEKLocalizedString.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QRandomGenerator>
+#include <QRegularExpression>
 
 #include <algorithm>
 #include <atomic>
@@ -16,6 +18,11 @@
 #include <cstdio>
 #include <cstring>
 #include <vector>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -65,6 +72,36 @@ const FormatInfo kFormats[] = {
     {"Ogg Vorbis Audio File", "ogg", "ogg", Family::Vorbis},
     {"FLAC Audio File", "flac", "flac", Family::FLAC},
 };
+
+// What the format (through FFmpeg's encoder and muxer) cannot hold, in words for the user; empty
+// when it can. FLAC frames code rates below 65535 Hz and multiples of 10 Hz below 655350 Hz;
+// AAC has a table of 13 rates; libvorbis has modes up to 200 kHz; the coders of AAC, Apple
+// Lossless, FLAC and Vorbis take at most 8 channels.
+QString capacityProblem(const FormatInfo &info, quint32 rate, quint32 channels)
+{
+    const QString name = QLatin1String(info.name);
+    const bool eight = info.family == Family::AAC || info.family == Family::ALAC
+                       || info.family == Family::FLAC || info.family == Family::Vorbis;
+    if (eight && channels > 8)
+        return QStringLiteral("%1 holds at most 8 channels, and the source has %2").arg(name).arg(channels);
+    if (info.family == Family::FLAC && !(rate < 65535 || (rate % 10 == 0 && rate < 655350)))
+        return QStringLiteral("%1 cannot hold a sample rate of %2 Hz (at most 655340 Hz): set a lower "
+                              "rate for the preferred format")
+            .arg(name)
+            .arg(rate);
+    static const quint32 aacRates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000, 7350};
+    if (info.family == Family::AAC && std::find(std::begin(aacRates), std::end(aacRates), rate) == std::end(aacRates))
+        return QStringLiteral("%1 holds the sample rates of 7350 to 96000 Hz of its standard, not %2 Hz: set "
+                              "one of them for the preferred format")
+            .arg(name)
+            .arg(rate);
+    if (info.family == Family::Vorbis && rate > 200000)
+        return QStringLiteral("%1 holds sample rates up to 200000 Hz, not %2 Hz: set a lower rate for the "
+                              "preferred format")
+            .arg(name)
+            .arg(rate);
+    return {};
+}
 
 const FormatInfo *formatInfo(const QString &name)
 {
@@ -148,7 +185,8 @@ struct VEKAudioFileWriter::Impl {
     quint32 bitsWritten = 0;
     QString finalPath;
     QString tempPath;
-    bool reservedFinal = false; // created empty by us at open(): removed on cancel
+    QString stem;          // the result's name without extension, shortened to fit
+    int tempLock = -1;     // holds a lock on tempPath while it is ours (see clearStaleParts)
     AVFormatContext *out = nullptr;
     AVCodecContext *encoder = nullptr;
     AVStream *stream = nullptr;
@@ -199,6 +237,8 @@ struct VEKAudioFileWriter::Impl {
     }
 
     bool chooseNames(VEKError *error);
+    bool lockTemp();
+    bool giveFinalName(VEKError *error);
     bool startEncoder(VEKError *error);
     bool encodeFrames(bool flushAll, VEKError *error);
     bool sendFrame(AVFrame *f, VEKError *error);
@@ -206,53 +246,134 @@ struct VEKAudioFileWriter::Impl {
     void removeFiles();
 };
 
+namespace {
+
+// A file name may hold 255 bytes. The result's name keeps room for " 99999" and its extension,
+// the hidden file for its own additions; names are cut at a character, never inside one.
+constexpr int kNameMax = 255;
+
+QString shortened(const QString &name, int maxBytes)
+{
+    QString result = name;
+    while (!result.isEmpty() && QFile::encodeName(result).size() > maxBytes)
+        result.chop(result.size() >= 2 && result.at(result.size() - 1).isLowSurrogate() ? 2 : 1);
+    return result;
+}
+
+// ".<name>.<8 hex digits>.part.<extension>": the hidden files this writer makes.
+bool isPartName(const QString &name)
+{
+    static const QRegularExpression pattern(QStringLiteral("^\\..+\\.[0-9a-f]{8}\\.part\\.[a-z0-9]+$"));
+    return pattern.match(name).hasMatch();
+}
+
+// Hidden files of ours that no writer holds any more (a conversion that was killed) are removed
+// when the next one starts in the folder: a live writer keeps a lock on its file.
+void clearStaleParts(const QDir &dir)
+{
+    const QStringList names = dir.entryList(QDir::Files | QDir::Hidden | QDir::System);
+    for (const QString &name : names) {
+        if (!isPartName(name))
+            continue;
+        const QByteArray path = QFile::encodeName(dir.absoluteFilePath(name));
+        const int fd = ::open(path.constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+        if (fd < 0)
+            continue;
+        struct stat held {}, there {};
+        if (::flock(fd, LOCK_EX | LOCK_NB) == 0 && ::fstat(fd, &held) == 0 && S_ISREG(held.st_mode)
+            && ::lstat(path.constData(), &there) == 0 && held.st_ino == there.st_ino && held.st_dev == there.st_dev)
+            ::unlink(path.constData());
+        ::close(fd);
+    }
+}
+
+} // namespace
+
+bool VEKAudioFileWriter::Impl::lockTemp()
+{
+    if (tempLock >= 0)
+        ::close(tempLock);
+    tempLock = ::open(QFile::encodeName(tempPath).constData(), O_RDONLY | O_CLOEXEC);
+    return tempLock >= 0 && ::flock(tempLock, LOCK_EX | LOCK_NB) == 0;
+}
+
 bool VEKAudioFileWriter::Impl::chooseNames(VEKError *error)
 {
     const QDir dir(baseDirectory);
     if (baseDirectory.isEmpty() || !dir.exists())
         return fail(error, CreateFailed, "Error_audioFileWrite", QStringLiteral("the folder does not exist"));
     const QString extension = QLatin1String(info->extension);
-    if (existsAction == QLatin1String("rename")) {
-        // Reserving the name by creating the file exclusively: no other writer, in this
-        // process or another, can take it between the check and the end of the writing.
-        for (int n = 0; n < 100000; ++n) {
-            const QString name = n == 0 ? baseFilename : QStringLiteral("%1 %2").arg(baseFilename).arg(n);
-            const QString path = dir.absoluteFilePath(name + QLatin1Char('.') + extension);
-            QFile file(path);
-            if (file.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
-                finalPath = path;
-                reservedFinal = true;
-                break;
-            }
-            if (!QFileInfo::exists(path) && !QFileInfo(path).isSymLink())
-                return fail(error, CreateFailed, "Error_audioFileWrite", file.errorString());
-        }
-        if (finalPath.isEmpty())
-            return fail(error, CreateFailed, "Error_audioFileWrite", QStringLiteral("no free name"));
-    } else {
-        finalPath = dir.absoluteFilePath(baseFilename + QLatin1Char('.') + extension);
-    }
+    const int extensionBytes = 1 + int(std::strlen(info->extension));
+    stem = shortened(baseFilename, kNameMax - extensionBytes - (existsAction == QLatin1String("rename") ? 6 : 0));
+    if (stem.isEmpty())
+        return fail(error, CreateFailed, "Error_audioFileWrite", QStringLiteral("no file name"));
+    // The result takes its name only when it is complete (giveFinalName), so a conversion that
+    // is killed leaves nothing under a name of the user's.
+    finalPath.clear();
+    clearStaleParts(dir);
 
-    // The audio goes to a hidden file beside the result and takes the result's name at the
-    // end. Created like any new file (not 0600 as QTemporaryFile would), so the result gets the
-    // permissions the user's umask gives.
-    const QString stem = QFileInfo(finalPath).completeBaseName();
+    // The audio goes to a hidden file beside the result. Created like any new file (not 0600 as
+    // QTemporaryFile would), so the result gets the permissions the user's umask gives.
+    const QString hiddenStem = shortened(stem, kNameMax - 16 - extensionBytes);
+    int lastErrno = 0;
     for (int attempt = 0; attempt < 100 && tempPath.isEmpty(); ++attempt) {
         const QString path = dir.absoluteFilePath(QStringLiteral(".%1.%2.part.%3")
-                                                      .arg(stem)
+                                                      .arg(hiddenStem)
                                                       .arg(QRandomGenerator::global()->generate(), 8, 16, QLatin1Char('0'))
                                                       .arg(extension));
-        QFile file(path);
-        if (file.open(QIODevice::WriteOnly | QIODevice::NewOnly))
+        const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (fd >= 0) {
+            ::close(fd);
             tempPath = path;
-        else if (!QFileInfo::exists(path))
+            if (!lockTemp()) {
+                lastErrno = errno;
+                removeFiles();
+            }
+        } else if ((lastErrno = errno) != EEXIST) {
             break;
+        }
     }
     if (tempPath.isEmpty()) {
         removeFiles();
-        return fail(error, CreateFailed, "Error_audioFileWrite", QStringLiteral("the folder is not writable"));
+        return fail(error, CreateFailed, "Error_audioFileWrite",
+                    lastErrno == EACCES || lastErrno == EPERM || lastErrno == EROFS
+                        ? QStringLiteral("the folder is not writable")
+                        : QString::fromLocal8Bit(std::strerror(lastErrno)));
     }
     return true;
+}
+
+bool VEKAudioFileWriter::Impl::giveFinalName(VEKError *error)
+{
+    const QDir dir(baseDirectory);
+    const QString extension = QLatin1Char('.') + QLatin1String(info->extension);
+    const QByteArray from = QFile::encodeName(tempPath);
+    if (existsAction != QLatin1String("rename")) {
+        finalPath = dir.absoluteFilePath(stem + extension);
+        if (std::rename(from.constData(), QFile::encodeName(finalPath).constData()) != 0)
+            return fail(error, WriteFailed, "Error_audioFileWrite", QString::fromLocal8Bit(std::strerror(errno)));
+        return true;
+    }
+    // "name.ext", "name 1.ext"...: the first free one, taken without replacing anything that
+    // appeared meanwhile (another writer, in this process or another).
+    for (int n = 0; n < 100000; ++n) {
+        const QString path = dir.absoluteFilePath((n == 0 ? stem : QStringLiteral("%1 %2").arg(stem).arg(n)) + extension);
+        const QByteArray to = QFile::encodeName(path);
+        int rc = ::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE);
+        if (rc != 0 && (errno == EINVAL || errno == ENOSYS)) {
+            // A filesystem without the flag: a hard link fails on a taken name as well.
+            rc = ::link(from.constData(), to.constData());
+            if (rc == 0)
+                ::unlink(from.constData());
+        }
+        if (rc == 0) {
+            finalPath = path;
+            return true;
+        }
+        if (errno != EEXIST)
+            return fail(error, WriteFailed, "Error_audioFileWrite", QString::fromLocal8Bit(std::strerror(errno)));
+    }
+    return fail(error, CreateFailed, "Error_audioFileWrite", QStringLiteral("no free name"));
 }
 
 bool VEKAudioFileWriter::Impl::startEncoder(VEKError *error)
@@ -314,7 +435,13 @@ bool VEKAudioFileWriter::Impl::startEncoder(VEKError *error)
 
     rc = avcodec_open2(encoder, codec, nullptr);
     if (rc < 0)
-        return fail(error, BadSettings, "Error_audioFileWriteFormat", ffmpegErrorText(rc));
+        return fail(error, BadSettings, "Error_audioFileWriteFormat",
+                    QStringLiteral("%1 cannot be written with %2 channels at %3 Hz, %4 bits (%5)")
+                        .arg(format)
+                        .arg(channels)
+                        .arg(rate)
+                        .arg(bitsWritten)
+                        .arg(ffmpegErrorText(rc)));
 
     stream = avformat_new_stream(out, nullptr);
     if (!stream)
@@ -430,11 +557,11 @@ void VEKAudioFileWriter::Impl::removeFiles()
 {
     if (!tempPath.isEmpty())
         QFile::remove(tempPath);
-    if (reservedFinal && !finalPath.isEmpty())
-        QFile::remove(finalPath);
+    if (tempLock >= 0)
+        ::close(tempLock);
+    tempLock = -1;
     tempPath.clear();
     finalPath.clear();
-    reservedFinal = false;
 }
 
 VEKAudioFileWriter::VEKAudioFileWriter() : d(std::make_unique<Impl>()) {}
@@ -518,6 +645,8 @@ bool VEKAudioFileWriter::open(VEKError *error)
     if (d->baseFilename.isEmpty() || d->baseFilename.contains(QLatin1Char('/')))
         return d->fail(error, BadSettings, "Error_audioFileWriteFormat", QStringLiteral("no file name"));
     d->bitsWritten = bitDepthWritten(d->format, d->bitDepth);
+    if (const QString problem = capacityProblem(*d->info, quint32(d->sampleRate), d->channels); !problem.isEmpty())
+        return d->fail(error, BadSettings, "Error_audioFileWriteFormat", problem);
 
     if (!d->chooseNames(error))
         return false;
@@ -619,15 +748,25 @@ bool VEKAudioFileWriter::finish(VEKError *error)
     }
     if (!d->writeTags(error))
         return failed();
-    // rename() replaces the reserved (or existing) file in one step.
-    if (std::rename(QFile::encodeName(d->tempPath).constData(), QFile::encodeName(d->finalPath).constData()) != 0) {
-        d->fail(error, WriteFailed, "Error_audioFileWrite", QString::fromLocal8Bit(strerror(errno)));
+    // The tags replaced the hidden file with a new one, which is locked anew; then it is synced
+    // so the result never stands under its name with part of its contents.
+    if (!d->lockTemp()) {
+        d->fail(error, WriteFailed, "Error_audioFileWrite", QString::fromLocal8Bit(std::strerror(errno)));
         return failed();
     }
+    QString why;
+    if (!VEKAtomicFile::syncFile(d->tempLock, &why)) {
+        d->fail(error, WriteFailed, "Error_audioFileWrite", why);
+        return failed();
+    }
+    if (!d->giveFinalName(error))
+        return failed();
+    VEKAtomicFile::syncFolderOf(d->finalPath);
     d->results = QStringList{d->finalPath};
+    ::close(d->tempLock);
+    d->tempLock = -1;
     d->tempPath.clear();
     d->finalPath.clear();
-    d->reservedFinal = false;
     d->progress = 1.0f;
     return true;
 }

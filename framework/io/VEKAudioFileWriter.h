@@ -20,10 +20,12 @@
 // progress() alone may be read from any thread. A failed write() or finish() removes what was
 // written, so a failure never leaves a partial file behind.
 //
-// The file is written under a temporary name in the target folder and takes its name only
-// when finish() succeeds: with the exists-action "rename" the name is reserved at open() and
-// an existing file is never touched; otherwise an existing file of that name is replaced at
-// the end, and stays as it was if the writing fails or is cancelled.
+// The file is written under a hidden name in the target folder (".name.XXXXXXXX.part.ext"),
+// synced, and takes its name only when finish() succeeds: with the exists-action "rename" the
+// first free name at that moment, never replacing a file; otherwise an existing file of that
+// name is replaced at the end, and stays as it was if the writing fails or is cancelled. A
+// name too long for the system is shortened. Hidden files left by a writer that was killed are
+// removed by the next open() in the same folder.
 class VEKAudioFileWriter {
 public:
     VEKAudioFileWriter();

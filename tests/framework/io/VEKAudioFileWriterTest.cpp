@@ -333,10 +333,63 @@ TEST(WriterNaming, RenameNeverOverwrites)
     ASSERT_TRUE(b.open());
     ASSERT_TRUE(a.write(signal(0, 100, 16)));
     ASSERT_TRUE(b.write(signal(0, 100, 16)));
+    // Nothing stands under a name of the user's until the file is complete: a killed writer
+    // leaves only its hidden file. Names go in the order the files are finished.
+    EXPECT_FALSE(QFile::exists(dir + "/Twin.flac"));
     ASSERT_TRUE(b.finish());
     ASSERT_TRUE(a.finish());
-    EXPECT_EQ(a.resultURLs(), QStringList{dir + "/Twin.flac"});
-    EXPECT_EQ(b.resultURLs(), QStringList{dir + "/Twin 1.flac"});
+    EXPECT_EQ(b.resultURLs(), QStringList{dir + "/Twin.flac"});
+    EXPECT_EQ(a.resultURLs(), QStringList{dir + "/Twin 1.flac"});
+}
+
+TEST(WriterNaming, HiddenFilesOfKilledWritersGoAtTheNextOpen)
+{
+    const QString dir = TestEnvironment::makeTempDir("stale");
+    VEKAudioFileWriter live;
+    configure(live, dir, "Live", "WAVE File");
+    ASSERT_TRUE(live.open());
+    // What a killed writer leaves: a hidden file that no one holds a lock on any more.
+    ASSERT_TRUE(TestEnvironment::writeFile(dir + "/.Song.0123abcd.part.flac", QByteArray(5000, 'x')));
+    ASSERT_TRUE(TestEnvironment::writeFile(dir + "/.Song.mine", "not ours"));
+    const QStringList before = QDir(dir).entryList(QDir::Files | QDir::Hidden);
+    ASSERT_EQ(before.size(), 3);
+
+    VEKAudioFileWriter next;
+    configure(next, dir, "Song", "FLAC Audio File");
+    next.setExistsAction("rename");
+    ASSERT_TRUE(next.open());
+    const QStringList after = QDir(dir).entryList(QDir::Files | QDir::Hidden);
+    EXPECT_FALSE(after.contains(".Song.0123abcd.part.flac"));
+    EXPECT_TRUE(after.contains(".Song.mine"));
+    for (const QString &name : before)
+        EXPECT_TRUE(!name.startsWith(".Live.") || after.contains(name)) << "a live writer's file was taken";
+    ASSERT_TRUE(live.write(signal(0, 100, 16)));
+    ASSERT_TRUE(live.finish());
+    EXPECT_EQ(live.resultURLs(), QStringList{dir + "/Live.wav"});
+    ASSERT_TRUE(next.write(signal(0, 100, 16)));
+    ASSERT_TRUE(next.finish());
+    EXPECT_EQ(next.resultURLs(), QStringList{dir + "/Song.flac"});
+}
+
+TEST(WriterNaming, NamesTooLongForTheSystemAreShortened)
+{
+    const QString dir = TestEnvironment::makeTempDir("long");
+    // 245 bytes, with characters of two bytes, so a cut could fall inside one.
+    const QString name = QString(122, QChar(0xE9)) + "x";
+    QStringList results;
+    for (int i = 0; i < 2; ++i) {
+        VEKAudioFileWriter writer;
+        configure(writer, dir, name, "FLAC Audio File");
+        writer.setExistsAction("rename");
+        results << writeFile(writer, 16);
+    }
+    ASSERT_EQ(results.size(), 2);
+    for (const QString &result : results) {
+        ASSERT_TRUE(QFile::exists(result)) << result.toStdString();
+        EXPECT_LE(QFile::encodeName(QFileInfo(result).fileName()).size(), 255);
+        EXPECT_TRUE(QFileInfo(result).fileName().startsWith(QString(100, QChar(0xE9))));
+    }
+    EXPECT_NE(results[0], results[1]);
 }
 
 TEST(WriterNaming, WithoutRenameTheOldFileIsReplacedOnlyAtTheEnd)
