@@ -191,6 +191,7 @@ void Remote::acceptConnection(VEKNetworkPipe *pipe)
     }
     m_pipe = pipe;
     pipe->setParent(this);
+    pipe->setMaxIncomingMessageSize(maxRequestSize);
     connect(pipe, &VEKNetworkPipe::received, this, &Remote::pipeReceived);
     connect(pipe, &VEKNetworkPipe::closed, this, &Remote::pipeDisconnected);
     // A client breaking the protocol is logged by the pipe and ends as a disconnection.

@@ -45,6 +45,9 @@ class Remote : public QObject {
 public:
     static constexpr quint16 defaultPort = 8383;
     static constexpr double acceptorTimeout = 10.0;
+    // Every request of the command table is a few hundred bytes; one far larger is an attack,
+    // refused before its bytes are read rather than decoded into memory.
+    static constexpr qint64 maxRequestSize = 1024 * 1024;
     // "target" and "action" are echoed only when each holds at most this many values: a
     // client's tokens are small, and a large one would only amplify what it sent.
     static constexpr qsizetype maxEchoedValues = 1024;

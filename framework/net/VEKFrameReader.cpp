@@ -17,10 +17,10 @@ qsizetype VEKFrameReader::feed(const char *data, qsizetype size)
             return used;
         m_length = (quint32(m_header[0]) << 24) | (quint32(m_header[1]) << 16)
                    | (quint32(m_header[2]) << 8) | quint32(m_header[3]);
-        if (m_length > maxFrameSize) {
+        if (m_length > m_limit) {
             m_error = QStringLiteral("a frame of %1 bytes announced; at most %2 are accepted")
                           .arg(m_length)
-                          .arg(maxFrameSize);
+                          .arg(m_limit);
             return used;
         }
         m_payload.clear();

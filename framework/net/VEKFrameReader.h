@@ -4,15 +4,20 @@
 #include <QString>
 #include <QtGlobal>
 
+#include <algorithm>
+
 // Cuts a byte stream into frames: a 4-byte big-endian length, then that many bytes. Bytes may
 // arrive in pieces of any size; a frame is handed out once it is whole. A length above
-// maxFrameSize breaks the stream as soon as its four bytes are in, before anything of that
+// the limit (maxFrameSize unless lowered) breaks the stream as soon as its four bytes are in, before anything of that
 // size is allocated; the payload grows only as its bytes arrive.
 //
 // Not thread-safe: one reader per connection, used on that connection's thread.
 class VEKFrameReader {
 public:
     static constexpr quint32 maxFrameSize = 16 * 1024 * 1024;
+
+    // A lower limit than maxFrameSize for this stream (a peer whose messages are all small).
+    void setLimit(quint32 bytes) { m_limit = std::min(bytes, maxFrameSize); }
 
     // Takes bytes from `data` up to the end of the current frame at most, so that a caller
     // can hand out each frame before reading on. Returns how many bytes it took: fewer than
@@ -40,4 +45,5 @@ private:
     QByteArray m_payload;
     bool m_ready = false;
     QString m_error;
+    quint32 m_limit = maxFrameSize;
 };

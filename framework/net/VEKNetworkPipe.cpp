@@ -9,6 +9,8 @@
 
 #include <algorithm>
 
+#include <malloc.h>
+
 namespace {
 
 // Qt's own buffer in front of ours: the socket stops reading from the kernel when it is full,
@@ -30,6 +32,18 @@ VEKNetworkPipe::VEKNetworkPipe(QTcpSocket *socket, QObject *parent)
     connect(m_socket, &QTcpSocket::connected, this,
             [this] { m_peer = m_socket->peerAddress().toString(); });
     connect(m_socket, &QTcpSocket::readyRead, this, &VEKNetworkPipe::readFrames);
+    connect(m_socket, &QTcpSocket::bytesWritten, this, &VEKNetworkPipe::wrote);
+    for (QTimer *timer : {&m_inputDeadline, &m_outputDeadline}) {
+        timer->setSingleShot(true);
+        timer->setInterval(stallTimeoutMs);
+    }
+    connect(&m_inputDeadline, &QTimer::timeout, this, [this] {
+        breakConnection(!m_reader.atBoundary() ? QStringLiteral("a message stalled part-way")
+                                               : QStringLiteral("no message after connecting"));
+    });
+    connect(&m_outputDeadline, &QTimer::timeout, this,
+            [this] { breakConnection(QStringLiteral("the client does not read its replies")); });
+    m_inputDeadline.start();
     connect(m_socket, &QTcpSocket::disconnected, this, &VEKNetworkPipe::connectionEnded);
     connect(m_socket, &QTcpSocket::errorOccurred, this, &VEKNetworkPipe::connectionEnded);
     if (m_socket->state() == QAbstractSocket::UnconnectedState) {
@@ -47,6 +61,17 @@ VEKNetworkPipe::~VEKNetworkPipe()
     m_socket->disconnect(this);
     m_socket->abort();
     delete m_socket;
+    // A client's large messages leave freed pages inside the heap; hand them back, so the
+    // memory a client cost returns when it goes.
+    ::malloc_trim(0);
+}
+
+void VEKNetworkPipe::setStallTimeout(int ms)
+{
+    m_inputDeadline.setInterval(ms);
+    m_outputDeadline.setInterval(ms);
+    if (m_inputDeadline.isActive())
+        m_inputDeadline.start();
 }
 
 bool VEKNetworkPipe::send(const QVariant &message)
@@ -70,11 +95,24 @@ bool VEKNetworkPipe::send(const QVariant &message)
     }
     // The archive goes to the socket as it is, after a header of its own, rather than copied
     // into a frame: the socket keeps a large block by reference, and so do queued calls.
-    if (QThread::currentThread() == thread())
+    if (QThread::currentThread() == thread()) {
         writeFrame(archive);
-    else
-        QMetaObject::invokeMethod(this, [this, archive] { writeFrame(archive); },
-                                  Qt::QueuedConnection);
+    } else {
+        if (m_queued.fetch_add(archive.size()) + archive.size() > maxPendingBytes) {
+            m_queued.fetch_sub(archive.size());
+            QMetaObject::invokeMethod(
+                this, [this] { breakConnection(QStringLiteral("the client does not read its replies")); },
+                Qt::QueuedConnection);
+            return false;
+        }
+        QMetaObject::invokeMethod(
+            this,
+            [this, archive] {
+                m_queued.fetch_sub(archive.size());
+                writeFrame(archive);
+            },
+            Qt::QueuedConnection);
+    }
     return true;
 }
 
@@ -82,11 +120,31 @@ void VEKNetworkPipe::writeFrame(const QByteArray &archive)
 {
     if (!isOpen())
         return;
+    if (m_socket->bytesToWrite() + archive.size() > maxPendingBytes) {
+        breakConnection(QStringLiteral("the client does not read its replies"));
+        return;
+    }
     const quint32 length = quint32(archive.size());
     const char header[4] = {char(length >> 24), char(length >> 16), char(length >> 8),
                             char(length)};
     m_socket->write(header, sizeof header);
     m_socket->write(archive);
+    // To the system at once if it takes it: what it does not take waits, and is watched.
+    m_socket->flush();
+    if (m_socket->bytesToWrite() > 0 && !m_outputDeadline.isActive())
+        m_outputDeadline.start();
+}
+
+void VEKNetworkPipe::wrote()
+{
+    if (m_socket->bytesToWrite() > 0) {
+        m_outputDeadline.start(); // moving: a new period
+        return;
+    }
+    m_outputDeadline.stop();
+    // Requests wait while replies do (see readFrames).
+    if (isOpen() && m_socket->bytesAvailable() > 0)
+        QMetaObject::invokeMethod(this, &VEKNetworkPipe::readFrames, Qt::QueuedConnection);
 }
 
 void VEKNetworkPipe::close()
@@ -102,7 +160,9 @@ void VEKNetworkPipe::readFrames()
 {
     const QPointer<VEKNetworkPipe> alive(this);
     QByteArray chunk;
-    while (isOpen() && m_socket->bytesAvailable() > 0) {
+    // The next request waits until the replies to the last have gone: a peer that does not
+    // read then stops being read, and its requests wait in TCP's window, not in our memory.
+    while (isOpen() && m_socket->bytesAvailable() > 0 && m_socket->bytesToWrite() == 0) {
         // Never more than the current frame still wants, so a chunk is always taken whole.
         const qint64 want = std::min<qint64>({qint64(m_reader.wanted()), readChunk,
                                               m_socket->bytesAvailable()});
@@ -115,8 +175,14 @@ void VEKNetworkPipe::readFrames()
             breakConnection(m_reader.error());
             return;
         }
-        if (!m_reader.hasFrame())
+        if (!m_reader.hasFrame()) {
+            // A frame begun must be whole within the limit, however slowly its bytes come.
+            if (!m_inputDeadline.isActive())
+                m_inputDeadline.start();
             continue;
+        }
+        m_hadMessage = true;
+        m_inputDeadline.stop();
         VEKError error;
         const QVariant message = VEKKeyedArchive::unarchive(m_reader.takeFrame(), &error);
         if (!message.isValid()) {

@@ -4,6 +4,7 @@
 
 #include <QHostAddress>
 #include <QObject>
+#include <QTimer>
 #include <QVariant>
 
 #include <atomic>
@@ -22,10 +23,19 @@ class QTcpSocket;
 // frame that is not a keyed archive, or an archive whose root is not a dictionary emits
 // protocolError() with the reason and then closed(): the connection is dropped at once, and the
 // bytes of an over-long frame are never allocated.
+//
+// Nor can one peer hold the pipe's thread or its memory: the first message must arrive within
+// stallTimeout of connecting and every frame within stallTimeout of its first byte (an idle or
+// trickling peer is dropped); the next request is read only once the replies to the last have
+// gone to the system, so a peer that sends and never reads costs one reply, not all of them;
+// replies that wait make progress within stallTimeout, and never add up to more than
+// maxPendingBytes. Each of these drops the connection as a protocol error.
 class VEKNetworkPipe : public QObject {
     Q_OBJECT
 public:
     static constexpr qint64 maxMessageSize = VEKFrameReader::maxFrameSize;
+    static constexpr int stallTimeoutMs = 15000;
+    static constexpr qint64 maxPendingBytes = 64 * 1024 * 1024;
 
     // Takes over `socket` (connected, or still connecting: what is sent meanwhile waits), which
     // must belong to the current thread.
@@ -50,6 +60,12 @@ public:
     // Pipe's thread. The client's address, for the log.
     QHostAddress peerAddress() const;
 
+    // Pipe's thread. A shorter stall limit, for tests.
+    void setStallTimeout(int ms);
+    // Pipe's thread. Messages from the peer above this size (at most maxMessageSize) break the
+    // connection like over-long frames.
+    void setMaxIncomingMessageSize(qint64 bytes) { m_reader.setLimit(quint32(std::clamp<qint64>(bytes, 0, maxMessageSize))); }
+
 signals:
     // A whole message: always a QVariantMap.
     void received(const QVariant &message);
@@ -65,9 +81,14 @@ private:
     void writeFrame(const QByteArray &archive);
     void breakConnection(const QString &reason);
     void connectionEnded();
+    void wrote();
 
     QTcpSocket *m_socket;
     VEKFrameReader m_reader;
+    QTimer m_inputDeadline;  // the first message, then each frame once begun
+    QTimer m_outputDeadline; // replies waiting for the peer to read
+    bool m_hadMessage = false;
+    std::atomic<qint64> m_queued{0}; // bytes of frames sent from other threads, not yet written
     QString m_peer; // kept for the log: the socket forgets it when the connection ends
     std::atomic<bool> m_open{true};
 };

@@ -406,6 +406,8 @@ def hostile(port):
         ("array root", _frame(archive(["command", "play"])), True),
         ("string root", _frame(archive("getSongs")), True),
         ("deep nesting", _frame(archive({"command": "getSongs", "target": _deep(2000)})), True),
+        # Far larger than any request: refused before it costs memory.
+        ("a request of 1.3 MB", _frame(archive({"command": "getSongs", "x": list(range(60000))})), True),
         ("truncated frame", struct.pack(">I", 1000) + b"\x00" * 10, False),
         ("truncated length", b"\x00\x00", False),
     ]

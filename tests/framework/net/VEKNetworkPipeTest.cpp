@@ -1,4 +1,5 @@
 #include "NetTestSupport.h"
+#include "net/VEKKeyedArchive.h"
 #include "net/VEKNetworkAcceptor.h"
 #include "net/VEKNetworkPipe.h"
 
@@ -46,18 +47,23 @@ public:
     QObject owner;
     std::vector<std::shared_ptr<Connection>> connections;
     bool echo = true;
+    int stallMs = 0;       // a shorter stall limit for each pipe
+    int replyPadding = 0;  // bytes added to each reply
 
 private:
     void adopt(VEKNetworkPipe *pipe)
     {
         pipe->setParent(&owner);
+        if (stallMs > 0)
+            pipe->setStallTimeout(stallMs);
         auto c = std::make_shared<Connection>();
         c->pipe = pipe;
         connections.push_back(c);
         QObject::connect(pipe, &VEKNetworkPipe::received, pipe, [this, c, pipe](const QVariant &m) {
             c->received.append(m.toMap());
             if (echo)
-                pipe->send(QVariantMap{{"n", m.toMap().value("n")}, {"reply", true}});
+                pipe->send(QVariantMap{{"n", m.toMap().value("n")}, {"reply", true},
+                                       {"pad", QByteArray(replyPadding, 'p')}});
         });
         QObject::connect(pipe, &VEKNetworkPipe::protocolError, pipe,
                          [c](const QString &reason) { c->protocolErrors.append(reason); });
@@ -77,7 +83,75 @@ VEKNetworkPipe *connectPipe(quint16 port, QObject *parent)
     return new VEKNetworkPipe(socket, parent);
 }
 
+QByteArray frame(const QVariantMap &message)
+{
+    const QByteArray archive = VEKKeyedArchive::archivedData(message);
+    const quint32 n = quint32(archive.size());
+    const char header[4] = {char(n >> 24), char(n >> 16), char(n >> 8), char(n)};
+    return QByteArray(header, 4) + archive;
+}
+
 } // namespace
+
+TEST(NetworkPipeLimits, IdleAndTricklingPeersAreDroppedAndWellBehavedOnesStay)
+{
+    EchoServer server;
+    server.stallMs = 300;
+    const auto dropped = [&](const char *reasonPart) {
+        const auto c = server.last();
+        EXPECT_TRUE(c && waitUntil([&] { return c->closed; }, 5000));
+        EXPECT_TRUE(c && c->protocolErrors.size() == 1 && c->protocolErrors.first().contains(QLatin1String(reasonPart)))
+            << (c && !c->protocolErrors.isEmpty() ? c->protocolErrors.first().toStdString() : std::string());
+    };
+
+    QTcpSocket idle;
+    idle.connectToHost(QHostAddress::LocalHost, server.acceptor.port());
+    ASSERT_TRUE(waitUntil([&] { return server.connections.size() == 1; }));
+    dropped("no message");
+
+    // A byte at a time, each in time, the frame as a whole too late.
+    QTcpSocket trickle;
+    trickle.connectToHost(QHostAddress::LocalHost, server.acceptor.port());
+    ASSERT_TRUE(waitUntil([&] { return server.connections.size() == 2; }));
+    const QByteArray bytes = frame({{"n", 1}});
+    for (int i = 0; i < 12 && !server.last()->closed; ++i) {
+        trickle.write(bytes.mid(i, 1));
+        trickle.flush();
+        waitUntil([] { return false; }, 100);
+    }
+    dropped("stalled");
+
+    // A client that has spoken may be quiet for as long as it likes.
+    QObject parent;
+    VEKNetworkPipe *client = connectPipe(server.acceptor.port(), &parent);
+    ASSERT_TRUE(client->send(QVariantMap{{"n", 7}}));
+    ASSERT_TRUE(waitUntil([&] { return server.connections.size() == 3 && server.last()->received.size() == 1; }));
+    waitUntil([] { return false; }, 1000);
+    EXPECT_FALSE(server.last()->closed);
+    EXPECT_TRUE(client->isOpen());
+}
+
+TEST(NetworkPipeLimits, APeerThatNeverReadsIsReadNoFurtherAndDropped)
+{
+    EchoServer server;
+    server.stallMs = 1000;
+    server.replyPadding = 1024 * 1024;
+    QTcpSocket deaf;
+    deaf.setReadBufferSize(1);
+    deaf.connectToHost(QHostAddress::LocalHost, server.acceptor.port());
+    ASSERT_TRUE(waitUntil([&] { return deaf.state() == QAbstractSocket::ConnectedState; }));
+    QByteArray requests;
+    for (int i = 0; i < 300; ++i)
+        requests += frame({{"n", i}});
+    deaf.write(requests);
+    ASSERT_TRUE(waitUntil([&] { return !server.connections.empty(); }));
+    const auto c = server.last();
+    ASSERT_TRUE(waitUntil([&] { return c->closed; }, 10000)) << c->received.size() << " requests answered";
+    // Each reply waits for the one before to leave: what the system's buffers hold, no more.
+    EXPECT_LT(c->received.size(), 60);
+    ASSERT_EQ(c->protocolErrors.size(), 1);
+    EXPECT_TRUE(c->protocolErrors.first().contains("does not read")) << c->protocolErrors.first().toStdString();
+}
 
 TEST(NetworkPipeLoopback, FramesCutAnywhereAreReassembled)
 {
