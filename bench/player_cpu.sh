@@ -21,6 +21,8 @@ sox -n -r 44100 -c 2 -b 16 "$work/song.flac" synth $((seconds + 60)) brownnoise 
   tremolo 0.1 60 gain -6 2>/dev/null
 "$bin/quivera-cli" import "$work/song.flac" >/dev/null
 "$bin/quivera-cli" settings set outputDevice '{"UID": "null"}' >/dev/null
+# The one-time question about the iTunes library was answered.
+"$bin/quivera-cli" settings set seenAccessiTunesLibraryQuery true >/dev/null
 "$bin/quivera-cli" settings set playerSize 2 >/dev/null
 
 # Ticks (user + system) of a process so far.
