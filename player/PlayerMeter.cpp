@@ -4,6 +4,7 @@
 #include "PlayerArt.h"
 #include "PlayerTransport.h"
 
+#include <QPaintEvent>
 #include <QPainter>
 #include <cmath>
 
@@ -19,17 +20,23 @@ PlayerMeter::PlayerMeter(QWidget *parent) : QWidget(parent)
 void PlayerMeter::setTransport(PlayerTransport *transport)
 {
     m_transport = transport;
-    update();
+    tick();
 }
 
 void PlayerMeter::tick()
 {
-    // A reading that lights the same steps draws the same picture: silence and pauses cost
-    // nothing.
+    // Only the stretch between the lit end shown and the new one changes: silence and pauses
+    // cost nothing, and music redraws a sliver of each bar.
+    const qreal s = height() / 56.0;
+    const qreal full = widthOfSteps(fullScaleSteps, width());
     for (quint32 channel = 0; channel < 2; ++channel) {
         const int n = m_transport ? steps(m_transport->levelOfChannel(channel)) : 0;
-        if (n != m_shown[channel])
-            return update();
+        if (n == m_shown[channel])
+            continue;
+        const qreal a = qMin(widthOfSteps(qMin(n, m_shown[channel]), width()), full);
+        const qreal b = qMin(widthOfSteps(qMax(n, m_shown[channel]), width()), full);
+        update(QRectF(a - 1, channel == 0 ? 0 : 32 * s, b - a + 2, 24 * s).toAlignedRect());
+        m_shown[channel] = n;
     }
 }
 
@@ -42,9 +49,10 @@ int PlayerMeter::steps(float level)
     return n > 100000.0f ? 100000 : int(n);
 }
 
-void PlayerMeter::paintEvent(QPaintEvent *)
+void PlayerMeter::paintEvent(QPaintEvent *event)
 {
     QPainter p(this);
+    p.setClipRegion(event->region());
     const qreal W = width();
     const qreal s = height() / 56.0;
     const qreal barHeight = 24.0 * s;
@@ -59,8 +67,7 @@ void PlayerMeter::paintEvent(QPaintEvent *)
         const QRectF place(0, rows[channel], full, barHeight);
         if (!track.isNull())
             p.drawPixmap(place, track, QRectF(track.rect()));
-        const int n = m_transport ? steps(m_transport->levelOfChannel(channel)) : 0;
-        m_shown[channel] = n;
+        const int n = m_shown[channel];
         if (n < 1 || bar.isNull())
             continue;
         const qreal w = widthOfSteps(n, W);

@@ -30,9 +30,11 @@ protected:
     void paintEvent(QPaintEvent *event) override;
 
 private:
+    // Reads the levels and repaints what changed.
     void tick();
 
     QPointer<PlayerTransport> m_transport;
+    // The steps lit in the picture, per channel, as the last reading set them.
     int m_shown[2] = {0, 0};
     QTimer m_timer;
 };
