@@ -16,6 +16,7 @@
 #include "graph/VEKVolumeAudioProcessor.h"
 #include "outputs/VEKAudioDeviceMonitor.h"
 #include "settings/UserDefaults.h"
+#include "settings/VEKSettingRange.h"
 #include "settings/VEKPropertyList.h"
 
 #include <QScopeGuard>
@@ -76,7 +77,7 @@ QVariantMap Stream::defaultDescription()
 Stream::Stream(QObject *parent) : VEKAudioStream(parent)
 {
     registerDefaults(UserDefaults::standard());
-    m_ratePolicy.store(UserDefaults::standard().integerForKey(kSampleRate));
+    m_ratePolicy.store(VEKSettingRange::checkedRatePolicy(UserDefaults::standard().integerForKey(kSampleRate)));
 }
 
 Stream::~Stream()
@@ -212,7 +213,7 @@ void Stream::settingChanged(const QString &key)
         start();
     } else if (key == kSampleRate) {
         if (!m_ratePolicyOverride)
-            m_ratePolicy.store(defaults.integerForKey(kSampleRate));
+            m_ratePolicy.store(VEKSettingRange::checkedRatePolicy(defaults.integerForKey(kSampleRate)));
         updateOutputDeviceSampleRate();
     } else if (key == kVolume) {
         processorWithIdentifier<VEKVolumeAudioProcessor>(kVolume)->setScalar(float(defaults.doubleForKey(kVolume)));

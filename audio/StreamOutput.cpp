@@ -8,6 +8,7 @@
 #include "graph/VEKAudioDock.h"
 #include "graph/VEKHardwareAudioProcessor.h"
 #include "settings/UserDefaults.h"
+#include "settings/VEKSettingRange.h"
 
 #include <cmath>
 #include <limits>
@@ -34,7 +35,7 @@ quint32 complexityForType(qint64 type)
 void Stream::setSampleRatePolicyOverride(std::optional<qint64> policy)
 {
     m_ratePolicyOverride = policy;
-    m_ratePolicy.store(policy ? *policy : UserDefaults::standard().integerForKey(kSampleRate));
+    m_ratePolicy.store(policy ? *policy : VEKSettingRange::checkedRatePolicy(UserDefaults::standard().integerForKey(kSampleRate)));
 }
 
 VEKAudioDevicePtr Stream::outputDevice() const

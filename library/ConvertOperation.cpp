@@ -15,6 +15,7 @@
 #include "io/VEKAudioFileReader.h"
 #include "io/VEKAudioFileWriter.h"
 #include "settings/UserDefaults.h"
+#include "settings/VEKSettingRange.h"
 #include "settings/VEKPropertyList.h"
 
 #include <QDateTime>
@@ -55,6 +56,18 @@ void tuneConverter(VEKAudioProcessor *processor)
         }
         const QVariant quality = defaults.value(QStringLiteral("convertorQuality"));
         platform->setQuality(quality.isValid() ? quality.toFloat() : 1.0f);
+    }
+}
+
+// The word lengths the Preferred format pane offers for each format (0: no preference); the
+// formats without one take any value, as the writer ignores it.
+QList<qint64> bitRangesOfFormat(quint64 format)
+{
+    switch (format) {
+    case 0: case 1: case 2: return {0, 16, 24, 32};
+    case 4: return {0, 16, 20, 24, 32};
+    case 6: return {0, 16, 20, 24};
+    default: return {0};
     }
 }
 
@@ -138,13 +151,21 @@ bool ConvertOperation::convert()
                                .arg(preferred.value(QStringLiteral("format")).toString()));
         return false;
     }
-    double rate = double(preferred.value(QStringLiteral("sampleRate")).toULongLong());
+    // Checked here, where they are used: a hand-written rate of 1 Hz would take the converter
+    // far outside anything it is built for.
+    const quint64 formatIndex = preferred.value(QStringLiteral("format")).toULongLong();
+    double rate = double(VEKSettingRange::checkedRateOrZero(
+        QStringLiteral("preferredFormat.sampleRate"), preferred.value(QStringLiteral("sampleRate")).toLongLong()));
     if (rate <= 0.0)
         rate = file->sampleRate();
-    quint32 bits = preferred.value(QStringLiteral("bitRange")).toUInt();
+    quint32 bits = quint32(VEKSettingRange::checkedFromTable(
+        QStringLiteral("preferredFormat.bitRange"), preferred.value(QStringLiteral("bitRange")).toLongLong(),
+        bitRangesOfFormat(formatIndex), 0));
     if (bits == 0)
         bits = 16;
-    quint32 bitRate = preferred.value(QStringLiteral("bitRate")).toUInt();
+    quint32 bitRate = quint32(VEKSettingRange::checkedFromTable(
+        QStringLiteral("preferredFormat.bitRate"), preferred.value(QStringLiteral("bitRate")).toLongLong(),
+        {0, 128000, 160000, 192000, 224000, 256000, 320000}, 0));
     if (bitRate == 0)
         bitRate = 128000;
     const QVariant qualityValue = preferred.value(QStringLiteral("quality"));

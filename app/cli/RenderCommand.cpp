@@ -32,6 +32,11 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
         session.fail(QStringLiteral("render needs --out FILE.wav"));
         return 2;
     }
+    // Only WAV is written: any other name would promise a format the file does not have.
+    if (!args.value(outOption).endsWith(QLatin1String(".wav"), Qt::CaseInsensitive)) {
+        session.fail(QStringLiteral("render writes WAV files only: give --out a name ending in .wav"));
+        return 2;
+    }
     qint64 rate = 0;
     QString message;
     if (args.has(rateOption)

@@ -170,6 +170,19 @@ TEST_F(CliConvertTest, EveryFormatAtEachRateWithTheDepthsAndBitRatesOffered)
     EXPECT_EQ(TestEnvironment::fileDigest(source), sourceHash) << "the source file was changed";
 }
 
+TEST_F(CliConvertTest, ValuesOutOfRangeAreReportedAndTheDefaultsUsed)
+{
+    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("preferredFormat"),
+                       QStringLiteral("{\"format\": 1, \"sampleRate\": 1, \"bitRange\": 7}")}).status, 0);
+    const CliHarness::Result r = cli.run({QStringLiteral("convert"), songID});
+    EXPECT_EQ(r.status, 0) << r.err.constData();
+    EXPECT_TRUE(r.err.contains("preferredFormat.sampleRate = 1 is out of range")) << r.err.constData();
+    EXPECT_TRUE(r.err.contains("preferredFormat.bitRange = 7 is out of range")) << r.err.constData();
+    const Probe p = probe(cli.musicDir() + QStringLiteral("/song.wav"));
+    EXPECT_EQ(p.audio.value(QStringLiteral("sample_rate")).toString().toInt(), 44100) << "the song's own rate";
+    EXPECT_EQ(p.audio.value(QStringLiteral("bits_per_sample")).toInt(), 16);
+}
+
 TEST_F(CliConvertTest, TheResultIsANewSongBesideTheSourceUnderANewName)
 {
     // FLAC to FLAC at another rate: the source's name is taken.

@@ -235,6 +235,9 @@ TEST_F(CliLibraryTest, BadInputGivesClearMessagesAndFailingStatus)
     expectFailure({QStringLiteral("tag"), QStringLiteral("-10"), QStringLiteral("mood=happy")}, 2, "KEY=VALUE");
     expectFailure({QStringLiteral("tag"), QStringLiteral("-14"), QStringLiteral("title=x")}, 1, "missing");
     expectFailure({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("volumeKnob"), QStringLiteral("loud")}, 2, "JSON");
+    const QString mp3 = cli.musicDir() + QStringLiteral("/x.mp3");
+    expectFailure({QStringLiteral("render"), QStringLiteral("--out"), mp3}, 2, ".wav");
+    EXPECT_FALSE(QFile::exists(mp3)) << "no WAV under another name";
 
     // An audio file that became garbage: the tag write says why.
     ASSERT_TRUE(TestEnvironment::writeFile(cli.musicDir() + QStringLiteral("/b.flac"), QByteArray(2048, '\x7f')));

@@ -1,5 +1,6 @@
 #include "settings/UserDefaults.h"
 #include "settings/VEKPropertyList.h"
+#include "settings/VEKSettingRange.h"
 #include "core/VEKLocalizedString.h"
 #include "core/VEKLog.h"
 #include "support/Processes.h"
@@ -297,4 +298,25 @@ TEST_F(UserDefaultsTest, WorkersReadWhileTheMainThreadWrites)
         delete t;
     }
     EXPECT_EQ(torn, 0);
+}
+
+TEST_F(UserDefaultsTest, ValuesOutOfRangeAreReportedOnceAndReplacedByTheDefault)
+{
+    using namespace VEKSettingRange;
+    const struct {
+        qint64 got, expected;
+    } rates[] = {{0, 0}, {8000, 8000}, {768000, 768000}, {1, 0}, {7999, 0}, {768001, 0}, {-44100, 0}};
+    for (const auto &c : rates)
+        EXPECT_EQ(checkedRateOrZero("test.rate", c.got), c.expected) << c.got;
+    EXPECT_EQ(checkedRatePolicy(-1), -1);
+    EXPECT_EQ(checkedRatePolicy(96000), 96000);
+    EXPECT_EQ(checkedRatePolicy(-2), 0);
+    EXPECT_EQ(checkedFromTable("test.bits", 20, {0, 16, 24}, 0), 0);
+    EXPECT_EQ(checkedFromTable("test.bits", 24, {0, 16, 24}, 0), 24);
+    log.clear();
+    checkedRateOrZero("test.once", 5);
+    checkedRateOrZero("test.once", 5);
+    checkedRateOrZero("test.once", 6);
+    EXPECT_EQ(log.size(), 2) << log.join('\n').toStdString();
+    EXPECT_TRUE(log.value(0).contains("test.once = 5")) << log.value(0).toStdString();
 }
