@@ -51,6 +51,7 @@ dbus-run-session -- xvfb-run -a -s "-screen 0 1920x1080x24" bash -c '
   xserver=$(pgrep -n Xvfb || true)
   playerctl -p quivera play
   bash "$2" "$player" "$xserver" "$3" "quivera, window at size 2, playing:"
+  echo "  (MPRIS says: $(playerctl -p quivera status 2>&1), at $(playerctl -p quivera position 2>&1) s)"
   kill "$player"; wait "$player" 2>/dev/null || true' _ "$bin/quivera" "$work/measure.sh" "$seconds" 2>/dev/null
 
 # The audio alone: the command-line player on the same device and song.
