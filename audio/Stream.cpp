@@ -124,6 +124,9 @@ bool Stream::initWithDescription(const QVariantMap &description, VEKError *error
         if (!processorDockAtIndex(i))
             return missing(id("effect%1Dock", i));
         watchEffectSlot(processorDockAtIndex(i));
+        // An effect put in, taken out, or turned on or off under a playing song is heard through
+        // a short crossfade, without a gap or a click.
+        processorDockAtIndex(i)->setCrossfadeDuration(effectCrossfadeDuration);
     }
     connect(this, &Stream::currentSongChanged, this, [this] { noteOutputFormat(); });
 
@@ -260,13 +263,9 @@ bool Stream::setProcessor(VEKAudioProcessorPtr processor, quint64 index, VEKErro
 {
     if (index >= numberOfEffectSlots)
         return false;
-    const bool wasRunning = isRunning();
-    const bool wasInitialized = isInitialized();
-    // The dock may only change while the render thread is away from it.
-    stop();
-    uninitialize();
+    // The device keeps running: the dock prepares the processor here at the stream's format and
+    // the render thread crossfades to it at a buffer boundary.
     processorDockAtIndex(index)->setProcessor(std::move(processor));
-    restart(wasInitialized, wasRunning);
     if (!m_restoringEffects)
         storeEffectSlots();
     return true;

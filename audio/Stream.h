@@ -45,6 +45,8 @@ public:
     // The player index that is none of the two.
     static constexpr quint64 notFound = 9223372036854775807ULL;
     static constexpr quint64 numberOfEffectSlots = 3;
+    // How long an effect slot crossfades when its effect changes or is turned on or off.
+    static constexpr double effectCrossfadeDuration = 0.02;
 
     // Registers the stream's default settings (rate policy, volume, dim, mute, converter,
     // dither, headphones). Called by the constructor too; harmless twice.
@@ -82,8 +84,9 @@ public:
 
     VEKAudioDock *processorDockAtIndex(quint64 index) const;
     VEKAudioProcessorPtr processorAtIndex(quint64 index) const;
-    // Puts `processor` (null empties) into effect slot `index` with a stop and restart of the
-    // stream, and stores the slots in the settings. False only for an index above 2.
+    // Puts `processor` (null empties) into effect slot `index` while the device keeps running
+    // (crossfaded, like turning an effect on or off), and stores the slots in the settings. A
+    // processor that can't be prepared passes the audio through. False only for an index above 2.
     bool setProcessor(VEKAudioProcessorPtr processor, quint64 index, VEKError *error = nullptr);
     VEKAudioDevicePtr outputDevice() const;
     VEKHardwareAudioProcessor *hardware() const { return m_hardware; }

@@ -6,8 +6,9 @@
 // converter). A dock that holds nothing passes audio through.
 //
 // Main thread. Changing the held processor of an initialised stream gives the stream a new render
-// plan: the new processor is initialised first, the plan swapped in at a buffer boundary, and the
-// old processor uninitialised once the render thread has let go of it. The connection formats
+// plan: the new processor is initialised first, the plan swapped in at a buffer boundary (where
+// the crossfade, if any, begins), and the old processor uninitialised once the render thread has
+// let go of it. The connection formats
 // stay as they were, so a live change is for processors that keep the format (effects); the
 // converter docks are changed on a stopped, uninitialised stream.
 class VEKAudioDock : public VEKAudioProcessor {
@@ -18,6 +19,13 @@ public:
     VEKAudioProcessorPtr processor() const { return m_processor; }
     // Retains `processor` (may be null). No effect when it is already the held one.
     void setProcessor(VEKAudioProcessorPtr processor);
+
+    // How long a running stream crossfades when the held processor changes or is turned on or
+    // off: the old sound fades out while the new one fades in, so the change is heard without a
+    // gap or a click. 0 (the default) switches at a buffer boundary. Only for docks whose
+    // processor keeps the rate (effects); set before the stream is initialised.
+    double crossfadeDuration() const { return m_crossfadeDuration; }
+    void setCrossfadeDuration(double seconds) { m_crossfadeDuration = seconds; }
 
     // Adds "processor": the held processor's settings, when there is one.
     QVariantMap settings() const override;
@@ -34,4 +42,5 @@ signals:
 
 private:
     VEKAudioProcessorPtr m_processor;
+    double m_crossfadeDuration = 0.0;
 };

@@ -30,6 +30,18 @@ void VEKAudioInputBus::render(VEKAudioBufferList &list, const VEKAudioRenderInfo
         list.clear();
         return;
     }
+    if (slot == info.preparedInputSlot && info.preparedInput) {
+        list.setFrames(info.frames);
+        const VEKAudioBufferList &in = *info.preparedInput;
+        const quint32 frames = std::min(info.frames, in.frames());
+        for (quint32 c = 0; c < list.numberOfChannels(); ++c) {
+            float *out = list.channel(c);
+            const float *from = c < in.numberOfChannels() ? in.channel(c) : nullptr;
+            for (quint32 f = 0; f < info.frames; ++f)
+                out[f] = from && f < frames ? from[f] : 0.0f;
+        }
+        return;
+    }
     info.plan->renderInputs(slot, list, info);
 }
 

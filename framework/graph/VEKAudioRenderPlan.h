@@ -22,6 +22,20 @@ public:
         quint32 inputCount = 0;
         // Where a mixer's second and further inputs are rendered before they are added.
         VEKAudioBufferList *mixScratch = nullptr;
+
+        // A crossfading dock (fadeFrames > 0): what it renders changes through a crossfade, be
+        // it another processor or its processor turned on or off. `fadingOut` is what was heard
+        // before the change that made this plan (null: the input itself), faded out from the
+        // plan's first cycle on.
+        quint32 fadeFrames = 0;
+        VEKAudioProcessor *fadingOut = nullptr;
+        VEKAudioBufferList *fadeInput = nullptr;
+        VEKAudioBufferList *fadeOther = nullptr;
+        // Render thread only: what was heard last (a processor, or null for the input itself),
+        // what fades out and how far the fade has come (fadeFrames when none runs).
+        mutable VEKAudioProcessor *heard = nullptr;
+        mutable VEKAudioProcessor *fadeFrom = nullptr;
+        mutable quint32 fadePosition = 0;
     };
 
     VEKAudioRenderPlan() = default;
@@ -36,9 +50,21 @@ public:
     // Render thread. Sums the active inputs of `slot` into `list`; silence when none is active.
     void renderInputs(int slot, VEKAudioBufferList &list, const VEKAudioRenderInfo &info) const;
 
+    // What a processor at a node makes heard: itself, or null when it passes its input through
+    // (absent, disabled or not initialised). Any thread.
+    static VEKAudioProcessor *audible(VEKAudioProcessor *p);
+
     std::vector<Node> nodes;
     std::vector<Input> inputs;
     int sinkSlot = -1;
+
+private:
+    void renderCrossfadingDock(int slot, VEKAudioBufferList &list, const VEKAudioRenderInfo &info) const;
+    // Renders `p` (null: the input itself) from the prepared input into `list`.
+    static void renderFromPreparedInput(VEKAudioProcessor *p, int slot, VEKAudioBufferList &list,
+                                        const VEKAudioRenderInfo &info);
+
+public:
     std::vector<std::unique_ptr<VEKAudioBufferList>> scratch;
     // Docked processors stay alive while a plan that renders them exists.
     std::vector<VEKAudioProcessorPtr> keepAlive;

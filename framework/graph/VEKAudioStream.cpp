@@ -3,6 +3,8 @@
 #include "VEKAudioDock.h"
 #include "VEKAudioGraphError.h"
 #include "VEKAudioRenderPlan.h"
+
+#include <cmath>
 #include "VEKAudioSinkProcessor.h"
 #include "VEKAudioStreamBuilder.h"
 #include "VEKConductorAudioProcessor.h"
@@ -12,6 +14,7 @@
 #include "settings/VEKPropertyList.h"
 
 #include <algorithm>
+#include <cmath>
 
 VEKAudioStream::VEKAudioStream(QObject *parent) : QObject(parent)
 {
@@ -302,7 +305,7 @@ void VEKAudioStream::renderCycle(VEKAudioBufferList &list, quint64 sampleTime, b
     m_plan.release();
 }
 
-std::unique_ptr<VEKAudioRenderPlan> VEKAudioStream::bakePlan() const
+std::unique_ptr<VEKAudioRenderPlan> VEKAudioStream::bakePlan(int fadingSlot, VEKAudioProcessorPtr fadingOut) const
 {
     auto plan = std::make_unique<VEKAudioRenderPlan>();
     plan->sinkSlot = m_sinkSlot;
@@ -331,6 +334,24 @@ std::unique_ptr<VEKAudioRenderPlan> VEKAudioStream::bakePlan() const
         if (node.inputCount > 1) {
             plan->scratch.push_back(std::make_unique<VEKAudioBufferList>(channels, m_maxFrames));
             node.mixScratch = plan->scratch.back().get();
+        }
+        if (position.dock && position.dock->crossfadeDuration() > 0.0 && m_format.sampleRate > 0.0) {
+            node.fadeFrames =
+                std::max<quint32>(1, quint32(std::lround(position.dock->crossfadeDuration() * m_format.sampleRate)));
+            plan->scratch.push_back(std::make_unique<VEKAudioBufferList>(channels, m_maxFrames));
+            node.fadeInput = plan->scratch.back().get();
+            plan->scratch.push_back(std::make_unique<VEKAudioBufferList>(channels, m_maxFrames));
+            node.fadeOther = plan->scratch.back().get();
+            node.heard = VEKAudioRenderPlan::audible(node.processor);
+            node.fadePosition = node.fadeFrames;
+            if (int(slot) == fadingSlot) {
+                // The first cycle of this plan sees a change from what the old processor made
+                // heard, and fades from it.
+                node.fadingOut = VEKAudioRenderPlan::audible(fadingOut.get());
+                node.heard = node.fadingOut;
+                if (fadingOut)
+                    plan->keepAlive.push_back(fadingOut);
+            }
         }
     }
     return plan;
@@ -366,10 +387,23 @@ void VEKAudioStream::dockChanged(int slot, VEKAudioProcessorPtr processor, VEKAu
         else // not initialised, it passes audio through
             VEKLog(QStringLiteral("The processor %1 could not be prepared: %2").arg(processor->name(), error.text()));
     }
-    // The processor taken out is uninitialised once no plan renders it any more.
+    const bool fades = m_positions[size_t(slot)].dock->crossfadeDuration() > 0.0;
+    std::unique_ptr<VEKAudioRenderPlan> plan = bakePlan(slot, previous);
+    // The processor taken out is uninitialised once no plan renders it any more: that is the
+    // plan being replaced, or with a crossfade the new one, which fades it out.
     if (previous) {
-        if (VEKAudioRenderPlan *current = m_plan.current())
+        if (fades)
+            plan->releasedProcessors.push_back(previous);
+        else if (VEKAudioRenderPlan *current = m_plan.current())
             current->releasedProcessors.push_back(previous);
     }
-    publishPlan(bakePlan());
+    publishPlan(std::move(plan));
+    if (fades && previous) {
+        // Once the fade is over, a plan without the old processor lets it go.
+        const int ms = int(std::ceil(m_positions[size_t(slot)].dock->crossfadeDuration() * 1000.0)) + 100;
+        QTimer::singleShot(ms, this, [this, weak = std::weak_ptr<VEKAudioProcessor>(previous)] {
+            if (m_initialized && !weak.expired())
+                publishPlan(bakePlan());
+        });
+    }
 }

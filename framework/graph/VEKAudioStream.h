@@ -122,7 +122,9 @@ private:
     void placeAll();
     void propagateFormats();
     void propagateFrom(int slot, const VEKAudioStreamFormat &output, int depth);
-    std::unique_ptr<VEKAudioRenderPlan> bakePlan() const;
+    // `fadingSlot`, when given, is a dock whose processor just changed from `fadingOut`: a
+    // crossfading dock fades that out in the new plan.
+    std::unique_ptr<VEKAudioRenderPlan> bakePlan(int fadingSlot = -1, VEKAudioProcessorPtr fadingOut = nullptr) const;
     void publishPlan(std::unique_ptr<VEKAudioRenderPlan> plan);
     void collectPlans();
     void dockChanged(int slot, VEKAudioProcessorPtr processor, VEKAudioProcessorPtr previous);

@@ -2,6 +2,7 @@
 
 #include <QtGlobal>
 
+class VEKAudioBufferList;
 class VEKAudioRenderPlan;
 
 // What one render request asks for. Passed by const reference down the pull; a processor that
@@ -19,4 +20,9 @@ struct VEKAudioRenderInfo {
     // The stream's topology for this cycle; the input bus reads it. Null outside a stream, where
     // inputs render as silence.
     const VEKAudioRenderPlan *plan = nullptr;
+    // While a dock crossfades two processors, the input of its slot is rendered once, here: the
+    // input bus of the processor at `preparedInputSlot` copies it instead of pulling upstream a
+    // second time.
+    int preparedInputSlot = -1;
+    const VEKAudioBufferList *preparedInput = nullptr;
 };

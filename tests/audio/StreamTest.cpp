@@ -52,9 +52,14 @@ public:
     bool supportsExclusive() const override { return false; }
     QList<VEKAudioDeviceSource> outputSources(VEKError * = nullptr) const override { return {}; }
     bool setSourceEnabled(quint32, bool, VEKError * = nullptr) override { return false; }
-    std::unique_ptr<VEKAudioOutput> createOutput() override { return std::make_unique<VEKNullOutput>(m_rate); }
+    std::unique_ptr<VEKAudioOutput> createOutput() override
+    {
+        ++outputsMade;
+        return std::make_unique<VEKNullOutput>(m_rate);
+    }
 
     QList<double> changes;
+    int outputsMade = 0;
 
 private:
     QList<double> m_rates;
@@ -544,10 +549,16 @@ TEST_F(StreamTest, AnEffectSurvivesARestartAndAVanishedOneLeavesItsSlotEmpty)
     ASSERT_TRUE(effect->setSettings({{QStringLiteral("gain"), -6.0}}, &error)) << error.text().toStdString();
     QVariantMap stored;
     {
-        auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+        auto device = std::make_shared<FakeDevice>(QList<double>{44100}, 44100);
+        auto stream = makeStream(device);
+        const int opened = device->outputsMade;
         EXPECT_FALSE(stream->setProcessor(effect, 3));
         ASSERT_TRUE(stream->setProcessor(effect, 1));
         EXPECT_TRUE(stream->isRunning());
+        EXPECT_TRUE(effect->isInitialized()) << "prepared at the stream's format";
+        ASSERT_TRUE(stream->setProcessor(nullptr, 1));
+        ASSERT_TRUE(stream->setProcessor(effect, 1));
+        EXPECT_EQ(device->outputsMade, opened) << "the device ran on through every change";
         // Stored at once, not only at quit: a crash keeps it.
         stored = UserDefaults::standard().dictionaryForKey(QStringLiteral("effect2"));
         EXPECT_EQ(stored, effect->settings());

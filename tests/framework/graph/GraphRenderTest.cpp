@@ -10,6 +10,9 @@
 
 #include <QCoreApplication>
 
+#include <cmath>
+#include <functional>
+
 #include <gtest/gtest.h>
 
 using namespace GraphTest;
@@ -220,4 +223,42 @@ TEST(Docks, TheLastProcessorSwappedInIsWhatTheOutputPlays)
     EXPECT_EQ(heard.back(), 0.25f);
     for (float v : heard)
         ASSERT_TRUE(v == 1.0f || v == 0.25f) << v;
+}
+
+TEST(Docks, ACrossfadingDockChangesWithoutAGapOrAStep)
+{
+    // Putting a processor in, turning it off and on, taking it out: each change is a ramp from
+    // the old sound to the new one, never a step and never a silence.
+    auto stream = buildChain({R"({"identifier": "source", "class": "TestCountingSource", "settings": {"value": 1.0}})",
+                              R"({"identifier": "effectDock", "class": "VEKAudioDock"})",
+                              R"({"identifier": "hardware", "class": "VEKHardwareAudioProcessor", "settings": {"framesPerBuffer": 128}})"});
+    auto device = std::make_shared<FakeDevice>(44100.0, 1.0, 1 << 20);
+    stream->processorWithIdentifier<VEKHardwareAudioProcessor>(QStringLiteral("hardware"))->setDevice(device);
+    auto *dock = stream->processorWithIdentifier<VEKAudioDock>(QStringLiteral("effectDock"));
+    dock->setCrossfadeDuration(0.005);
+    ASSERT_TRUE(stream->initialize());
+    ASSERT_TRUE(stream->start());
+    FakeOutput *output = device->lastOutput();
+    ASSERT_TRUE(output->waitForCycles(2));
+    auto volume = std::make_shared<VEKVolumeAudioProcessor>();
+    volume->setScalar(0.25f);
+    const std::function<void()> changes[] = {[&] { dock->setProcessor(volume); }, [&] { volume->setEnabled(false); },
+                                             [&] { volume->setEnabled(true); }, [&] { dock->setProcessor(nullptr); }};
+    for (const auto &change : changes) {
+        change();
+        ASSERT_TRUE(output->waitForCycles(6));
+        QCoreApplication::processEvents();
+    }
+    stream->stop();
+    const std::vector<float> heard = output->captured(0);
+    const float fadeFrames = 0.005f * 44100.0f;
+    const float largestStep = 0.75f / fadeFrames * 1.01f;
+    int ramps = 0;
+    for (size_t i = 1; i < heard.size(); ++i) {
+        ASSERT_GE(heard[i], 0.25f - 1e-6f) << i;
+        ASSERT_LE(std::abs(heard[i] - heard[i - 1]), largestStep) << i;
+        ramps += heard[i] != heard[i - 1] && (heard[i - 1] == 1.0f || heard[i - 1] == 0.25f);
+    }
+    EXPECT_EQ(ramps, 4) << "every change was heard";
+    EXPECT_EQ(heard.back(), 1.0f);
 }
