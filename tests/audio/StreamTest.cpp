@@ -91,6 +91,10 @@ protected:
     void SetUp() override
     {
         TestEnvironment::resetUserFolders();
+        // The store keeps its values in memory past the removal of its file: no test's effect
+        // slots reach the next one.
+        for (quint64 i = 1; i <= Stream::numberOfEffectSlots; ++i)
+            UserDefaults::standard().removeValue(QStringLiteral("effect%1").arg(i));
         registerAudioProcessorClasses();
         m_dir = TestEnvironment::makeTempDir(QStringLiteral("stream"));
     }
