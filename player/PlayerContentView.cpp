@@ -55,17 +55,18 @@ const QPixmap &PlayerContentView::background()
     QPainter p(&image);
     p.setRenderHint(QPainter::Antialiasing);
 
-    // A soft shadow, darker below the panel than above it: rings of falling opacity out to the
-    // margin, drawn once per size.
+    // A soft shadow, darker below the panel than above it: rings out to the margin, each
+    // covering the ones inside it, so the darkness falls from one half at the panel's edge to
+    // nothing at the window's, whatever the size. Drawn once per size.
     const int rings = std::max(4, int(margin * dpr));
+    const double step = 1.0 - std::pow(0.5, 1.0 / rings);
     p.setPen(Qt::NoPen);
+    p.setBrush(QColor::fromRgbF(0, 0, 0, float(step)));
     for (int i = rings; i >= 1; --i) {
         const double grow = margin * i / rings;
-        const double t = 1.0 - double(i) / rings;
         QPainterPath ring;
-        ring.addRoundedRect(panel.adjusted(-grow, -grow * 0.6, grow, grow * 1.0).translated(0, margin * 0.25),
+        ring.addRoundedRect(panel.adjusted(-grow, -grow * 0.6, grow, grow).translated(0, margin * 0.2),
                             radius + grow, radius + grow);
-        p.setBrush(QColor(0, 0, 0, int(14 * t * t + 2)));
         p.drawPath(ring);
     }
 
