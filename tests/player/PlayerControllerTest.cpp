@@ -98,8 +98,15 @@ TEST_F(PlayerControllerTest, TheFourSizesStandAboutTheKeptCentre)
         EXPECT_EQ(w->size(), sizes[size]) << "size " << size;
         EXPECT_EQ(w->frameCenter(), QPointF(500, 400)) << "size " << size;
     }
-    // A move is kept as the new centre, in top-left coordinates.
-    w->move(100, 200);
+    // A drag on the bare panel moves the window (here by hand: the offscreen platform has no
+    // move of its own), and the place is kept as the new centre, in top-left coordinates.
+    QWidget *panel = w->childAt(30, 150);
+    ASSERT_TRUE(panel);
+    const QPoint from = panel->mapFrom(w, QPoint(30, 150));
+    QTest::mousePress(panel, Qt::LeftButton, {}, from);
+    QTest::mouseMove(panel, from + QPoint(200, -50));
+    QTest::mouseRelease(panel, Qt::LeftButton, {}, from + QPoint(200, -50));
+    EXPECT_EQ(w->pos(), QPoint(100, 200));
     EXPECT_EQ(UserDefaults::standard().stringForKey(QStringLiteral("playerCenter")), QStringLiteral("{700, 350}"));
 
     // Above 3 the mini player stands instead: this window hides and keeps its frame.
