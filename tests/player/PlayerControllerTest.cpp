@@ -2,8 +2,10 @@
 #include "audio/Stream.h"
 #include "graph/VEKAudioProcessor.h"
 #include "outputs/VEKAudioDevice.h"
+#include "remote/Remote.h"
 #include "player/PlayerButton.h"
 #include "player/PlayerController.h"
+#include "player/PlayerImage.h"
 #include "player/PlayerLabel.h"
 #include "player/PlayerWindow.h"
 #include "settings/UserDefaults.h"
@@ -179,4 +181,16 @@ TEST_F(PlayerControllerTest, ThePositionTextFormatIsKeptAcrossRestarts)
     makePlayer();
     EXPECT_TRUE(player->positionTextFormat());
     EXPECT_EQ(player->positionText()->text(), QStringLiteral("-0:00"));
+}
+
+TEST_F(PlayerControllerTest, TheRemoteMarkShowsOnlyWhileAClientIsConnected)
+{
+    makePlayer();
+    auto *mark = player->window()->findChild<PlayerImage *>();
+    ASSERT_TRUE(mark);
+    EXPECT_TRUE(mark->isHidden());
+    Remote::sharedInstance()->setConnected(true);
+    EXPECT_FALSE(mark->isHidden());
+    Remote::sharedInstance()->setConnected(false);
+    EXPECT_TRUE(mark->isHidden());
 }
