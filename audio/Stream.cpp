@@ -152,7 +152,7 @@ bool Stream::initWithDescription(const QVariantMap &description, VEKError *error
         && exclusiveError.code() != VEKAudioDevice::unknownPropertyCode)
         exclusiveError.alert();
 
-    processorWithIdentifier<VEKVolumeAudioProcessor>(kVolume)->setScalar(float(defaults.doubleForKey(kVolume)));
+    processorWithIdentifier<VEKVolumeAudioProcessor>(kVolume)->setScalar(float(VEKSettingRange::checkedReal(kVolume, defaults.doubleForKey(kVolume), 0.0, 1.0, 1.0)));
     if (!applyDitherProperties(error))
         return false;
     if (!processorWithIdentifier(QStringLiteral("headphones"))->setSettings(defaults.dictionaryForKey(kHeadphones), error))
@@ -219,7 +219,7 @@ void Stream::settingChanged(const QString &key)
             m_ratePolicy.store(VEKSettingRange::checkedRatePolicy(defaults.integerForKey(kSampleRate)));
         updateOutputDeviceSampleRate();
     } else if (key == kVolume) {
-        processorWithIdentifier<VEKVolumeAudioProcessor>(kVolume)->setScalar(float(defaults.doubleForKey(kVolume)));
+        processorWithIdentifier<VEKVolumeAudioProcessor>(kVolume)->setScalar(float(VEKSettingRange::checkedReal(kVolume, defaults.doubleForKey(kVolume), 0.0, 1.0, 1.0)));
     } else if (key == kDitherProperties) {
         if (!applyDitherProperties(&error))
             error.alert();

@@ -629,6 +629,20 @@ bool UserDefaults::synchronize(VEKError *error)
 
 void UserDefaults::removeValue(const QString &key) { setValue(key, QVariant()); }
 
+void UserDefaults::reload()
+{
+    m_writeTimer->stop();
+    m_writer.waitForDone();
+    QMutexLocker writeLock(&m_writeMutex);
+    QWriteLocker lock(&m_lock);
+    m_values.clear();
+    m_unsaved.clear();
+    m_onDisk.clear();
+    m_loadError = VEKError();
+    m_writeFailing = false;
+    load();
+}
+
 QStringList UserDefaults::allKeys() const
 {
     QReadLocker lock(&m_lock);

@@ -71,6 +71,11 @@ public:
     // with the reason, when the write failed and the previous file was kept.
     bool synchronize(VEKError *error = nullptr);
 
+    // Forgets every stored value and pending change and reads the file again; registered
+    // defaults stay. Tells nobody. For tests, which start each case from empty folders in one
+    // process. Call on the store's thread.
+    void reload();
+
     // Stored and registered keys, sorted.
     QStringList allKeys() const;
     // Registered defaults overlaid with stored values.

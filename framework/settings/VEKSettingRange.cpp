@@ -9,21 +9,40 @@ namespace VEKSettingRange {
 
 bool isSampleRate(qint64 hz) { return hz >= minimumSampleRate && hz <= maximumSampleRate; }
 
+namespace {
+
+// True the first time `report` is met in this process.
+bool firstReport(const QString &report)
+{
+    static QMutex mutex;
+    static QSet<QString> reported;
+    QMutexLocker lock(&mutex);
+    if (reported.contains(report))
+        return false;
+    reported.insert(report);
+    return true;
+}
+
+} // namespace
+
 qint64 checked(const QString &setting, qint64 value, bool valid, qint64 fallback, const QString &allowed)
 {
     if (valid)
         return value;
     // Read at every song or conversion: once is enough to tell the user.
-    static QMutex mutex;
-    static QSet<QString> reported;
     const QString report = QStringLiteral("%1 = %2").arg(setting).arg(value);
-    {
-        QMutexLocker lock(&mutex);
-        if (reported.contains(report))
-            return fallback;
-        reported.insert(report);
-    }
-    VEKLog(QStringLiteral("Setting %1 is out of range (%2); using %3").arg(report, allowed).arg(fallback));
+    if (firstReport(report))
+        VEKLog(QStringLiteral("Setting %1 is out of range (%2); using %3").arg(report, allowed).arg(fallback));
+    return fallback;
+}
+
+double checkedReal(const QString &setting, double value, double minimum, double maximum, double fallback)
+{
+    if (value >= minimum && value <= maximum)
+        return value;
+    const QString report = QStringLiteral("%1 = %2").arg(setting).arg(value);
+    if (firstReport(report))
+        VEKLog(QStringLiteral("Setting %1 is out of range (%2 to %3); using %4").arg(report).arg(minimum).arg(maximum).arg(fallback));
     return fallback;
 }
 

@@ -24,6 +24,9 @@ qint64 checkedRateOrZero(const QString &setting, qint64 value, qint64 fallback =
 // One of `table`.
 qint64 checkedFromTable(const QString &setting, qint64 value, const QList<qint64> &table, qint64 fallback);
 
+// A number from `minimum` to `maximum`, NaN never.
+double checkedReal(const QString &setting, double value, double minimum, double maximum, double fallback);
+
 // The output rate policy (`sampleRate`): 0 leaves the device alone, -1 follows the song, else a
 // rate; anything else is 0.
 qint64 checkedRatePolicy(qint64 value);

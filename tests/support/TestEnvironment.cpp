@@ -1,5 +1,7 @@
 #include "TestEnvironment.h"
 
+#include "settings/UserDefaults.h"
+
 #include <QDir>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -55,6 +57,8 @@ void resetUserFolders()
         d.removeRecursively();
         QDir().mkpath(d.path());
     }
+    // The process's settings store holds its values in memory: it starts empty too.
+    UserDefaults::standard().reload();
 }
 
 int run(const QString &program, const QStringList &args, QByteArray *output, int timeoutMs)

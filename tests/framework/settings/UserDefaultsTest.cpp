@@ -14,6 +14,7 @@
 #include <QTest>
 #include <QUrl>
 #include <atomic>
+#include <cmath>
 #include <gtest/gtest.h>
 
 namespace {
@@ -313,6 +314,9 @@ TEST_F(UserDefaultsTest, ValuesOutOfRangeAreReportedOnceAndReplacedByTheDefault)
     EXPECT_EQ(checkedRatePolicy(-2), 0);
     EXPECT_EQ(checkedFromTable("test.bits", 20, {0, 16, 24}, 0), 0);
     EXPECT_EQ(checkedFromTable("test.bits", 24, {0, 16, 24}, 0), 24);
+    EXPECT_EQ(checkedReal("test.volume", 0.25, 0, 1, 1), 0.25);
+    EXPECT_EQ(checkedReal("test.volume", std::nan(""), 0, 1, 1), 1);
+    EXPECT_EQ(checkedReal("test.volume", 40, 0, 1, 1), 1);
     log.clear();
     checkedRateOrZero("test.once", 5);
     checkedRateOrZero("test.once", 5);
