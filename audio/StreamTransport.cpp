@@ -239,10 +239,13 @@ void Stream::landmarkReached(Landmark &landmark)
     if (d < 2) {
         // Take the silent branch before looking at it: the main thread may be loading it anew
         // (the playlist changed). Then it is not ready, and the transition goes the long way,
-        // through the main thread, once the load is done.
+        // through the main thread, once the load is done. So too when the last transition's
+        // sequel has not run yet: the branch still holds the song just left (a song shorter
+        // than the main thread's reaction), and jumping to it would swap the two forever.
         setEnabled(true, d);
         std::atomic_thread_fence(std::memory_order_seq_cst);
-        if (m_loadingPlayer.load(std::memory_order_seq_cst) == int(d)) {
+        if (m_loadingPlayer.load(std::memory_order_seq_cst) == int(d)
+            || m_preparingFollowingSong.load(std::memory_order_acquire)) {
             setEnabled(false, d);
             landmark.setJump(false);
             m_events.push(Event::NextSongShouldStart);

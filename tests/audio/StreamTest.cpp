@@ -6,10 +6,12 @@
 #include "audio/Stream.h"
 #include "core/VEKError.h"
 #include "graph/VEKAudioDock.h"
+#include "graph/VEKConductorAudioProcessor.h"
 #include "library/Playlist.h"
 #include "outputs/VEKAudioDeviceMonitor.h"
 #include "outputs/null/VEKNullOutput.h"
 #include "settings/UserDefaults.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QCoreApplication>
@@ -278,6 +280,47 @@ TEST_F(StreamTest, APlaylistPlaysThroughAndItsEndStopsTheTransport)
     EXPECT_EQ(heard, (QList<QString>{"a", "b", "c", "-"}));
     EXPECT_EQ(stream->indexOfEnabledPlayer(), Stream::notFound);
     EXPECT_EQ(stream->normalizedLocation(), 0.0f);
+    stream->teardown();
+}
+
+TEST_F(StreamTest, SongsOfAFrameOrTwoPlayOnceEachAndThePlaylistEnds)
+{
+    // Shorter than any render cycle and than the main thread's answer to a transition.
+    const auto tiny = [&](const QString &name, quint32 frames) {
+        QByteArray wav("RIFF");
+        const auto put = [&wav](quint32 v, int bytes) {
+            for (int i = 0; i < bytes; ++i)
+                wav.append(char((v >> (8 * i)) & 0xff));
+        };
+        put(36 + frames * 4, 4);
+        wav.append("WAVEfmt ");
+        for (const auto &[value, bytes] : {std::pair{16u, 4}, {1u, 2}, {2u, 2}, {44100u, 4}, {44100u * 4, 4}, {4u, 2}, {16u, 2}})
+            put(value, bytes);
+        wav.append("data");
+        put(frames * 4, 4);
+        for (quint32 i = 0; i < frames * 2; ++i)
+            put(8000, 2);
+        const QString path = m_dir + u'/' + name + QStringLiteral(".wav");
+        EXPECT_TRUE(TestEnvironment::writeFile(path, wav));
+        SongPtr s = Song::initWithURL(path);
+        EXPECT_TRUE(s);
+        if (s)
+            s->setSongID(++m_nextID);
+        return s;
+    };
+    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    int passes = 0;
+    QObject::connect(stream->processorWithIdentifier<VEKConductorAudioProcessor>(QStringLiteral("conductor")),
+                     &VEKConductorAudioProcessor::landmarkPassed, stream.get(), [&passes] { ++passes; });
+    const PlaylistPtr list = playlist({tiny(QStringLiteral("one"), 1), tiny(QStringLiteral("two"), 2)});
+    stream->setPlaylist(list);
+    stream->setCurrentSong(list->objectInSongsAtIndex(0));
+    // The following song is loaded by then, so the first transition takes the gapless road.
+    waitFor([] { return false; }, 300);
+    stream->play();
+    ASSERT_TRUE(waitFor([&] { return !stream->isPlaying() && !stream->currentSong(); }));
+    // The end of each song once: the transport never went back to the song it had just left.
+    EXPECT_LE(passes, 2);
     stream->teardown();
 }
 
