@@ -387,8 +387,9 @@ void VEKAudioStream::dockChanged(int slot, VEKAudioProcessorPtr processor, VEKAu
         else // not initialised, it passes audio through
             VEKLog(QStringLiteral("The processor %1 could not be prepared: %2").arg(processor->name(), error.text()));
     }
-    const bool fades = m_positions[size_t(slot)].dock->crossfadeDuration() > 0.0;
-    std::unique_ptr<VEKAudioRenderPlan> plan = bakePlan(slot, previous);
+    // Only a running stream is heard changing; a stopped one starts with the new processor.
+    const bool fades = isRunning() && m_positions[size_t(slot)].dock->crossfadeDuration() > 0.0;
+    std::unique_ptr<VEKAudioRenderPlan> plan = fades ? bakePlan(slot, previous) : bakePlan();
     // The processor taken out is uninitialised once no plan renders it any more: that is the
     // plan being replaced, or with a crossfade the new one, which fades it out.
     if (previous) {

@@ -261,4 +261,14 @@ TEST(Docks, ACrossfadingDockChangesWithoutAGapOrAStep)
     }
     EXPECT_EQ(ramps, 4) << "every change was heard";
     EXPECT_EQ(heard.back(), 1.0f);
+
+    // A stopped stream starts with the processor it holds, at once.
+    const size_t before = output->captured(0).size();
+    dock->setProcessor(volume);
+    ASSERT_TRUE(stream->start());
+    ASSERT_TRUE(output->waitForCycles(2));
+    stream->stop();
+    const std::vector<float> resumed = output->captured(0);
+    ASSERT_GT(resumed.size(), before);
+    EXPECT_EQ(resumed[before], 0.25f);
 }
