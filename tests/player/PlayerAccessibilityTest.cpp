@@ -38,5 +38,6 @@ TEST(PlayerAccessibility, AScreenReaderFindsTheControlsByNamePlaysAndSetsTheVolu
     if (rc == 77)
         GTEST_SKIP() << "no accessibility bus: " << output.constData();
     EXPECT_EQ(rc, 0) << output.constData() << "\nplayer's log: "
-                     << TestEnvironment::readFile(dir + QStringLiteral("/player.log")).constData();
+                     << TestEnvironment::readFile(dir + QStringLiteral("/player.log")).constData()
+                     << "\nthe X server's log: " << TestEnvironment::readFile(dir + QStringLiteral("/player.log.x")).constData();
 }

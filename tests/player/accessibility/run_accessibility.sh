@@ -4,10 +4,14 @@
 #   run_accessibility.sh QUIVERA QUIVERA_CLI SCRIPT LOG   (LOG: the player's output)
 set -u
 quivera="$1" cli="$2" script="$3" log="$4"
+pids=()
+# Everything started here is gone when this ends, the X server included, so the next run's
+# server never meets this one shutting down.
+trap 'kill "${pids[@]}" 2>/dev/null; wait 2>/dev/null' EXIT
 
 /usr/libexec/at-spi-bus-launcher --launch-immediately >/dev/null 2>&1 &
-launcher=$!
-for _ in $(seq 50); do
+pids+=($!)
+for _ in $(seq 100); do
   if dbus-send --session --print-reply --dest=org.a11y.Bus /org/a11y/bus org.a11y.Bus.GetAddress >/dev/null 2>&1; then
     up=1; break
   fi
@@ -15,18 +19,37 @@ for _ in $(seq 50); do
 done
 if [ -z "${up:-}" ]; then
   echo "the accessibility bus did not start" >&2
-  kill "$launcher" 2>/dev/null
   exit 77
 fi
 
-xvfb-run -a -s "-screen 0 1920x1080x24" bash -c '
-  QT_QPA_PLATFORM=xcb QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1 QT_ACCESSIBILITY=1 "$1" >"$4" 2>&1 &
-  player=$!
-  /usr/bin/python3 "$3" "$2"
-  rc=$?
-  kill "$player" 2>/dev/null
-  wait "$player" 2>/dev/null
-  exit $rc' _ "$quivera" "$cli" "$script" "$log"
+# The X server picks a free display itself and says which once it takes connections: no race
+# with other servers starting at the same time, as `xvfb-run -a` has. A server that goes away
+# next door can still take our socket with it, so the display is checked, and started again once
+# or twice if it does not answer.
+xserver=
+start_x() {
+  exec {fd}<> <(:)
+  Xvfb -displayfd "$fd" -screen 0 1920x1080x24 -nolisten tcp >>"$log.x" 2>&1 &
+  xserver=$!
+  pids+=("$xserver")
+  read -r -t 30 -u "$fd" display || return 1
+  export DISPLAY=":$display"
+  for _ in $(seq 50); do
+    xdpyinfo >/dev/null 2>&1 && return 0
+    sleep 0.1
+  done
+  return 1
+}
+for attempt in 1 2 3; do
+  start_x && break
+  kill "$xserver" 2>/dev/null; wait "$xserver" 2>/dev/null
+  [ "$attempt" = 3 ] && { echo "Xvfb did not start" >&2; exit 1; }
+done
+
+QT_QPA_PLATFORM=xcb QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1 QT_ACCESSIBILITY=1 "$quivera" >"$log" 2>&1 &
+player=$!
+/usr/bin/python3 "$script" "$cli"
 rc=$?
-kill "$launcher" 2>/dev/null
+kill "$player" 2>/dev/null
+wait "$player" 2>/dev/null
 exit $rc
