@@ -16,6 +16,10 @@ CLI = sys.argv[1]
 
 
 def fail(message):
+    try:
+        message += " (applications on the bus: %s)" % applications()
+    except Exception:  # the bus itself may be what failed
+        pass
     print("FAIL: " + message, file=sys.stderr)
     sys.exit(1)
 
@@ -45,7 +49,11 @@ def controls(app):
     return found
 
 
-app = wait_for("the player on the accessibility bus", player_application)
+def applications():
+    return [a.name for a in pyatspi.Registry.getDesktop(0) if a is not None]
+
+
+app = wait_for("the player on the accessibility bus", player_application, 90.0)
 expected = {
     "Play": "push button", "Previous": "push button", "Next": "push button",
     "Repeat": "push button", "Shuffle": "check box", "Mute": "check box", "Dim": "check box",
