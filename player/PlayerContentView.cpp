@@ -121,7 +121,6 @@ void PlayerContentView::mouseMoveEvent(QMouseEvent *event)
         QWidget::mouseMoveEvent(event);
         return;
     }
-    emit windowWillMove();
     window()->move(event->globalPosition().toPoint() - m_grabOffset);
     event->accept();
 }

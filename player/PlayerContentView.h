@@ -21,10 +21,6 @@ public:
     // Places `control` (a child of this view) at `item` of the layout, now and at every resize.
     void place(QWidget *control, PlayerLayout::Item item);
 
-signals:
-    // The window is about to be moved by the mouse (the manual road only).
-    void windowWillMove();
-
 protected:
     void paintEvent(QPaintEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;

@@ -2,7 +2,6 @@
 
 #include "PlayerContentView.h"
 
-#include <QCloseEvent>
 #include <QMoveEvent>
 #include <cmath>
 
@@ -41,8 +40,3 @@ void PlayerWindow::resizeEvent(QResizeEvent *event)
     m_contentView->setGeometry(rect());
 }
 
-void PlayerWindow::closeEvent(QCloseEvent *event)
-{
-    emit closing();
-    QWidget::closeEvent(event);
-}

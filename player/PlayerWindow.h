@@ -21,13 +21,10 @@ public:
 signals:
     // The window's position changed (by the user, the window manager or setFrameCenter).
     void moved();
-    // The window is closing (the end of the program).
-    void closing();
 
 protected:
     void moveEvent(QMoveEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
-    void closeEvent(QCloseEvent *event) override;
 
 private:
     PlayerContentView *m_contentView;
