@@ -22,6 +22,9 @@ int main(int argc, char **argv)
     // The desktop matches the windows to org.quivera.Quivera.desktop by this name.
     QGuiApplication::setDesktopFileName(Application::identifier());
     QApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/org.quivera.Quivera.svg")));
+    // Closing the player keeps the music, MPRIS and the remote going; Quit ends the program,
+    // and starting it again (or Raise) brings the player back.
+    QApplication::setQuitOnLastWindowClosed(false);
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Quivera, the music player."));
