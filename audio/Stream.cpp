@@ -399,5 +399,8 @@ bool Stream::loadSong(const SongPtr &song, quint64 index, VEKError *error)
     facts.rangeLocation.store(range.location);
     facts.rangeLength.store(range.length);
     facts.length.store(file->length());
+    // A following song of another rate: the converter after the conductor gets ready for it.
+    if (m_currentSong)
+        prepareMixSampleRateFor(index);
     return true;
 }

@@ -18,6 +18,7 @@ class Player;
 class UserDefaults;
 class VEKAudioDock;
 class VEKConductorAudioProcessor;
+class VEKConverterAudioProcessor;
 class VEKHardwareAudioProcessor;
 class VEKMeterAudioProcessor;
 
@@ -108,10 +109,11 @@ public:
     // Makes the two converters for `convertorType` (restarting the stream) unless they are of
     // the right kind already.
     bool updatePlayerConverters(VEKError *error = nullptr);
-    // The rate the two branches deliver and the conductor runs at, which the converter after the
-    // conductor turns into the device's rate. It is the rate of the song chosen last: songs of
-    // that rate follow each other through one continuous conversion, as if they were one file;
-    // a song of another rate is converted to it in its branch first.
+    // The rate the conductor runs at, which the converter after the conductor turns into the
+    // device's rate: the rate of the song heard. Songs of one rate follow each other through one
+    // continuous conversion, as if they were one file; at a song of another rate the converter
+    // and the conductor take up its rate at its first frame, without a gap. A song at the
+    // device's rate passes untouched.
     double mixSampleRate() const;
     // Hands the quality settings to a converter; a running one takes them at once.
     void updatePlayerConverterQuality(VEKAudioProcessor *converter);
@@ -229,6 +231,15 @@ private:
     bool claimSilentPlayer(quint64 index);
     QList<VEKAudioDock *> converterDocks() const;
     void setMixSampleRate(double rate);
+    VEKConverterAudioProcessor *mixConverter() const;
+    // Songs follow each other gaplessly through a change of rate: the converter after the
+    // conductor is made ready for the rate of the song in silent branch `index` (main thread),
+    // the landmark asks whether it is (render thread), and the main thread takes note once the
+    // rate changed.
+    void prepareMixSampleRateFor(quint64 index);
+    bool mixConverterReadyFor(double rate) const;
+    void adoptMixSampleRate();
+    quint64 mixInputOrigin() const;
     // Emits outputFormatChanged() if outputFormat() is no longer what was last told.
     void noteOutputFormat();
     void watchEffectSlot(VEKAudioDock *dock);
@@ -278,4 +289,6 @@ private:
     // The device takes the audio faster than real time (a capture file): renders may wait.
     std::atomic<bool> m_offline{false};
     VEKSPSCQueue<Event> m_events{64};
+    // The converter after the conductor, for the landmark; replaced only while stopped.
+    std::atomic<VEKConverterAudioProcessor *> m_mixConverter{nullptr};
 };

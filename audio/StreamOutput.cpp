@@ -51,6 +51,8 @@ bool Stream::initialize(VEKError *error)
         return false;
     if (m_hardware)
         m_negotiated = m_hardware->outputFormat();
+    // Opening the converter forgot any rate it had ready for the following song.
+    prepareMixSampleRateFor(indexOfDisabledPlayer());
     noteOutputFormat();
     return true;
 }
@@ -158,17 +160,53 @@ QList<VEKAudioDock *> Stream::converterDocks() const
             processorWithIdentifier<VEKAudioDock>(QStringLiteral("mixConverterDock"))};
 }
 
-double Stream::mixSampleRate() const
+VEKConverterAudioProcessor *Stream::mixConverter() const
 {
     auto *dock = processorWithIdentifier<VEKAudioDock>(QStringLiteral("mixConverterDock"));
-    auto *converter = dock ? qobject_cast<VEKConverterAudioProcessor *>(dock->processor().get()) : nullptr;
+    return dock ? qobject_cast<VEKConverterAudioProcessor *>(dock->processor().get()) : nullptr;
+}
+
+double Stream::mixSampleRate() const
+{
+    VEKConverterAudioProcessor *converter = mixConverter();
     return converter ? converter->inSampleRate() : 0.0;
+}
+
+quint64 Stream::mixInputOrigin() const
+{
+    VEKConverterAudioProcessor *converter = mixConverter();
+    return converter ? converter->inputOrigin() : 0;
+}
+
+void Stream::prepareMixSampleRateFor(quint64 index)
+{
+    VEKConverterAudioProcessor *converter = mixConverter();
+    const double rate = index < 2 ? m_facts[index].fileRate.load() : 0.0;
+    if (!converter || !isInitialized() || rate <= 0.0 || m_facts[index].length.load() <= 0.0
+        || rate == converter->inSampleRate() || rate == converter->preparedInSampleRate())
+        return;
+    // Without it the transition takes the long way, with a stop.
+    converter->prepareInSampleRate(rate, nullptr);
+}
+
+bool Stream::mixConverterReadyFor(double rate) const
+{
+    const VEKConverterAudioProcessor *converter = m_mixConverter.load(std::memory_order_acquire);
+    return converter && converter->preparedInSampleRate() == rate;
+}
+
+void Stream::adoptMixSampleRate()
+{
+    VEKConverterAudioProcessor *converter = mixConverter();
+    Player *player = playerAtIndex(indexOfEnabledPlayer());
+    const auto file = player ? player->audioFile() : nullptr;
+    if (converter && file && file->sampleRate() != converter->inSampleRate())
+        converter->adoptInSampleRate(file->sampleRate());
 }
 
 void Stream::setMixSampleRate(double rate)
 {
-    auto *dock = processorWithIdentifier<VEKAudioDock>(QStringLiteral("mixConverterDock"));
-    auto *converter = dock ? qobject_cast<VEKConverterAudioProcessor *>(dock->processor().get()) : nullptr;
+    VEKConverterAudioProcessor *converter = mixConverter();
     if (!converter || rate <= 0.0 || converter->inSampleRate() == rate)
         return;
     // The formats of the whole chain before the device change: a restart, like any change of
@@ -216,6 +254,9 @@ bool Stream::updatePlayerConverters(VEKError *error)
         updatePlayerConverterQuality(converters[i].get());
         auto *converter = static_cast<VEKConverterAudioProcessor *>(converters[i].get());
         if (i < 2) {
+            // Every song is converted once, after the conductor, which runs at the rate of the
+            // song heard: a branch's converter only passes its song through.
+            converter->setEnabled(false);
             if (auto file = m_players[i]->audioFile())
                 converter->setInSampleRate(file->sampleRate(), nullptr);
         } else if (mixRate > 0.0) {
@@ -224,6 +265,7 @@ bool Stream::updatePlayerConverters(VEKError *error)
     }
     for (int i = 0; i < 3; ++i)
         docks[i]->setProcessor(converters[i]);
+    m_mixConverter.store(static_cast<VEKConverterAudioProcessor *>(converters[2].get()), std::memory_order_release);
     if (wasInitialized && !initialize(error))
         return false;
     if (wasRunning && !start(error))

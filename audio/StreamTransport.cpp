@@ -232,6 +232,7 @@ void Stream::landmarkReached(Landmark &landmark)
         // From the very start of the file, in every rate mode.
         landmark.setJump(true);
         landmark.setJumpLocation(0.0);
+        landmark.setJumpSampleRate(0.0);
         landmark.setStop(false);
         return;
     }
@@ -256,8 +257,11 @@ void Stream::landmarkReached(Landmark &landmark)
             const quint64 e = 1 - d;
             const bool rateChanges = m_facts[d].fileRate.load(std::memory_order_relaxed)
                                      != m_facts[e].fileRate.load(std::memory_order_relaxed);
-            // Following the song's rate means a stop, but only where the rate really changes.
-            if (m_ratePolicy.load(std::memory_order_relaxed) == -1 && rateChanges) {
+            // Following the song's rate means a stop, but only where the rate really changes;
+            // so does a change of rate the converter is not ready for.
+            const double nextRate = m_facts[d].fileRate.load(std::memory_order_relaxed);
+            if ((m_ratePolicy.load(std::memory_order_relaxed) == -1 && rateChanges)
+                || (rateChanges && !mixConverterReadyFor(nextRate))) {
                 setEnabled(false, d);
                 landmark.setJump(false);
                 m_events.push(Event::NextSongShouldStart);
@@ -269,6 +273,7 @@ void Stream::landmarkReached(Landmark &landmark)
             const double length = m_facts[d].rangeLength.load(std::memory_order_relaxed);
             landmark.setJump(true);
             landmark.setJumpLocation(start);
+            landmark.setJumpSampleRate(nextRate);
             landmark.setLocation(start + length);
             m_preparingFollowingSong.store(true, std::memory_order_release);
             m_events.push(Event::NextSongDidStart);
@@ -303,6 +308,7 @@ void Stream::deliverLandmarkEvents()
 
 void Stream::nextSongDidStart()
 {
+    adoptMixSampleRate();
     replaceCurrentSong(songInPlayerAtIndex(indexOfEnabledPlayer()));
     reloadFollowingSong();
     m_preparingFollowingSong.store(false, std::memory_order_release);
@@ -365,12 +371,14 @@ std::optional<quint64> Stream::endSampleTime() const
     const qint64 t = m_endSampleTime.load(std::memory_order_acquire);
     if (t < 0)
         return std::nullopt;
-    // The landmark counts on the conductor's time line, before the conversion to the device.
+    // The landmark counts on the conductor's time line, before the conversion to the device,
+    // from where the last song's rate began.
     const double mixRate = mixSampleRate();
     const double outRate = format().sampleRate;
+    const quint64 origin = mixInputOrigin();
     if (mixRate <= 0.0 || mixRate == outRate)
-        return quint64(t);
-    return quint64(std::llround(double(t) * outRate / mixRate));
+        return origin + quint64(t);
+    return origin + quint64(std::llround(double(t) * outRate / mixRate));
 }
 
 // --- Position ----------------------------------------------------------------------------------

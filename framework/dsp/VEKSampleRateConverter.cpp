@@ -41,6 +41,11 @@ struct Ring {
     qint64 start = 0; // index of the oldest frame kept
     qint64 end = 0;   // one past the newest frame
     Feeder *readers[2] = {nullptr, nullptr};
+    // Set by the source through endInput(): the input ends at `endIndex`, and what a filter
+    // reads beyond it is silence, never pulled.
+    bool *endSignal = nullptr;
+    bool ended = false;
+    qint64 endIndex = 0;
     VEKAudioBufferList pullList;
     VEKSampleRateConverter::PullFunction pull = nullptr;
     void *context = nullptr;
@@ -79,11 +84,15 @@ void Ring::append(qint64 frames)
                 r->cursor = start;
     }
     pullList.setFrames(quint32(frames));
-    if (pull)
+    if (pull && !ended)
         pull(context, pullList);
     else
         pullList.setFrames(0);
     const qint64 got = std::min<qint64>(pullList.frames(), frames);
+    if (endSignal && *endSignal && !ended) {
+        ended = true;
+        endIndex = end + got;
+    }
     for (quint32 c = 0; c < channels; ++c) {
         float *dst = at(c, end);
         std::memcpy(dst, pullList.channel(c), sizeof(float) * size_t(got));
@@ -268,8 +277,79 @@ bool VEKSampleRateConverter::configure(double outSampleRate, quint32 channels, q
         return false;
     }
     m_configured = true;
+    // A converter prepared for the old output rate no longer fits.
+    delete m_next.exchange(nullptr);
+    m_nextRate.store(0.0);
     publish(s);
     return true;
+}
+
+bool VEKSampleRateConverter::prepareNextInSampleRate(double rate, QString *error)
+{
+    if (!m_configured || !(rate > 0.0)) {
+        if (error)
+            *error = QStringLiteral("invalid input sample rate");
+        return false;
+    }
+    collectRetired();
+    const double builtRate = m_builtInRate;
+    const VEKResamplerFilter builtFilter = m_builtFilter;
+    State *s = build(rate, error);
+    // The converter in use keeps its own description.
+    m_builtInRate = builtRate;
+    m_builtFilter = builtFilter;
+    if (!s)
+        return false;
+    m_nextRate.store(0.0, std::memory_order_release);
+    delete m_next.exchange(s, std::memory_order_acq_rel); // never seen by the render thread
+    m_nextRate.store(rate, std::memory_order_release);
+    return true;
+}
+
+void VEKSampleRateConverter::adoptInSampleRate(double rate)
+{
+    collectRetired(); // the converter the render thread left
+    m_inRate = rate;
+    m_builtInRate = rate;
+    m_builtFilter = filterFor(rate, m_outRate);
+}
+
+bool VEKSampleRateConverter::endInput()
+{
+    if (!m_next.load(std::memory_order_acquire))
+        return false;
+    m_inputEnded = true;
+    return true;
+}
+
+VEKSampleRateConverter::State *VEKSampleRateConverter::switchToNext()
+{
+    m_inputEnded = false;
+    State *next = m_next.exchange(nullptr, std::memory_order_acq_rel);
+    m_nextRate.store(0.0, std::memory_order_release);
+    if (!next)
+        return m_active;
+    detachFading();
+    retire(m_active);
+    m_active = next;
+    return next;
+}
+
+void VEKSampleRateConverter::produceFrom(State *s, float *const *out, quint32 frames)
+{
+    if (!s->passThrough) {
+        s->produce(out, frames);
+        return;
+    }
+    // Pulled into a list of our own: the output is addressed from an offset here.
+    s->fadeList.setFrames(frames);
+    s->ring.pull(s->ring.context, s->fadeList);
+    const quint32 got = std::min(frames, s->fadeList.frames());
+    for (quint32 c = 0; c < s->channels; ++c) {
+        if (out[c] != s->fadeList.channel(c))
+            std::memcpy(out[c], s->fadeList.channel(c), sizeof(float) * got);
+        std::memset(out[c] + got, 0, sizeof(float) * (frames - got));
+    }
 }
 
 bool VEKSampleRateConverter::setInSampleRate(double rate, QString *error)
@@ -307,6 +387,8 @@ bool VEKSampleRateConverter::update(QString *error)
 void VEKSampleRateConverter::release()
 {
     collectRetired();
+    delete m_next.exchange(nullptr);
+    m_nextRate.store(0.0);
     delete m_pending.exchange(nullptr);
     delete m_fading;
     m_fading = nullptr;
@@ -509,37 +591,86 @@ void VEKSampleRateConverter::render(VEKAudioBufferList &output, PullFunction pul
         resetActive();
 
     const quint32 frames = output.frames();
+    m_lastSwitchOffset = -1;
     State *s = m_active;
     if (!s) {
         output.clear();
         return;
     }
-
-    if (s->passThrough) {
-        pull(context, output);
-        if (output.frames() < frames) {
-            const quint32 got = output.frames();
-            output.setFrames(frames);
-            for (quint32 c = 0; c < output.numberOfChannels(); ++c)
-                std::memset(output.channel(c) + got, 0, sizeof(float) * (frames - got));
-        }
-        for (quint32 c = s->channels; c < output.numberOfChannels(); ++c)
-            std::memset(output.channel(c), 0, sizeof(float) * frames);
-        return;
-    }
-
     s->ring.pull = pull;
     s->ring.context = context;
+    s->ring.endSignal = &m_inputEnded;
+
+    quint32 start = 0;
+    if (s->passThrough) {
+        pull(context, output);
+        const quint32 got = std::min(output.frames(), frames);
+        output.setFrames(frames);
+        if (got < frames && m_inputEnded) {
+            // The input went on at another rate: the prepared converter renders the rest.
+            s = switchToNext();
+            m_lastSwitchOffset = got;
+            start = got;
+        } else {
+            for (quint32 c = 0; c < output.numberOfChannels(); ++c)
+                std::memset(output.channel(c) + got, 0, sizeof(float) * (frames - got));
+            for (quint32 c = s->channels; c < output.numberOfChannels(); ++c)
+                std::memset(output.channel(c), 0, sizeof(float) * frames);
+            return;
+        }
+        s->ring.pull = pull;
+        s->ring.context = context;
+        s->ring.endSignal = &m_inputEnded;
+    }
+
     const quint32 channels = std::min(s->channels, output.numberOfChannels());
     float *out[64];
     float *fade[64];
     const quint32 usable = std::min<quint32>(channels, 64);
-    for (quint32 done = 0; done < frames;) {
-        const quint32 n = std::min(frames - done, s->maxFrames);
+    for (quint32 done = start; done < frames;) {
+        quint32 n = std::min(frames - done, s->maxFrames);
+        // Where the output of an input that has ended stops: no further than its own frames.
+        const auto endOfSignal = [](const State *st) {
+            return qint64(std::llround(double(st->ring.endIndex - st->base) * st->outRate / st->inRate));
+        };
+        if (!s->passThrough && s->ring.ended)
+            n = quint32(std::clamp<qint64>(endOfSignal(s) - s->produced, 0, n));
         // Channels the output lacks are rendered into the fade list and dropped.
         for (quint32 c = 0; c < s->channels && c < 64; ++c)
             out[c] = c < usable ? output.channel(c) + done : s->fadeList.channel(c);
-        s->produce(out, n);
+        if (s->passThrough) {
+            produceFrom(s, out, n);
+            if (m_inputEnded) {
+                // Only reached after a switch: a pass-through converter's pull ends short.
+                const quint32 got = std::min(n, s->fadeList.frames());
+                s = switchToNext();
+                m_lastSwitchOffset = done + got;
+                done += got;
+                s->ring.pull = pull;
+                s->ring.context = context;
+                s->ring.endSignal = &m_inputEnded;
+            } else {
+                done += n;
+            }
+            continue;
+        }
+        if (n > 0)
+            s->produce(out, n);
+        if (s->ring.ended && s->produced >= endOfSignal(s)) {
+            // What this call gave past the end belongs to the next converter.
+            const quint32 over = quint32(std::min<qint64>(s->produced - endOfSignal(s), n));
+            const quint32 at = done + n - over;
+            State *next = switchToNext();
+            if (next != s) {
+                s = next;
+                m_lastSwitchOffset = at;
+                s->ring.pull = pull;
+                s->ring.context = context;
+                s->ring.endSignal = &m_inputEnded;
+                done = at;
+                continue;
+            }
+        }
         if (m_fading) {
             for (quint32 c = 0; c < s->channels && c < 64; ++c)
                 fade[c] = m_fading->fadeList.channel(c);

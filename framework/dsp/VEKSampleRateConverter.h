@@ -87,6 +87,22 @@ public:
     // Any thread. Asks the next render() to forget the signal so far.
     void reset() { m_resetRequested.store(true, std::memory_order_release); }
 
+    // A change of input rate inside one continuous stream (songs of different rates played
+    // gaplessly). Control thread: builds a converter for `rate` and holds it ready. Render
+    // thread, inside the pull: endInput() says the input of the present rate ends with the
+    // frames this pull delivers (the source lowers frames() to where it ends). The converter then
+    // delivers the output of exactly those frames, round(input frames x out / in) since its
+    // signal began, and goes on, in the same render, with the prepared one from its first frame:
+    // no gap and no frame lost. False (and nothing changed) when nothing is prepared.
+    bool prepareNextInSampleRate(double rate, QString *error = nullptr);
+    // Any thread: the rate prepared and not yet taken up, or 0.
+    double preparedInSampleRate() const { return m_nextRate.load(std::memory_order_acquire); }
+    bool endInput();
+    // Render thread, after render(): where in its output the prepared converter took over, or -1.
+    qint64 lastSwitchOffset() const { return m_lastSwitchOffset; }
+    // Control thread, once the render thread has switched: the input rate is now `rate`.
+    void adoptInSampleRate(double rate);
+
     // Render thread. Fills output.frames() frames of every channel of `output` (channels beyond
     // the configured count are zeroed). Before the first configure() the output is silence.
     void render(VEKAudioBufferList &output, PullFunction pull, void *context);
@@ -117,6 +133,10 @@ private:
     void install(State *next);
     void resetActive();
     void detachFading();
+    // Render thread: the prepared converter takes over.
+    State *switchToNext();
+    // Render thread: `frames` frames of `s` into `out` (pointers per channel).
+    void produceFrom(State *s, float *const *out, quint32 frames);
 
     // Control side.
     double m_inRate = 44100.0;
@@ -133,7 +153,12 @@ private:
     static constexpr int RetiredSlots = 8;
     std::atomic<State *> m_retired[RetiredSlots] = {};
 
+    std::atomic<State *> m_next{nullptr};
+    std::atomic<double> m_nextRate{0.0};
+
     // Render side.
+    bool m_inputEnded = false;
+    qint64 m_lastSwitchOffset = -1;
     State *m_active = nullptr;
     State *m_fading = nullptr;
     quint32 m_fadePosition = 0;

@@ -294,8 +294,18 @@ void VEKConductorAudioProcessor::render(VEKAudioBufferList &list, quint32, const
                 m_seenCommand = stopped;
             post(Event::Kind::TransportStopped, nullptr);
         } else if (landmark->jump()) {
+            const double newRate = landmark->jumpSampleRate();
+            const bool rateChanges = newRate > 0.0 && newRate != m_rate.load(std::memory_order_relaxed);
+            if (rateChanges)
+                m_rate.store(newRate, std::memory_order_relaxed);
             m_frame = toFrames(landmark->jumpLocation());
             ++m_generation;
+            if (rateChanges) {
+                // The rest of this buffer would be counted at the old rate downstream: end it
+                // here; the next pull runs at the new rate.
+                list.setFrames(offset);
+                break;
+            }
         }
     }
     m_landmarks.release();

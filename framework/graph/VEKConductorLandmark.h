@@ -35,6 +35,11 @@ public:
     void setJump(bool jump) { m_jump.store(jump, std::memory_order_relaxed); }
     double jumpLocation() const { return m_jumpLocation.load(std::memory_order_relaxed); }
     void setJumpLocation(double seconds) { m_jumpLocation.store(seconds, std::memory_order_relaxed); }
+    // With jump: the time line after the jump runs at this rate (0 keeps the present one). The
+    // conductor then ends the buffer it is rendering at the landmark, short, so that what it
+    // feeds (the converter to the device's rate) takes the new rate from the next frame on.
+    double jumpSampleRate() const { return m_jumpSampleRate.load(std::memory_order_relaxed); }
+    void setJumpSampleRate(double rate) { m_jumpSampleRate.store(rate, std::memory_order_relaxed); }
     bool stop() const { return m_stop.load(std::memory_order_relaxed); }
     void setStop(bool stop) { m_stop.store(stop, std::memory_order_relaxed); }
 
@@ -47,6 +52,7 @@ public:
 private:
     std::atomic<double> m_location{0.0};
     std::atomic<double> m_jumpLocation{0.0};
+    std::atomic<double> m_jumpSampleRate{0.0};
     std::atomic<bool> m_jump{false};
     std::atomic<bool> m_stop{false};
 };

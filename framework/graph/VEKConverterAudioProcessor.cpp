@@ -25,6 +25,20 @@ bool VEKConverterAudioProcessor::setInSampleRate(double rate, VEKError *error)
     return true;
 }
 
+bool VEKConverterAudioProcessor::prepareInSampleRate(double rate, VEKError *error)
+{
+    QString reason;
+    if (!converter().prepareNextInSampleRate(rate, &reason))
+        return fail(error, reason);
+    return true;
+}
+
+void VEKConverterAudioProcessor::adoptInSampleRate(double rate)
+{
+    m_inRate = rate;
+    converter().adoptInSampleRate(rate);
+}
+
 VEKAudioStreamFormat VEKConverterAudioProcessor::inputFormatForOutputFormat(const VEKAudioStreamFormat &output) const
 {
     return {m_inRate, output.numberOfChannels};
@@ -62,12 +76,16 @@ bool VEKConverterAudioProcessor::uninitialize(VEKError *)
 
 void VEKConverterAudioProcessor::render(VEKAudioBufferList &list, quint32, const VEKAudioRenderInfo &info)
 {
-    if (m_timeReset.exchange(false, std::memory_order_acq_rel))
+    if (m_timeReset.exchange(false, std::memory_order_acq_rel)) {
         m_inputTime = 0;
+        m_inputOrigin.store(info.sampleTime, std::memory_order_release);
+    }
     list.setFrames(info.frames);
     m_info = &info;
     converter().render(list, &VEKConverterAudioProcessor::pull, this);
     m_info = nullptr;
+    if (converter().lastSwitchOffset() >= 0)
+        m_inputOrigin.store(info.sampleTime + quint64(converter().lastSwitchOffset()), std::memory_order_release);
 }
 
 void VEKConverterAudioProcessor::pull(void *context, VEKAudioBufferList &input)
@@ -85,12 +103,24 @@ void VEKConverterAudioProcessor::pull(void *context, VEKAudioBufferList &input)
         info.sampleTime = self->m_inputTime;
         self->m_piece.setFrames(n);
         self->inputBus().render(self->m_piece, info);
+        // Fewer frames than asked: the input's rate changes after them.
+        const quint32 got = std::min(n, self->m_piece.frames());
+        const bool ends = got < n && self->converter().endInput();
+        const quint32 kept = ends ? got : n;
         for (quint32 c = 0; c < channels; ++c) {
             float *to = input.channel(c) + done;
-            if (c < self->m_piece.numberOfChannels())
-                std::memcpy(to, self->m_piece.channel(c), sizeof(float) * n);
-            else
-                std::memset(to, 0, sizeof(float) * n);
+            if (c < self->m_piece.numberOfChannels()) {
+                std::memcpy(to, self->m_piece.channel(c), sizeof(float) * got);
+                std::memset(to + got, 0, sizeof(float) * (kept - got));
+            } else {
+                std::memset(to, 0, sizeof(float) * kept);
+            }
+        }
+        if (ends) {
+            // The next rate's time line starts at its own frame 0.
+            self->m_inputTime = 0;
+            input.setFrames(done + got);
+            return;
         }
         self->m_inputTime += n;
         done += n;

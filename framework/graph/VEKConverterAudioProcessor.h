@@ -25,6 +25,19 @@ public:
     // rate in use then stays.
     bool setInSampleRate(double rate, VEKError *error = nullptr);
 
+    // Songs of different rates in one continuous stream (see VEKSampleRateConverter): prepares
+    // the converter for the input rate that follows; the input above ends a render early where
+    // that rate begins (the conductor does, at a landmark that changes the rate), and the
+    // prepared converter goes on from there without a gap. Main thread.
+    bool prepareInSampleRate(double rate, VEKError *error = nullptr);
+    // Any thread: the rate prepared and not yet taken up, or 0.
+    double preparedInSampleRate() const { return converter().preparedInSampleRate(); }
+    // Main thread, once the input went on at `rate`: inSampleRate() says so, nothing is rebuilt.
+    void adoptInSampleRate(double rate);
+    // The output sample time at which the input's present time line began (its frame 0): 0 at
+    // first, moved by each change of rate inside the stream.
+    quint64 inputOrigin() const { return m_inputOrigin.load(std::memory_order_acquire); }
+
     // Asks for the input rate at the input, with the output's channels.
     VEKAudioStreamFormat inputFormatForOutputFormat(const VEKAudioStreamFormat &output) const override;
 
@@ -57,5 +70,6 @@ private:
     VEKAudioBufferList m_piece;
     quint64 m_inputTime = 0;
     std::atomic<bool> m_timeReset{false};
+    std::atomic<quint64> m_inputOrigin{0};
     const VEKAudioRenderInfo *m_info = nullptr;
 };

@@ -690,6 +690,46 @@ TEST(BitPerfect, AlbumsReachTheOutputUnchanged)
     }
 }
 
+// ---- songs of different rates ----
+
+// A gapless run through a change of rate: each song is converted once, from its own rate to the
+// device's, so one at the device's rate arrives bit for bit, and the run is exactly as long as its
+// songs, the other one converted. A 30 kHz tone after a 44.1 kHz song shows a run converted
+// through the first song's rate (the tone is gone); a 44.1 kHz song after a 96 kHz one, played
+// at 44.1 kHz, shows a second conversion (its words change).
+TEST(GaplessMixedRates, EachSongIsConvertedOnceFromItsOwnRateToTheDevices)
+{
+    struct Case {
+        Pcm first, second;
+        int deviceRate, bits;
+    };
+    Pcm tone;
+    tone.rate = 96000;
+    for (int n = 0; n < 48000; ++n) {
+        const float v = fromWord(word(float(0.5 * std::cos(2 * M_PI * 30000.0 * n / 96000.0)), 24), 24);
+        tone.s.insert(tone.s.end(), {v, v});
+    }
+    Pcm high = makeSignal(size_t(0.6 * kRate), 24, 43);
+    high.rate = 96000;
+    const std::vector<Case> cases = {{makeSignal(size_t(0.7 * kRate), 24, 41), tone, 96000, 24},
+                                     {high, makeSignal(size_t(0.9 * kRate) + 7, 16, 44), kRate, 16}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.deviceRate);
+        CliHarness cli;
+        const QStringList files = {encode(c.first, c.bits, Format::Flac, cli.musicDir() + QStringLiteral("/1-first")),
+                                   encode(c.second, c.bits, Format::Flac, cli.musicDir() + QStringLiteral("/2-second"))};
+        importInOrder(cli, files);
+        ASSERT_FALSE(HasFatalFailure());
+        const Pcm out = render(cli, c.bits, {QStringLiteral("--rate"), QString::number(c.deviceRate)});
+        const auto [a1, b1] = playableRange(c.first, true);
+        const auto [a2, b2] = playableRange(c.second, false);
+        const size_t firstFrames = size_t(std::llround(double(b1 - a1) * c.deviceRate / c.first.rate));
+        EXPECT_EQ(out.frames(), firstFrames + (b2 - a2)) << "gapless, and no frame lost or added";
+        ASSERT_GE(out.frames(), firstFrames);
+        EXPECT_TRUE(sameWords(c.second.slice(a2, b2), out.slice(firstFrames, out.frames()), c.bits));
+    }
+}
+
 // ---- through a sample-rate converter ----
 
 // 44.1 kHz pieces played at 48 kHz, against the uncut signal played as one song with the same
