@@ -256,6 +256,11 @@ TEST_F(StreamTest, TheOutputFormatAndBitPerfectnessAreToldWhenTheyChange)
     EXPECT_EQ(stream->outputFormat().sampleRate, 48000);
     EXPECT_TRUE(stream->outputFormat().bitPerfect);
     EXPECT_EQ(formats, 15);
+    // The settings live in memory for the whole test program: leave none behind.
+    stream->setProcessor(nullptr, 0);
+    for (const char *key : {"volume", "dim", "mute", "ditherProperties", "headphonesProcessorSettings",
+                            "librarySplitPosition"})
+        defaults.removeValue(QString::fromLatin1(key));
     stream->stop();
     stream->teardown();
 }
