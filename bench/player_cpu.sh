@@ -41,14 +41,14 @@ awk -v a="$a" -v b="$b" -v xa="$xa" -v xb="$xb" -v t0="$t0" -v t1="$t1" -v hz="$
 MEASURE
 
 # The windowed program, playing, the window shown at size 2.
-dbus-run-session -- xvfb-run -a -s "-screen 0 1920x1080x24" bash -c '
+dbus-run-session -- "$root/scripts/with-xvfb" 1920x1080 bash -c '
   QT_QPA_PLATFORM=xcb "$1" >/dev/null 2>&1 &
   player=$!
   for _ in $(seq 100); do
     xdotool search --onlyvisible --name "^Quivera$" >/dev/null 2>&1 && break
     sleep 0.1
   done
-  xserver=$(pgrep -n Xvfb || true)
+  xserver="$XVFB_PID"
   playerctl -p quivera play
   bash "$2" "$player" "$xserver" "$3" "quivera, window at size 2, playing:"
   echo "  (MPRIS says: $(playerctl -p quivera status 2>&1), at $(playerctl -p quivera position 2>&1) s)"
