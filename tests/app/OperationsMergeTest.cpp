@@ -158,6 +158,14 @@ TEST_F(MergeTest, ThePlayerImportsTheFilesItIsGiven)
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("XDG_DATA_HOME"), root + QStringLiteral("/data"));
     env.insert(QStringLiteral("XDG_CONFIG_HOME"), root + QStringLiteral("/config"));
+    // The one-time iTunes question is a modal box that nobody here would answer.
+    QProcess answer;
+    answer.setProcessEnvironment(env);
+    answer.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"),
+                 {QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("seenAccessiTunesLibraryQuery"),
+                  QStringLiteral("true")});
+    ASSERT_TRUE(answer.waitForFinished());
+    ASSERT_EQ(answer.exitCode(), 0);
     player.setProcessEnvironment(env);
     player.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera"), {song});
     if (!player.waitForStarted())
