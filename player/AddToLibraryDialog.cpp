@@ -15,6 +15,11 @@ AddToLibraryDialog::AddToLibraryDialog(QWidget *parent) : QFileDialog(parent)
     setFileMode(QFileDialog::Directory);
     setOption(QFileDialog::ShowDirsOnly, false);
     setAcceptMode(QFileDialog::AcceptOpen);
+    // The formats the reader takes; folders show whatever the filter.
+    setNameFilters({VEKLocalizedString("Commands_fileMenu_addFilter")
+                        + QStringLiteral(" (*.wav *.wave *.aif *.aiff *.aifc *.caf *.mp3 *.m4a *.mp4 *.aac "
+                                         "*.flac *.oga *.ogg *.wv *.ape *.tta *.mpc)"),
+                    QStringLiteral("* (*)")});
     setDirectory(QStandardPaths::writableLocation(QStandardPaths::MusicLocation));
     for (QAbstractItemView *view : findChildren<QAbstractItemView *>())
         view->setSelectionMode(QAbstractItemView::ExtendedSelection);

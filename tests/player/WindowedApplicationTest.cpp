@@ -5,6 +5,7 @@
 #include "app/ApplicationDelegate.h"
 #include "audio/Stream.h"
 #include "outputs/VEKAudioDevice.h"
+#include "player/AddToLibraryDialog.h"
 #include "player/MainMenu.h"
 #include "player/PlayerController.h"
 #include "player/PlayerWindow.h"
@@ -14,7 +15,9 @@
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
+#include <QAbstractItemView>
 #include <QAction>
+#include <QDir>
 #include <QApplication>
 #include <QFile>
 #include <QMenu>
@@ -129,4 +132,25 @@ TEST(UserGuide, TheGuideIsTypesetIntoAPdfWithAPagePerChapterAndPackedAsAnEpub)
     const QByteArray book = TestEnvironment::readFile(epub);
     EXPECT_EQ(book.mid(0, 4), QByteArray("PK\x03\x04", 4));
     EXPECT_EQ(book.mid(30, 28), QByteArray("mimetypeapplication/epub+zip"));
+}
+
+TEST(AddToLibraryDialog, FilesAndFoldersAreChosenTogether)
+{
+    const QString dir = TestEnvironment::makeTempDir(u"add"_s);
+    QDir(dir).mkdir(u"Album"_s);
+    TestEnvironment::writeFile(dir + u"/single.wav"_s, "x");
+    AddToLibraryDialog dialog;
+    dialog.setDirectory(dir);
+    dialog.show();
+    QAbstractItemView *view = nullptr;
+    for (QAbstractItemView *v : dialog.findChildren<QAbstractItemView *>())
+        if (v->isVisible() && v->model() && v->objectName() != u"sidebar"_s)
+            view = v;
+    ASSERT_TRUE(view);
+    ASSERT_TRUE(waitUntil([&] { return view->model()->rowCount(view->rootIndex()) == 2; }, 5000));
+    view->selectAll();
+    dialog.accept();
+    QStringList chosen = dialog.chosenPaths();
+    chosen.sort();
+    EXPECT_EQ(chosen, (QStringList{dir + u"/Album"_s, dir + u"/single.wav"_s}));
 }
