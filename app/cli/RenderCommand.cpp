@@ -53,12 +53,13 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
             return 2;
         }
     } else {
-        // The word length the dither cuts to is the file's, unless asked otherwise.
+        // The word length the dither cuts to is the file's, unless asked otherwise; with the
+        // dither off, 24 bits, which every 16- and 24-bit song reaches bit for bit.
         Stream::registerDefaults(UserDefaults::standard());
-        const qint64 depth = UserDefaults::standard()
-                                 .dictionaryForKey(QStringLiteral("ditherProperties"))
-                                 .value(QStringLiteral("depth"), 16)
-                                 .toLongLong();
+        const QVariantMap dither = UserDefaults::standard().dictionaryForKey(QStringLiteral("ditherProperties"));
+        const qint64 depth = dither.value(QStringLiteral("enabled")).toBool()
+                                 ? dither.value(QStringLiteral("depth"), 16).toLongLong()
+                                 : 24;
         bits = depth <= 16 ? 16 : depth <= 24 ? 24 : 32;
     }
 
@@ -154,7 +155,7 @@ CliCommand renderCommand()
         "setting applies (volume, dim, mute, headphones, effects, dither, converter, rate\n"
         "policy; following the song's rate keeps the first song's rate for the whole file).\n"
         "--rate fixes the file's rate for this run in place of the rate policy; --bits\n"
-        "its sample format (default: the dither's word length).\n");
+        "its sample format (default: the dither's word length, 24 bits with the dither off).\n");
     c.run = [c](CliSession &session, const QStringList &args) { return run(session, args, c); };
     return c;
 }

@@ -687,6 +687,14 @@ TEST(BitPerfect, AlbumsReachTheOutputUnchanged)
             all += d.frames();
         ASSERT_EQ(expected.frames(), all) << "every track plays whole";
         EXPECT_TRUE(sameWords(expected, render(cli, bits), bits));
+        if (bits == 24) {
+            // Without --bits too: the file's word is one every 16- and 24-bit song fits.
+            const QString out = cli.musicDir() + QStringLiteral("/default.wav");
+            ASSERT_EQ(cli.run({QStringLiteral("render"), QStringLiteral("--out"), out}).status, 0);
+            int written = 0;
+            EXPECT_TRUE(sameWords(expected, readWav(out, &written), 24));
+            EXPECT_EQ(written, 24);
+        }
     }
 }
 
