@@ -1,15 +1,12 @@
-// `quivera-cli convert` end to end: every target format at the song's rate and another, the
-// word lengths and bit rates offered, the tags and cover carried over, the result beside the
-// source under a new name, the source untouched, the new song in the library, and failures.
+// `quivera-cli convert` end to end: the tags and cover carried over, the result beside the source
+// under a new name, the source untouched, the new song in the library, skips, and failures. Each
+// format's mapping to the writer is checked on the conversion worker itself.
 
 #include "CliHarness.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
-#include <QCryptographicHash>
 #include <QFileInfo>
-#include <QProcess>
-#include <QProcessEnvironment>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -25,7 +22,6 @@ struct Probe {
     QJsonObject audio;
     QVariantMap tags;
     bool hasPicture = false;
-    qint64 bitRate = 0;
 };
 
 Probe probe(const QString &path)
@@ -51,9 +47,6 @@ Probe probe(const QString &path)
             p.hasPicture = true;
         }
     }
-    p.bitRate = p.audio.value(QStringLiteral("bit_rate")).toString().toLongLong();
-    if (p.bitRate == 0)
-        p.bitRate = root.value(QStringLiteral("format")).toObject().value(QStringLiteral("bit_rate")).toString().toLongLong();
     return p;
 }
 
@@ -105,70 +98,7 @@ protected:
     QByteArray sourceHash;
 };
 
-struct Case {
-    int format;
-    const char *codec; // a prefix of ffprobe's codec name
-    const char *extension;
-    QList<int> depths;     // bitRange values, for formats with a word length
-    QList<int> bitRates;   // bitRate values, for AAC
-};
-
-const QList<Case> kCases = {
-    {0, "pcm_s", "aif", {16, 24}, {}},
-    {1, "pcm_s", "wav", {16, 24}, {}},
-    {2, "pcm_s", "caf", {16, 24}, {}},
-    {3, "aac", "m4a", {}, {128000, 256000}},
-    {4, "alac", "m4a", {16, 24}, {}},
-    {5, "vorbis", "ogg", {}, {}},
-    {6, "flac", "flac", {16, 24}, {}},
-};
-
 } // namespace
-
-TEST_F(CliConvertTest, EveryFormatAtEachRateWithTheDepthsAndBitRatesOffered)
-{
-    for (const Case &c : kCases) {
-        for (int rate : {0, 48000}) {
-            QList<QPair<QString, int>> variants; // JSON extra, expected depth or bit rate
-            for (int depth : c.depths)
-                variants.append({QStringLiteral(", \"bitRange\": %1").arg(depth), depth});
-            for (int bitRate : c.bitRates)
-                variants.append({QStringLiteral(", \"bitRate\": %1").arg(bitRate), bitRate});
-            if (variants.isEmpty())
-                variants.append({QStringLiteral(", \"quality\": 0.5"), 0});
-            for (const auto &[extra, expected] : variants) {
-                if (c.format == 6 && rate == 0 && expected == 16)
-                    continue; // the source's own format: skipped (tested below)
-                const QString json = QStringLiteral("{\"format\": %1, \"sampleRate\": %2%3}").arg(c.format).arg(rate).arg(extra);
-                SCOPED_TRACE(json.toStdString());
-                const QString result = convert(json);
-                ASSERT_FALSE(result.isEmpty());
-                EXPECT_TRUE(result.startsWith(cli.musicDir() + QStringLiteral("/song"))) << result.toStdString();
-                EXPECT_TRUE(result.endsWith(QLatin1Char('.') + QLatin1String(c.extension))) << result.toStdString();
-                const Probe p = probe(result);
-                EXPECT_TRUE(p.audio.value(QStringLiteral("codec_name")).toString().startsWith(QLatin1String(c.codec)))
-                    << p.audio.value(QStringLiteral("codec_name")).toString().toStdString();
-                EXPECT_EQ(p.audio.value(QStringLiteral("sample_rate")).toString().toInt(), rate ? rate : 44100);
-                EXPECT_EQ(p.audio.value(QStringLiteral("channels")).toInt(), 2);
-                if (!c.depths.isEmpty()) {
-                    int bits = p.audio.value(QStringLiteral("bits_per_raw_sample")).toString().toInt();
-                    if (bits == 0)
-                        bits = p.audio.value(QStringLiteral("bits_per_sample")).toInt();
-                    EXPECT_EQ(bits, expected);
-                } else if (!c.bitRates.isEmpty()) {
-                    EXPECT_NEAR(double(p.bitRate), double(expected), 0.2 * expected);
-                }
-                EXPECT_EQ(p.tags.value(QStringLiteral("title")).toString(), QStringLiteral("Morning"));
-                EXPECT_EQ(p.tags.value(QStringLiteral("artist")).toString(), QStringLiteral("Someone"));
-                EXPECT_EQ(p.tags.value(QStringLiteral("album")).toString(), QStringLiteral("Records"));
-                if (c.format == 6 || c.format == 4) {
-                    EXPECT_TRUE(p.hasPicture) << "the cover is carried over";
-                }
-            }
-        }
-    }
-    EXPECT_EQ(TestEnvironment::fileDigest(source), sourceHash) << "the source file was changed";
-}
 
 TEST_F(CliConvertTest, ValuesOutOfRangeAreReportedAndTheDefaultsUsed)
 {
@@ -191,6 +121,10 @@ TEST_F(CliConvertTest, TheResultIsANewSongBesideTheSourceUnderANewName)
     const QString second = convert(QStringLiteral("{\"format\": 6, \"sampleRate\": 48000}"));
     EXPECT_EQ(second, cli.musicDir() + QStringLiteral("/song 2.flac"));
     EXPECT_EQ(TestEnvironment::fileDigest(source), sourceHash);
+    const Probe p = probe(first);
+    EXPECT_EQ(p.tags.value(QStringLiteral("artist")).toString(), QStringLiteral("Someone"));
+    EXPECT_EQ(p.tags.value(QStringLiteral("album")).toString(), QStringLiteral("Records"));
+    EXPECT_TRUE(p.hasPicture) << "the cover is carried over";
 
     const QJsonArray songs = cli.json({QStringLiteral("songs"), QStringLiteral("--json")});
     ASSERT_EQ(songs.size(), 3);

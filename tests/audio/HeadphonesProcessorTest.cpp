@@ -1,14 +1,11 @@
 // The headphone processor: its settings record (partial and refused records),
 // the engine made at the chain's rate, crossfeed heard through it, and bit-exact audio when off.
-// Also the registration of the playback layer's classes by name.
 
 #include "ChainTestSupport.h"
 #include "Signals.h"
 
 #include "audio/AudioProcessorClasses.h"
-#include "audio/Dimmer.h"
 #include "audio/HeadphonesProcessor.h"
-#include "audio/Muter.h"
 
 #include <gtest/gtest.h>
 
@@ -156,36 +153,4 @@ TEST(HeadphonesRendering, UninitialisingDropsTheEngineAndKeepsTheSettings)
     EXPECT_EQ(hp->engine()->parameters().bassGain, 3.0f);
     EXPECT_EQ(hp->engine()->parameters().trebleGain, -2.0f);
     EXPECT_EQ(hp->engine()->parameters().solo, 1u);
-}
-
-TEST(AudioProcessorClasses, AreMadeByNameAndComeBackFromTheirSettings)
-{
-    registerAudioProcessorClasses();
-    for (const char *name : {"Muter", "Dimmer", "HeadphonesProcessor"})
-        EXPECT_TRUE(VEKAudioProcessor::isClassRegistered(QLatin1String(name))) << name;
-    EXPECT_TRUE(qobject_cast<Muter *>(VEKAudioProcessor::processorWithClass(QStringLiteral("Muter")).get()));
-    EXPECT_TRUE(qobject_cast<Dimmer *>(VEKAudioProcessor::processorWithClass(QStringLiteral("Dimmer")).get()));
-
-    auto original = makeProcessor();
-    ASSERT_TRUE(original);
-    QVariantMap record = crossfeedOn();
-    record.insert("crossfeedType", 3);
-    record.insert("trebleFrequency", 7000.0);
-    record.insert("bass", -1.5);
-    record.insert("outOfPhase", true);
-    record.insert("solo", 2);
-    record.insert("eqClipProtectionEnabled", false);
-    ASSERT_TRUE(original->setSettings(record, nullptr));
-    VEKError error;
-    auto copy = VEKAudioProcessor::processorWithSettings(original->settings(), &error);
-    ASSERT_TRUE(copy) << error.text().toStdString();
-    auto *hp = qobject_cast<HeadphonesProcessor *>(copy.get());
-    ASSERT_TRUE(hp);
-    EXPECT_EQ(hp->settings(), original->settings());
-    EXPECT_EQ(hp->parameters(), original->parameters());
-    EXPECT_TRUE(hp->isEnabled());
-
-    auto muter = VEKAudioProcessor::processorWithSettings(
-        VEKAudioProcessor::processorWithClass(QStringLiteral("Muter"))->settings(), &error);
-    EXPECT_TRUE(qobject_cast<Muter *>(muter.get()));
 }

@@ -119,6 +119,50 @@ TEST_F(ConvertOperationTest, WritesANewFileBesideTheSourceAndItsRow)
     EXPECT_EQ(rows(QStringLiteral("songID = %1 AND dateAdded IS NOT NULL AND dateAdded != ''").arg(song->songID())), 1);
 }
 
+// Each format of the preferred-format record reaches the writer with its rate, word length or bit rate.
+TEST_F(ConvertOperationTest, EachPreferredFormatReachesTheWriter)
+{
+    struct Case {
+        int format;
+        const char *suffix;
+        QVariantMap extra;
+        double rate;
+        quint32 bits;    // 0: lossy
+        quint64 bitRate; // 0: not checked
+    };
+    const Case cases[] = {
+        {0, "aif", {{"bitRange", 24}}, 44100, 24, 0},
+        {1, "wav", {{"sampleRate", 48000}, {"bitRange", 16}}, 48000, 16, 0},
+        {2, "caf", {{"bitRange", 24}}, 44100, 24, 0},
+        {3, "m4a", {{"sampleRate", 48000}, {"bitRate", 256000}}, 48000, 0, 256000},
+        {4, "m4a", {{"bitRange", 24}}, 44100, 24, 0},
+        {5, "ogg", {{"quality", 0.5}}, 44100, 0, 0},
+        {6, "flac", {{"sampleRate", 96000}, {"bitRange", 24}}, 96000, 24, 0},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.format);
+        QVariantMap format = c.extra;
+        format.insert(QStringLiteral("format"), c.format);
+        prefer(format);
+        const QString source = TestEnvironment::makeSine(dir + QStringLiteral("/f%1.wav").arg(c.format), 0.3);
+        const auto op = make(source);
+        op->start();
+        ASSERT_TRUE(op->success()) << op->error().text().toStdString();
+        EXPECT_TRUE(op->resultURL().endsWith(QLatin1Char('.') + QLatin1String(c.suffix))) << op->resultURL().toStdString();
+        auto result = VEKAudioFileReader::open(op->resultURL());
+        ASSERT_TRUE(result);
+        EXPECT_EQ(result->format(), ConvertOperation::writerFormatForIndex(quint64(c.format)));
+        EXPECT_EQ(result->sampleRate(), c.rate);
+        EXPECT_EQ(result->numberOfChannels(), 2u);
+        if (c.bits) {
+            EXPECT_EQ(result->bitDepth(), c.bits);
+        }
+        if (c.bitRate) {
+            EXPECT_NEAR(double(result->bitrate()), double(c.bitRate), 0.2 * double(c.bitRate));
+        }
+    }
+}
+
 TEST_F(ConvertOperationTest, TheNewIDAvoidsRowsWrittenSinceTheSnapshot)
 {
     prefer({{QStringLiteral("format"), 6}});

@@ -1,5 +1,6 @@
 // The whole service as a user meets it: songs imported with quivera-cli, `quivera-cli serve`
-// running on a paced test sound card, and the independent Python client driving every command.
+// running on a paced test sound card, and the independent Python client reaching the real library,
+// playlists, settings and transport through it (each command's own rules are checked on a fake host).
 
 #include "RemoteTestSupport.h"
 #include "support/Processes.h"
@@ -121,7 +122,7 @@ private:
 
 } // namespace
 
-TEST(RemoteEndToEnd, ThePythonClientDrivesEveryCommandOfTheRunningPlayer)
+TEST(RemoteEndToEnd, ThePythonClientDrivesTheRunningPlayer)
 {
     TestEnvironment::resetUserFolders();
     // The server inherits a system bus address where no bus runs: it must never announce
@@ -167,18 +168,12 @@ TEST(RemoteEndToEnd, ThePythonClientDrivesEveryCommandOfTheRunningPlayer)
             o.insert("artist", QString::fromUtf8(f.artist));
         if (f.album)
             o.insert("album", QString::fromUtf8(f.album));
-        if (f.track)
-            o.insert("track", f.track);
         songs.append(o);
     }
     const QJsonObject library{
         {"songs", songs},
         {"playlist", "Road Trip"},
         {"playlistOrder", QJsonArray::fromStringList(order)},
-        {"search", QJsonObject{{"string", "BJORK"},
-                               {"expect", QJsonObject{{"artists", QJsonArray{"Björk"}},
-                                                      {"albums", QJsonArray{"Björk Live"}},
-                                                      {"songs", QJsonArray{"Ode to bjork"}}}}}},
     };
     const QString libraryFile = music + "/expect.json";
     ASSERT_TRUE(TestEnvironment::writeFile(libraryFile, QJsonDocument(library).toJson()));

@@ -133,17 +133,20 @@ TEST_F(RemoteService, OneClientAtATimeAndTheNextIsServedAfterTheFirstLeaves)
     EXPECT_TRUE(isPush(second.messages.at(0)));
 }
 
-TEST_F(RemoteService, HostileInputCostsAtMostThatConnection)
+// What a broken frame costs is the pipe's to bound; here only that the service lets that client go,
+// publishes again and serves the next one.
+TEST_F(RemoteService, ABrokenFrameCostsOnlyThatConnection)
 {
-    host.add(FakeRemoteHost::song(1, "One", "Band", "Album"));
-    QByteArray out;
-    const int rc = RemoteTestSupport::runClient({"hostile", QString::number(port)}, &out, 120000);
-    EXPECT_EQ(rc, 0) << out.constData();
-    EXPECT_TRUE(out.contains("hostile ok")) << out.constData();
-    EXPECT_TRUE(host.calls.isEmpty())
-        << "odd requests leave the stream alone: " << host.calls.join(", ").toStdString();
-    EXPECT_EQ(defaults->value("dim"), QVariant()) << "a dim value of the wrong type is ignored";
+    QTcpSocket raw;
+    raw.connectToHost(QHostAddress::LocalHost, port);
+    ASSERT_TRUE(waitUntil([&] { return raw.bytesAvailable() > 0; })) << "its status first";
+    raw.write(QByteArray::fromHex("7fffffff") + "x");
+    EXPECT_TRUE(waitUntil([&] { return raw.state() == QAbstractSocket::UnconnectedState; }));
     EXPECT_TRUE(waitUntil([&] { return !remote->connected() && remote->isPublishing(); }));
+    TestClient next(port);
+    ASSERT_TRUE(next.waitFor(1));
+    EXPECT_TRUE(isPush(next.messages.at(0)));
+    EXPECT_TRUE(host.calls.isEmpty());
 }
 
 TEST(RemoteLifecycle, StopDropsTheClientAndLeavesNoServiceAndStartServesAgain)
