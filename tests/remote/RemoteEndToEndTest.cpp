@@ -30,9 +30,7 @@ struct Fixture {
 
 const Fixture fixtures[] = {
     {"Alpha Song", "Björk", "Homogenic", 2},
-    {"Beta Song", "Björk", "Homogenic", 1},
     {"Gamma Song", "Björk", "Post", 3},
-    {"Ode to bjork", "The Band", "Björk Live", 1},
     {"Delta", nullptr, "Loose", 4},
     {"Epsilon", "Solo", nullptr, 0},
 };
@@ -204,31 +202,6 @@ TEST(RemoteEndToEnd, ThePythonClientDrivesTheRunningPlayer)
     // The client stepped the volume up (from 1: it stays 1) and down once: one -2 dB step.
     ASSERT_EQ(runCli({"settings", "get", "volume"}, &out), 0) << out.constData();
     EXPECT_FLOAT_EQ(QString::fromUtf8(out).trimmed().split('\n').last().toFloat(), 0.7943282f) << out.constData();
-
-    // One client at a time: a second is refused while the first stays, and served after it.
-    QProcess holder;
-    holder.start("python3", {RemoteTestSupport::clientScript(), "hold", QString::number(port)});
-    QByteArray said;
-    ASSERT_TRUE(waitUntil([&] {
-        said += holder.readAllStandardOutput();
-        return said.contains("connected") || holder.state() == QProcess::NotRunning;
-    }, 20000)) << server.output.constData();
-    ASSERT_TRUE(said.contains("connected")) << holder.readAllStandardError().constData();
-    if (avahiProblem.isEmpty()) {
-        EXPECT_TRUE(waitUntil([&] { return !browsed(); }, 20000)) << "unpublished while connected";
-    }
-    EXPECT_EQ(RemoteTestSupport::runClient({"refused", QString::number(port)}, &out), 0) << out.constData();
-    holder.write("\n");
-    holder.closeWriteChannel();
-    ASSERT_TRUE(waitUntil([&] { return holder.state() == QProcess::NotRunning; }));
-    if (avahiProblem.isEmpty()) {
-        EXPECT_TRUE(waitUntil(browsed, 20000)) << "published again once the client left";
-    }
-    EXPECT_EQ(RemoteTestSupport::runClient(
-                  {"request", QString::number(port), R"({"command": "getSongsLastModification"})"}, &out),
-              0)
-        << out.constData();
-    EXPECT_TRUE(out.contains("lastModification")) << out.constData();
 
     EXPECT_EQ(server.terminate(), 0) << server.output.constData();
     EXPECT_FALSE(server.output.contains("received illegal command: getSongs"));

@@ -5,10 +5,7 @@ Messages are keyed archives in frames of a 4-byte big-endian length, written and
 keyed_archive.py with plistlib alone, a reader that shares no code with ours.
 
     remote_client.py session PORT LIBRARY.json   library, playlists, dim, volume and transport
-    remote_client.py hold PORT                    connects, prints "connected", waits for a line
-                                                  on standard input, then leaves
     remote_client.py refused PORT                 exit 0 when no status arrives (refused)
-    remote_client.py request PORT JSON            one request, prints the reply as JSON
 
 Exit code 0 when everything went as expected; otherwise the reason is on standard error.
 """
@@ -190,15 +187,6 @@ def session(port, library_file):
     print("session ok")
 
 
-def hold(port):
-    c = Client(port)
-    first = c.receive()
-    check(is_status_push(first), "status first: %r" % first)
-    print("connected", flush=True)
-    sys.stdin.readline()
-    c.close()
-
-
 def refused(port):
     try:
         c = Client(port, attempts=1)
@@ -213,19 +201,6 @@ def refused(port):
     raise Failure("a second client was served: %r" % message)
 
 
-def request(port, text):
-    c = Client(port)
-    c.receive()
-    message = json.loads(text)
-    message.setdefault("target", "req")
-    c.send(message)
-    while True:
-        reply = c.receive()
-        if reply.get("target") == message["target"]:
-            break
-    print(json.dumps(reply, default=repr, sort_keys=True))
-
-
 def main(argv):
     if len(argv) < 3:
         print(__doc__, file=sys.stderr)
@@ -234,12 +209,8 @@ def main(argv):
     try:
         if scenario == "session":
             session(port, argv[3])
-        elif scenario == "hold":
-            hold(port)
         elif scenario == "refused":
             refused(port)
-        elif scenario == "request":
-            request(port, argv[3])
         else:
             print("unknown scenario " + scenario, file=sys.stderr)
             return 2
