@@ -5,6 +5,7 @@
 #include "core/VEKLocalizedString.h"
 
 #include <QCoreApplication>
+#include <QCryptographicHash>
 #include <QDesktopServices>
 #include <QDir>
 #include <QFile>
@@ -78,8 +79,10 @@ bool UserGuide::writePdf(const QString &path, QString *problem)
 
 QString UserGuide::pdfPath()
 {
+    // Named by the text it was made from, so a changed guide is typeset anew.
+    const QByteArray digest = QCryptographicHash::hash(html().toUtf8(), QCryptographicHash::Sha1).toHex().left(10);
     return QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation)
-           + QStringLiteral("/Quivera/QuiveraUserGuide-%1.pdf").arg(Application::version());
+           + QStringLiteral("/Quivera/QuiveraUserGuide-%1-%2.pdf").arg(Application::version(), QString::fromLatin1(digest));
 }
 
 QString UserGuide::epubPath()

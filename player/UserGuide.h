@@ -19,7 +19,8 @@ public:
     // Typesets the guide into a PDF at `path` (A4). Safe on any thread. False with `problem`
     // when the file cannot be written.
     static bool writePdf(const QString &path, QString *problem = nullptr);
-    // Where the PDF of this version is kept: the user's cache folder.
+    // Where the PDF of this guide is kept: the user's cache folder, under the version and a
+    // digest of the text.
     static QString pdfPath();
     // The EPUB made at build time: beside the program in ../share/quivera (the build tree and an
     // installation alike). Empty when it is not there.
