@@ -11,6 +11,11 @@
 #include "audio/Stream.h"
 #include "settings/UserDefaults.h"
 
+#include <QDateTime>
+#include <cstdlib>
+#include <sys/random.h>
+#include <unistd.h>
+
 namespace {
 ApplicationDelegate *g_delegate = nullptr;
 }
@@ -72,6 +77,13 @@ void ApplicationDelegate::applicationWillFinishLaunching()
 
 void ApplicationDelegate::applicationWillFinishLaunching(const LaunchOptions &options)
 {
+    // Every run shuffles differently, and two processes (the CLI beside the player) draw
+    // different IDs.
+    unsigned seed = 0;
+    if (::getrandom(&seed, sizeof seed, 0) != sizeof seed)
+        seed = unsigned(QDateTime::currentMSecsSinceEpoch()) ^ unsigned(::getpid());
+    ::srandom(seed);
+
     UserDefaults &defaults = UserDefaults::standard();
     // A damaged settings file was replaced by the defaults; say so once.
     defaults.takeLoadError().alert();

@@ -129,8 +129,11 @@ public:
 
     // The library file.
     static QString libraryFilePath();
+    // Opens the library file, building it when there is none; a file that is not a library is
+    // moved aside and replaced, a damaged one is reported and left alone (no connection).
     void constructDatabase();
-    void buildDatabase();
+    // The schema, in one transaction, on the connection being built. False after an alert.
+    bool buildDatabase();
     void loadDatabase();
 
     // Library operations.
@@ -222,6 +225,7 @@ private:
     void streamPlay();
     void streamStopIfPlaying(const PlaylistPtr &playlist);
     void launchStream(const LaunchOptions &options);
+    bool buildLibraryFile(const QString &path);
 
     void updateAllControls();
     void queueOperation(const std::shared_ptr<Operation> &operation);

@@ -3,10 +3,10 @@
 #include "ApplicationDelegate.h"
 
 #include "core/VEKPaths.h"
+#include "library/LibraryFile.h"
 #include "db/VEKDatabaseQuery.h"
 
 #include <QFile>
-#include <QFileInfo>
 
 QString ApplicationDelegate::libraryFilePath()
 {
@@ -16,35 +16,77 @@ QString ApplicationDelegate::libraryFilePath()
 void ApplicationDelegate::constructDatabase()
 {
     const QString path = libraryFilePath();
-    // A file of no bytes is a build that died before its first write: start over.
-    const QFileInfo info(path);
-    if (info.exists() && info.size() == 0)
-        QFile::remove(path);
-    const bool exists = VEKPaths::existsAsFile(path);
-
     VEKError error;
+    switch (LibraryFile::examine(path, &error)) {
+    case LibraryFile::State::Good:
+        break;
+    case LibraryFile::State::Missing:
+        // A file of no bytes never held anything.
+        QFile::remove(path);
+        if (!buildLibraryFile(path))
+            return;
+        break;
+    case LibraryFile::State::NotALibrary: {
+        // Kept under another name for the user to look at; a new library takes its place.
+        VEKError moveError;
+        const QString aside = LibraryFile::setAside(path, &moveError);
+        if (aside.isEmpty()) {
+            moveError.alert();
+            return;
+        }
+        VEKError(error.domain(), error.code(), error.localizedDescription(),
+                 error.failureReason() + QStringLiteral(". It was moved to ") + aside)
+            .alert();
+        if (!buildLibraryFile(path))
+            return;
+        break;
+    }
+    case LibraryFile::State::Damaged:
+    case LibraryFile::State::Unreadable:
+        // Left exactly as it is, and nothing writes to it: there is no connection.
+        error.alert();
+        return;
+    }
+
     auto database = std::make_unique<Database>();
     if (!database->initWithURL(path, &error)) {
-        // The file is left as it is: a damaged library is reported, never overwritten.
         error.alert();
         return;
     }
     m_database = std::move(database);
     Database::setShared(m_database.get());
-
-    if (!exists) {
-        buildDatabase();
-        if (VEKPaths::existsAsFile(VEKPaths::supportDirectory() + QStringLiteral("/library.plist")))
-            migrate([this] { migrateFromPropertyListsToVersion1(); });
-    }
 }
 
-void ApplicationDelegate::buildDatabase()
+bool ApplicationDelegate::buildLibraryFile(const QString &path)
+{
+    // Built and migrated beside the library, and moved into place complete: a start that dies
+    // on the way leaves no half-made library, and the next one starts over.
+    const QString temporary = LibraryFile::temporaryPathFor(path);
+    LibraryFile::discard(temporary);
+    VEKError error;
+    auto build = std::make_unique<Database>();
+    if (!build->initWithURL(temporary, &error)) {
+        error.alert();
+        return false;
+    }
+    m_database = std::move(build);
+    bool ok = buildDatabase();
+    if (ok && VEKPaths::existsAsFile(VEKPaths::supportDirectory() + QStringLiteral("/library.plist")))
+        migrate([this] { migrateFromPropertyListsToVersion1(); });
+    if (ok)
+        ok = LibraryFile::install(std::move(m_database), path, &error);
+    else
+        LibraryFile::discard(temporary);
+    m_database.reset();
+    error.alert();
+    return ok;
+}
+
+bool ApplicationDelegate::buildDatabase()
 {
     if (!m_database)
-        return;
+        return false;
     VEKError error;
-    // One transaction: a build that fails leaves an empty file, which the next start rebuilds.
     VEKDatabaseTransaction transaction(m_database.get(), &error);
     bool ok = transaction.isActive();
     for (const QString &statement : Database::buildStatements()) {
@@ -52,8 +94,9 @@ void ApplicationDelegate::buildDatabase()
             break;
     }
     if (ok)
-        transaction.commit(&error);
+        ok = transaction.commit(&error);
     error.alert();
+    return ok;
 }
 
 void ApplicationDelegate::loadDatabase()

@@ -80,8 +80,8 @@ void ApplicationDelegate::setSortAscending(bool ascending)
 
 qint64 ApplicationDelegate::uniqueSongID(const std::function<bool(qint64)> &isTaken)
 {
-    // IDs of the own library are 0 or below; random() is never seeded, so each run draws the
-    // IDs of earlier runs again and the test against the library is what moves it on.
+    // IDs of the own library are 0 or below. The generator is seeded at start, so another
+    // process draws other numbers; the writers still check the file before they insert.
     qint64 id;
     do {
         id = qint64(-qint32(quint32(::random())));
@@ -185,14 +185,32 @@ void ApplicationDelegate::newPlaylistWithSongs(const QList<SongPtr> &songs)
     playlist->setSortAscending(true); // refused for "ordinal": the flag stays false
 
     VEKError error;
-    auto insert = m_database ? m_database->queryWithStatement(
-                                   QStringLiteral("INSERT INTO t_playlist (playlistID, iTunes, "
-                                                  "name) VALUES (?, 0, ?);"),
-                                   &error)
-                             : nullptr;
-    if (insert && insert->setIntValue(playlist->playlistID(), 0, &error)
-        && insert->setStringValue(VEKLocalizedString("Playlist_defaultName"), 1, &error)
-        && insert->execute(&error)) {
+    bool ok = false;
+    if (m_database) {
+        // Another process (the player beside the CLI) may have made a playlist since this one
+        // loaded the file: the ID is checked against the file while the write lock is held.
+        VEKDatabaseTransaction transaction(m_database.get(), &error);
+        auto taken = m_database->queryWithStatement(
+            QStringLiteral("SELECT COUNT(*) FROM t_playlist WHERE playlistID = ?"), &error);
+        auto insert = m_database->queryWithStatement(
+            QStringLiteral("INSERT INTO t_playlist (playlistID, iTunes, name) VALUES (?, 0, ?);"), &error);
+        ok = transaction.isActive() && taken && insert;
+        while (ok) {
+            taken->reset();
+            ok = taken->setIntValue(playlist->playlistID(), 0, &error) && taken->evaluateNextRow(&error);
+            if (!ok || taken->intValueAtColumn(0) == 0)
+                break;
+            qint64 id;
+            do
+                id = uniquePlaylistID();
+            while (id == playlist->playlistID());
+            playlist->setPlaylistID(id);
+        }
+        ok = ok && insert->setIntValue(playlist->playlistID(), 0, &error)
+             && insert->setStringValue(VEKLocalizedString("Playlist_defaultName"), 1, &error)
+             && insert->execute(&error) && transaction.commit(&error);
+    }
+    if (ok) {
         // The settings made above reached no row; store them now that it exists, so the
         // playlist comes back exactly as it is.
         playlist->updateRow();

@@ -20,7 +20,8 @@ void ApplicationDelegate::queueOperation(const std::shared_ptr<Operation> &opera
 
 std::shared_ptr<ImportOperation> ApplicationDelegate::addFilesToLibrary(const QStringList &files)
 {
-    if (!m_queue)
+    // Without a connection the library file is damaged or unreadable: nothing may write to it.
+    if (!m_queue || !m_database)
         return nullptr;
     // The worker never reads the library while this thread may change it: it gets a copy of
     // what it needs to know.
@@ -47,7 +48,7 @@ bool ApplicationDelegate::applicationOpenFiles(const QStringList &paths)
 std::shared_ptr<LoadiTunesOperation> ApplicationDelegate::loadiTunesLibrary()
 {
     const UserDefaults &defaults = UserDefaults::standard();
-    if (!m_queue || !defaults.boolForKey(QStringLiteral("accessiTunesLibrary")))
+    if (!m_queue || !m_database || !defaults.boolForKey(QStringLiteral("accessiTunesLibrary")))
         return nullptr;
     auto operation = std::make_shared<LoadiTunesOperation>(
         defaults.stringForKey(QStringLiteral("iTunesLibraryLocation")), libraryFilePath());
@@ -130,7 +131,7 @@ ApplicationDelegate::createPreferredVersionOfSongs(const QList<SongPtr> &songs,
                                                   const PlaylistPtr &playlist)
 {
     QList<std::shared_ptr<ConvertOperation>> queued;
-    if (!m_queue)
+    if (!m_queue || !m_database)
         return queued;
     QSet<qint64> knownIDs;
     knownIDs.reserve(m_library.size());

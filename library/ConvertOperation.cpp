@@ -248,7 +248,11 @@ bool ConvertOperation::addResultToLibrary()
     VEKDatabase db;
     if (!db.initWithURL(m_libraryFile, &m_error))
         return false;
-    // IDs that other runs wrote since the snapshot was taken count as taken too.
+    // IDs that other runs wrote since the snapshot was taken count as taken too; the write lock
+    // is held from this look to the insert, so no other process can take the ID in between.
+    VEKDatabaseTransaction transaction(&db, &m_error);
+    if (!transaction.isActive())
+        return false;
     if (auto rows = db.queryWithStatement(QStringLiteral("SELECT songID FROM t_song")))
         while (rows->evaluateNextRow())
             m_knownIDs.insert(rows->intValueAtColumn(0));
@@ -258,7 +262,7 @@ bool ConvertOperation::addResultToLibrary()
 
     auto insert = db.queryWithStatement(Database::insertSongStatement, &m_error);
     if (!insert || !Database::bindSongForInsert(*insert, *result, &m_error)
-        || !insert->execute(&m_error))
+        || !insert->execute(&m_error) || !transaction.commit(&m_error))
         return false;
     m_result = result;
     return true;

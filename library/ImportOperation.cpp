@@ -13,6 +13,7 @@
 #include <QFileInfo>
 #include <QUrl>
 
+#include <algorithm>
 #include <sys/stat.h>
 #include <vector>
 
@@ -59,6 +60,10 @@ struct ImportOperation::Run {
     void walk(const QString &root);
     void consider(const QString &path, bool preferredOnAdd);
     void writeBatch();
+    // Reads the rows written since the last look, by another process sharing the file.
+    bool catchUp(VEKError *error);
+    bool songIDIsInFile(qint64 id, bool *taken, VEKError *error);
+    bool appendToTarget(const QList<SongPtr> &songs, VEKError *error);
 
     ImportOperation &op;
     VEKDatabase db;
@@ -67,6 +72,7 @@ struct ImportOperation::Run {
     QSet<FileIdentity> seenFiles;  // this run's
     QSet<FileIdentity> seenFolders;
     QSet<qint64> runIDs;
+    qint64 lastRowSeen = 0;
     QList<SongPtr> pending;
     QElapsedTimer sinceCommit;
     // One error variable for the whole run, as the log of failures has always been built: a
@@ -152,24 +158,100 @@ void ImportOperation::Run::consider(const QString &path, bool preferredOnAdd)
     pending.append(song);
 }
 
+bool ImportOperation::Run::catchUp(VEKError *error)
+{
+    auto rows = db.queryWithStatement(
+        QStringLiteral("SELECT rowid, songID, path FROM t_song WHERE rowid > ?"), error);
+    if (!rows || !rows->setIntValue(lastRowSeen, 0, error))
+        return false;
+    while (rows->evaluateNextRow(error)) {
+        lastRowSeen = std::max(lastRowSeen, rows->intValueAtColumn(0));
+        op.m_known.songIDs.insert(rows->intValueAtColumn(1));
+        const QString path = rows->stringValueAtColumn(2);
+        if (!path.isEmpty())
+            op.m_known.paths.insert(path);
+    }
+    return error->isNull();
+}
+
+bool ImportOperation::Run::songIDIsInFile(qint64 id, bool *taken, VEKError *error)
+{
+    auto row = db.queryWithStatement(QStringLiteral("SELECT 1 FROM t_song WHERE songID = ? LIMIT 1"), error);
+    if (!row || !row->setIntValue(id, 0, error))
+        return false;
+    *taken = row->evaluateNextRow(error);
+    return error->isNull();
+}
+
+bool ImportOperation::Run::appendToTarget(const QList<SongPtr> &songs, VEKError *error)
+{
+    if (!op.m_targetPlaylistID || songs.isEmpty())
+        return true;
+    const qint64 playlistID = *op.m_targetPlaylistID;
+    // A playlist deleted meanwhile gets no rows.
+    auto exists = db.queryWithStatement(
+        QStringLiteral("SELECT COALESCE(MAX(ordinal) + 1, 0), (SELECT COUNT(*) FROM t_playlist "
+                       "WHERE playlistID = ?1 AND iTunes = 0) FROM t_playlistSong WHERE playlistID = ?1"),
+        error);
+    if (!exists || !exists->setIntValue(playlistID, 0, error) || !exists->evaluateNextRow(error))
+        return false;
+    qint64 ordinal = exists->intValueAtColumn(0);
+    if (exists->intValueAtColumn(1) == 0)
+        return true;
+    auto insert = db.queryWithStatement(
+        QStringLiteral("INSERT INTO t_playlistSong (songID, playlistID, ordinal) VALUES (?, ?, ?);"), error);
+    if (!insert)
+        return false;
+    for (const SongPtr &song : songs) {
+        insert->reset();
+        if (!insert->setIntValue(song->songID(), 0, error) || !insert->setIntValue(playlistID, 1, error)
+            || !insert->setIntValue(ordinal++, 2, error) || !insert->execute(error))
+            return false;
+    }
+    return true;
+}
+
 void ImportOperation::Run::writeBatch()
 {
     sinceCommit.restart();
     if (pending.isEmpty())
         return;
     VEKError error;
-    bool ok = db.beginTransaction(&error);
+    // IMMEDIATE: from here until the commit no other process writes, so what the file holds
+    // now is what the batch must not collide with.
+    bool ok = db.beginTransaction(&error) && catchUp(&error);
+    QList<SongPtr> written;
     for (const SongPtr &song : std::as_const(pending)) {
+        if (!ok)
+            break;
+        // Another process imported the same file while this run read it.
+        if (op.m_known.paths.contains(song->URL())) {
+            op.m_duplicates.append(song->URL());
+            continue;
+        }
+        // Or drew the same ID: draw again, against the file itself.
+        bool taken = false;
+        while ((ok = songIDIsInFile(song->songID(), &taken, &error)) && taken) {
+            const qint64 id = op.m_ids([this](qint64 candidate) {
+                return op.m_known.songIDs.contains(candidate) || runIDs.contains(candidate);
+            });
+            runIDs.insert(id);
+            song->setSongID(id);
+        }
         if (!ok)
             break;
         insert->reset();
         ok = Database::bindSongForInsert(*insert, *song, &error) && insert->execute(&error);
+        written.append(song);
     }
-    ok = ok && db.commitTransaction(&error);
+    // The target playlist's rows go in the same transaction: a kill after the commit loses
+    // neither the songs nor their place in the playlist.
+    ok = ok && appendToTarget(written, &error) && db.commitTransaction(&error);
     if (ok) {
-        for (const SongPtr &song : std::as_const(pending)) {
+        for (const SongPtr &song : std::as_const(written)) {
             op.m_songs.insert(song->songID(), song);
             op.m_order.append(song);
+            op.m_known.paths.insert(song->URL());
         }
     } else {
         if (db.inTransaction())
@@ -187,6 +269,8 @@ ImportOperation::ImportOperation(const QStringList &files, const PlaylistPtr &pl
     : Operation(parent), m_files(files), m_playlist(playlist), m_libraryFile(libraryFile),
       m_known(std::move(known)), m_ids(std::move(ids))
 {
+    if (playlist && !playlist->isLibraryPlaylist() && !playlist->isITunesPlaylist())
+        m_targetPlaylistID = playlist->playlistID();
 }
 
 ImportOperation::~ImportOperation() = default;
@@ -212,13 +296,9 @@ void ImportOperation::main()
     }
     // Rows the snapshot cannot know: an import queued behind another one runs after the first
     // has written its rows but maybe before its merge, and another process may share the file.
-    if (auto rows = run.db.queryWithStatement(QStringLiteral("SELECT songID, path FROM t_song"))) {
-        while (rows->evaluateNextRow()) {
-            m_known.songIDs.insert(rows->intValueAtColumn(0));
-            const QString path = rows->stringValueAtColumn(1);
-            if (!path.isEmpty())
-                m_known.paths.insert(path);
-        }
+    if (!run.catchUp(&error)) {
+        m_errors.append(error);
+        return;
     }
     // The same file may be known by another path (a link, a linked folder): compare files.
     for (const QString &path : std::as_const(m_known.paths)) {

@@ -11,6 +11,7 @@
 #include <QSet>
 #include <QStringList>
 #include <functional>
+#include <optional>
 
 // Brings audio files into the library in the background. It walks the files and folders it was
 // given, turns each new audio file into a Song and writes its row into t_song through a
@@ -22,7 +23,8 @@
 // happens outside the transactions, so the library file stays free for the main thread. A run
 // that is cancelled, or a process that is killed, keeps every batch committed before; the file
 // holds no part of a batch. A batch that fails to commit is left out altogether: its songs are
-// reported as failures and not merged.
+// reported as failures and not merged. Each batch also appends its songs to the rows of the
+// target playlist, and checks its paths and IDs against rows another process wrote meanwhile.
 //
 // Threads: construct and read the results on the main thread; start() (the queue calls it) on the
 // worker. The results are complete once isFinished() is true.
@@ -89,6 +91,9 @@ private:
 
     const QStringList m_files;
     const PlaylistPtr m_playlist;
+    // Where each batch's songs also go, in the batch's transaction: the playlist, unless it is a
+    // library or iTunes one.
+    std::optional<qint64> m_targetPlaylistID;
     const QString m_libraryFile;
     Snapshot m_known;
     const IDSource m_ids;

@@ -16,7 +16,9 @@
 Playlist::Playlist(QObject *parent) : QObject(parent)
 {
     m_lastModification = VEKDate::now();
-    setName(VEKLocalizedString("Playlist_defaultName"));
+    // Not through setName(): in a constructor it would act as a plain playlist's and write the
+    // name into whichever row has this playlist's ID before it has one (0).
+    m_name = VEKLocalizedString("Playlist_defaultName");
 }
 
 Playlist::~Playlist() = default;

@@ -24,7 +24,7 @@ public:
     static constexpr qint64 LibraryPlaylistID = -1;
     static constexpr qint64 ITunesLibraryPlaylistID = 1;
 
-    // Names itself "Playlist_defaultName" through setName().
+    // Named "Playlist_defaultName"; nothing is written, as the playlist has no row yet.
     explicit Playlist(QObject *parent = nullptr);
     ~Playlist() override;
 

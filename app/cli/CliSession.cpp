@@ -2,6 +2,7 @@
 
 #include "audio/Stream.h"
 #include "core/VEKDate.h"
+#include "library/LibraryFile.h"
 #include "settings/UserDefaults.h"
 
 #include <QJsonObject>
@@ -21,6 +22,11 @@ CliSession::~CliSession()
 
 void CliSession::present(const VEKError &error)
 {
+    // A library file moved aside was replaced by a new one: the command can still do its work.
+    if (error.domain() == QLatin1String(LibraryFile::errorDomain) && error.code() == LibraryFile::SetAside) {
+        m_err << "quivera-cli: warning: " << error.text() << Qt::endl;
+        return;
+    }
     fail(error.text());
 }
 

@@ -8,10 +8,32 @@
 
 VEKDatabase::VEKDatabase() = default;
 
-VEKDatabase::~VEKDatabase()
+VEKDatabase::~VEKDatabase() { close(); }
+
+void VEKDatabase::close()
 {
     if (m_db)
         sqlite3_close_v2(m_db);
+    m_db = nullptr;
+}
+
+bool VEKDatabase::initReadOnlyWithURL(const QString &path, VEKError *error)
+{
+    close();
+    m_path = path;
+    const int rc = sqlite3_open_v2(QFile::encodeName(path).constData(), &m_db,
+                                   SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);
+    if (rc != SQLITE_OK) {
+        VEKError::set(error, VEKError(QStringLiteral("SQLite"), rc,
+                                      VEKLocalizedString("Error_databaseOpen"),
+                                      QString::fromUtf8(sqlite3_errstr(rc)) + QStringLiteral(" (")
+                                          + path + QLatin1Char(')')));
+        close();
+        return false;
+    }
+    sqlite3_busy_timeout(m_db, busyTimeoutMs);
+    sqlite3_extended_result_codes(m_db, 1);
+    return true;
 }
 
 bool VEKDatabase::initWithURL(const QString &path, VEKError *error)

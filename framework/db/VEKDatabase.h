@@ -21,6 +21,10 @@ public:
     // Opens the file, creating an empty database if there is none. False with `error` filled if
     // the file cannot be opened or is not a database.
     bool initWithURL(const QString &path, VEKError *error = nullptr);
+    // Opens an existing file to look at it: nothing is created, changed or written back (no
+    // journal mode is set, and closing folds no log into the file).
+    bool initReadOnlyWithURL(const QString &path, VEKError *error = nullptr);
+    void close();
     bool isOpen() const { return m_db != nullptr; }
     const QString &path() const { return m_path; }
 

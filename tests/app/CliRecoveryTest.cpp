@@ -7,9 +7,14 @@
 
 #include <QCryptographicHash>
 #include <QDir>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QThread>
 #include <QFile>
 #include <QJsonObject>
+#include <functional>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 
 namespace {
@@ -91,6 +96,41 @@ TEST(CliMigration, XmlListsAreCarriedOverOnceIntoANewLibraryFile)
     EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--json")}).size(), 1);
 }
 
+// A migration killed half-way leaves no library at all, so the next start migrates again, whole.
+TEST(CliMigration, AMigrationKilledHalfWayIsDoneAgainInFull)
+{
+    constexpr int total = 20000;
+    CliHarness cli;
+    QByteArray out;
+    ASSERT_EQ(TestEnvironment::run(QStringLiteral("python3"),
+                                   {QStringLiteral("-c"),
+                                    QStringLiteral("import plistlib, sys\n"
+                                                   "songs = [dict(songID=-i, path='/gone/%d.flac' % i, name='n%d' % i) for i in range(1, int(sys.argv[2]) + 1)]\n"
+                                                   "plistlib.dump(songs, open(sys.argv[1] + '/library.plist', 'wb'), fmt=plistlib.FMT_BINARY)\n"),
+                                    cli.dataDir(), QString::number(total)},
+                                   &out),
+              0)
+        << out.constData();
+    QProcess p;
+    p.setProcessEnvironment(cli.environment());
+    p.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"), {QStringLiteral("songs")});
+    ASSERT_TRUE(p.waitForStarted());
+    const QDir data(cli.dataDir());
+    QElapsedTimer t;
+    t.start();
+    while (p.state() == QProcess::Running && data.entryList({QStringLiteral("Quivera Library.building-*")}).isEmpty()
+           && t.elapsed() < 30000)
+        QThread::usleep(200);
+    ::kill(pid_t(p.processId()), SIGKILL);
+    p.waitForFinished();
+    ASSERT_FALSE(QFile::exists(cli.libraryFile())) << "the migration ended before the kill";
+
+    EXPECT_EQ(cli.run({QStringLiteral("songs")}).status, 0);
+    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*), COUNT(DISTINCT songID) FROM t_song;")),
+              QStringLiteral("%1|%1").arg(total));
+    EXPECT_TRUE(data.entryList({QStringLiteral("Quivera Library.building-*")}).isEmpty());
+}
+
 TEST(CliMigration, BinaryListsMigrateToo)
 {
     CliHarness cli;
@@ -99,18 +139,69 @@ TEST(CliMigration, BinaryListsMigrateToo)
     expectMigrated(cli, song);
 }
 
-TEST(CliRecovery, ADamagedLibraryFileIsReportedAndLeftAlone)
+// Files that are no library: not a database at all, or the header alone that a start killed
+// before the schema used to leave. Each is kept under a dated name and a new library is built.
+TEST(CliRecovery, AFileThatIsNoLibraryIsSetAsideOnceAndReplaced)
+{
+    const struct {
+        const char *name;
+        std::function<void(const CliHarness &)> make;
+    } cases[] = {
+        {"not a database", [](const CliHarness &cli) {
+             TestEnvironment::writeFile(cli.libraryFile(), QByteArray("SQLite format 3") + QByteArray(8000, '\x55'));
+         }},
+        {"no tables", [](const CliHarness &cli) { cli.sql(QStringLiteral("PRAGMA journal_mode=WAL;")); }},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        CliHarness cli;
+        c.make(cli);
+        const QByteArray before = TestEnvironment::fileDigest(cli.libraryFile());
+        // What a build killed in another process left: removed, as that process is gone.
+        const QString stale = cli.libraryFile() + QStringLiteral(".building-99999999");
+        TestEnvironment::writeFile(stale, "half");
+
+        const auto first = cli.run({QStringLiteral("songs")});
+        EXPECT_EQ(first.status, 0) << first.err.constData();
+        EXPECT_EQ(first.err.count("warning:"), 1) << first.err.constData();
+        const QStringList aside = QDir(cli.dataDir()).entryList({QStringLiteral("Quivera Library (set aside *)")});
+        ASSERT_EQ(aside.size(), 1);
+        EXPECT_TRUE(first.err.contains(aside.first().toUtf8())) << first.err.constData();
+        EXPECT_EQ(TestEnvironment::fileDigest(cli.dataDir() + u'/' + aside.first()), before);
+        EXPECT_FALSE(QFile::exists(stale));
+        EXPECT_EQ(cli.sql(QStringLiteral("SELECT version FROM t_global;")), QStringLiteral("1"));
+
+        const auto second = cli.run({QStringLiteral("songs")});
+        EXPECT_EQ(second.status, 0);
+        EXPECT_TRUE(second.err.isEmpty()) << second.err.constData();
+    }
+}
+
+// A library whose song table has a page overwritten: reported, and neither a listing nor an
+// import changes a byte of it.
+TEST(CliRecovery, ADamagedLibraryIsReportedAndNothingWritesToIt)
 {
     CliHarness cli;
-    QFile library(cli.libraryFile());
-    ASSERT_TRUE(library.open(QIODevice::WriteOnly));
-    library.write(QByteArray("SQLite format 3") + QByteArray(8000, '\x55'));
-    library.close();
+    ASSERT_EQ(cli.run({QStringLiteral("songs")}).status, 0);
+    cli.sql(QStringLiteral("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000) "
+                           "INSERT INTO t_song (songID, path, name) SELECT -i, '/music/' || i || '.flac', "
+                           "'song number ' || i FROM n;"));
+    const qint64 page = cli.sql(QStringLiteral("PRAGMA page_size;")).toLongLong();
+    const qint64 root = cli.sql(QStringLiteral("SELECT rootpage FROM sqlite_master WHERE name = 't_song';")).toLongLong();
+    QFile file(cli.libraryFile());
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite) && file.seek((root - 1) * page));
+    file.write(QByteArray(int(page), '\x55'));
+    file.close();
     const QByteArray before = TestEnvironment::fileDigest(cli.libraryFile());
-    const auto r = cli.run({QStringLiteral("songs")});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(r.err.contains("library file")) << r.err.constData();
-    EXPECT_EQ(TestEnvironment::fileDigest(cli.libraryFile()), before);
+
+    const QString song = TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/x.flac"), 0.1);
+    for (const QStringList &args : {QStringList{QStringLiteral("songs")}, QStringList{QStringLiteral("import"), song}}) {
+        const auto r = cli.run(args);
+        EXPECT_EQ(r.status, 1) << args.first().toStdString();
+        EXPECT_TRUE(r.err.contains("damaged")) << r.err.constData();
+        EXPECT_EQ(r.err.count("quivera-cli:"), 1) << r.err.constData();
+        EXPECT_EQ(TestEnvironment::fileDigest(cli.libraryFile()), before);
+    }
 }
 
 TEST(CliRecovery, AnEmptyLibraryFileIsBuiltAnew)

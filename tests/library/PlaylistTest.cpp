@@ -1,8 +1,12 @@
+#include "db/VEKDatabaseQuery.h"
+#include "library/Database.h"
 #include "library/LibraryPlaylist.h"
+#include "library/iTunesPlaylist.h"
 #include "library/Playlist.h"
 #include "library/SongPredicate.h"
 
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <cmath>
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -194,4 +198,22 @@ TEST(LibraryPlaylistTest, HasItsNameAndIsNotLocked)
     EXPECT_TRUE(p.isLibraryPlaylist());
     EXPECT_FALSE(p.locked());
     EXPECT_FALSE(p.name().isEmpty());
+}
+
+TEST(PlaylistRows, MakingAPlaylistWritesNoRow)
+{
+    // A playlist whose ID is 0 (a migrated one, or a draw of 0) keeps its name whatever else is
+    // made.
+    QTemporaryDir dir;
+    Database db;
+    ASSERT_TRUE(db.initWithURL(dir.filePath(QStringLiteral("library"))));
+    for (const QString &statement : Database::buildStatements())
+        ASSERT_TRUE(db.executeStatement(statement));
+    ASSERT_TRUE(db.executeStatement(QStringLiteral("INSERT INTO t_playlist (playlistID, iTunes, name) VALUES (0, 0, 'Mine');")));
+    Database::setShared(&db);
+    { Playlist plain; iTunesPlaylist fromITunes; LibraryPlaylist library; }
+    Database::setShared(nullptr);
+    auto name = db.queryWithStatement(QStringLiteral("SELECT name FROM t_playlist WHERE playlistID = 0"));
+    ASSERT_TRUE(name && name->evaluateNextRow());
+    EXPECT_EQ(name->stringValueAtColumn(0), QStringLiteral("Mine"));
 }
