@@ -10,9 +10,12 @@
 #include <QFile>
 #include <QJsonObject>
 #include <QProcess>
+#include <QSet>
 #include <QThread>
 #include <gtest/gtest.h>
+#include <memory>
 #include <signal.h>
+#include <vector>
 #include <sqlite3.h>
 
 namespace {
@@ -112,9 +115,12 @@ TEST_F(CliImportTest, AKillInTheMiddleLeavesAConsistentLibrary)
     for (int i = 1; i < total; ++i)
         ASSERT_TRUE(QFile::copy(one, cli.musicDir() + QStringLiteral("/%1.flac").arg(i, 4, 10, QLatin1Char('0'))));
 
+    cli.run({QStringLiteral("playlists")}); // makes the library file
+    cli.sql(QStringLiteral("INSERT INTO t_playlist VALUES (100, 0, 'Mix', 0, 0, 'ordinal', 0);"));
+    const QStringList import = {QStringLiteral("import"), QStringLiteral("--playlist"), QStringLiteral("100"), cli.musicDir()};
     QProcess p;
     p.setProcessEnvironment(cli.environment());
-    p.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"), {QStringLiteral("import"), cli.musicDir()});
+    p.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"), import);
     ASSERT_TRUE(p.waitForStarted());
     QElapsedTimer t;
     t.start();
@@ -134,11 +140,49 @@ TEST_F(CliImportTest, AKillInTheMiddleLeavesAConsistentLibrary)
               QStringLiteral("0"));
     EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(DISTINCT path) FROM t_song;")).toLongLong(), kept);
     EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--json")}).size(), kept);
+    // Every committed song is in the playlist too.
+    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(DISTINCT songID) FROM t_playlistSong WHERE playlistID = 100;")).toLongLong(), kept);
 
     // The next import brings the rest, and nothing twice.
-    const CliHarness::Result r = cli.run({QStringLiteral("import"), cli.musicDir()});
+    const CliHarness::Result r = cli.run(import);
     EXPECT_EQ(r.status, 0) << r.out.constData();
     EXPECT_TRUE(r.out.startsWith(QStringLiteral("%1 added, %2 skipped").arg(total - kept).arg(kept).toUtf8())) << r.out.constData();
     EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(DISTINCT path) FROM t_song;")), QString::number(total));
     EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_song;")), QString::number(total));
+    EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--playlist"), QStringLiteral("100"), QStringLiteral("--json")}).size(), total);
+}
+
+// Several processes on one library at once (the CLI beside the player): every file once, every
+// ID its own, and each process's first draw its own.
+TEST_F(CliImportTest, ProcessesAtOnceNeverShareAnIDOrAFile)
+{
+    constexpr int files = 300, processes = 3;
+    const QString one = TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/000.flac"), 0.05);
+    for (int i = 1; i < files; ++i)
+        ASSERT_TRUE(QFile::copy(one, cli.musicDir() + QStringLiteral("/%1.flac").arg(i, 3, 10, QLatin1Char('0'))));
+    cli.run({QStringLiteral("playlists")}); // makes the library file
+    std::vector<std::unique_ptr<QProcess>> running;
+    for (int i = 0; i < processes * 2; ++i) {
+        auto p = std::make_unique<QProcess>();
+        p->setProcessEnvironment(cli.environment());
+        p->start(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"),
+                 i < processes ? QStringList{QStringLiteral("import"), cli.musicDir()}
+                               : QStringList{QStringLiteral("playlist"), QStringLiteral("new")});
+        running.push_back(std::move(p));
+    }
+    QSet<QString> playlistIDs;
+    for (auto &p : running) {
+        ASSERT_TRUE(p->waitForFinished(120000));
+        EXPECT_EQ(p->exitCode(), 0) << p->readAllStandardError().constData();
+        if (p->arguments().first() == QLatin1String("playlist"))
+            playlistIDs.insert(QString::fromUtf8(p->readAllStandardOutput()).trimmed());
+    }
+    EXPECT_EQ(playlistIDs.size(), processes);
+    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*), COUNT(DISTINCT songID), COUNT(DISTINCT path) FROM t_song;")),
+              QStringLiteral("%1|%1|%1").arg(files));
+    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_playlist WHERE iTunes = 0;")), QString::number(processes + 1));
+
+    // The first draw of a process is not the unseeded generator's first number.
+    CliHarness fresh;
+    EXPECT_NE(fresh.run({QStringLiteral("playlist"), QStringLiteral("new")}).out.trimmed(), QByteArray("1804289383"));
 }
