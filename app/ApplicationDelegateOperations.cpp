@@ -102,7 +102,8 @@ void ApplicationDelegate::mergeImport(const ImportOperation &import)
     if (!import.songsToConvert().isEmpty())
         createPreferredVersionOfSongs(import.songsToConvert(), target);
     // Errors of an import go to the log, never to an alert: the user did not wait for them.
-    if (!import.errors().isEmpty()) {
+    // A caller that lists them itself (the CLI) has said so.
+    if (!import.errors().isEmpty() && !import.failuresShownByCaller()) {
         QStringList lines;
         for (const VEKError &error : import.errors())
             lines.append(QStringLiteral("    ") + error.text());

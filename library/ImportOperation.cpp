@@ -5,6 +5,7 @@
 #include "core/VEKLog.h"
 #include "db/VEKDatabase.h"
 #include "db/VEKDatabaseQuery.h"
+#include "io/VEKAudioFileReader.h"
 #include "settings/UserDefaults.h"
 
 #include <QDir>
@@ -14,6 +15,9 @@
 #include <QUrl>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
 #include <sys/stat.h>
 #include <vector>
 
@@ -52,12 +56,29 @@ QDateTime nowToTheSecond()
     return QDateTime::fromMSecsSinceEpoch(ms - ms % 1000, Qt::UTC);
 }
 
+// Names that promise audio: such a file that FFmpeg cannot make sense of is a damaged song, not
+// a cover or a cue sheet lying beside the songs.
+bool looksLikeAudio(const QString &path)
+{
+    static const QSet<QString> extensions = {
+        QStringLiteral("flac"), QStringLiteral("mp3"),  QStringLiteral("mp2"),  QStringLiteral("ogg"),
+        QStringLiteral("oga"),  QStringLiteral("opus"), QStringLiteral("spx"),  QStringLiteral("wav"),
+        QStringLiteral("wave"), QStringLiteral("aif"),  QStringLiteral("aiff"), QStringLiteral("aifc"),
+        QStringLiteral("caf"),  QStringLiteral("m4a"),  QStringLiteral("m4b"),  QStringLiteral("mp4"),
+        QStringLiteral("aac"),  QStringLiteral("alac"), QStringLiteral("wv"),   QStringLiteral("ape"),
+        QStringLiteral("mpc"),  QStringLiteral("wma"),  QStringLiteral("tta"),  QStringLiteral("ac3"),
+        QStringLiteral("mka"),  QStringLiteral("dsf"),  QStringLiteral("dff"),  QStringLiteral("au"),
+    };
+    return extensions.contains(QFileInfo(path).suffix().toLower());
+}
+
 } // namespace
 
 struct ImportOperation::Run {
     explicit Run(ImportOperation &operation) : op(operation) { sinceCommit.start(); }
 
     void walk(const QString &root);
+    void passOver(const QString &path, const QString &reason, bool named);
     void consider(const QString &path, bool preferredOnAdd);
     void writeBatch();
     // Reads the rows written since the last look, by another process sharing the file.
@@ -80,6 +101,15 @@ struct ImportOperation::Run {
     VEKError runError;
 };
 
+void ImportOperation::Run::passOver(const QString &path, const QString &reason, bool named)
+{
+    op.m_passedOver.append({path,
+                            VEKError(QStringLiteral("ImportOperation"), 2,
+                                     VEKLocalizedString("Error_importPassedOver"),
+                                     path + QStringLiteral(": ") + reason),
+                            named});
+}
+
 void ImportOperation::Run::walk(const QString &root)
 {
     // Depth first, children in name order; a stack instead of recursion, as trees can be deep.
@@ -87,14 +117,24 @@ void ImportOperation::Run::walk(const QString &root)
     while (!stack.empty() && !op.isCancelled()) {
         const QString path = std::move(stack.back());
         stack.pop_back();
+        const bool named = path == root;
         struct stat st;
-        if (!statPath(path, st))
-            continue; // nothing there, or a link to nothing
+        if (!statPath(path, st)) {
+            // Nothing there (the CLI names a missing argument itself), or a link to nothing; but
+            // a name too long or a folder on the way that may not be entered is said.
+            if (errno != ENOENT)
+                passOver(path, QString::fromLocal8Bit(std::strerror(errno)), named);
+            continue;
+        }
         if (S_ISDIR(st.st_mode)) {
             const FileIdentity folder = identityOf(st);
             if (seenFolders.contains(folder))
                 continue; // a link back up the tree, or a folder named twice
             seenFolders.insert(folder);
+            if (::access(QFile::encodeName(path).constData(), R_OK | X_OK) != 0) {
+                passOver(path, QString::fromLocal8Bit(std::strerror(errno)), named);
+                continue;
+            }
             const QStringList children =
                 QDir(path).entryList(QDir::AllEntries | QDir::Hidden | QDir::System
                                          | QDir::NoDotAndDotDot,
@@ -105,8 +145,10 @@ void ImportOperation::Run::walk(const QString &root)
                     stack.push_back(prefix + *it);
         } else if (S_ISREG(st.st_mode)) {
             op.m_urls.append(path);
+        } else if (named) {
+            // Devices, pipes and sockets are not files to read: opening a pipe would wait forever.
+            passOver(path, QStringLiteral("not a file to read (a pipe, device or socket)"), true);
         }
-        // Devices, pipes and sockets are not files to read: opening a pipe would wait forever.
     }
 }
 
@@ -129,6 +171,11 @@ void ImportOperation::Run::consider(const QString &path, bool preferredOnAdd)
 
     VEKError fileError;
     SongPtr song = Song::initWithURL(path, &fileError);
+    if (!song && fileError.code() == VEKAudioFileReader::NoAudioStreamErrorCode
+        && !looksLikeAudio(path)) {
+        op.m_notAudio.append(path);
+        return;
+    }
     if (!song) {
         if (!fileError.isNull())
             runError = fileError;
@@ -142,7 +189,7 @@ void ImportOperation::Run::consider(const QString &path, bool preferredOnAdd)
                                  VEKLocalizedString("Error_audioFileOpen"),
                                  path + QStringLiteral(": ")
                                      + VEKLocalizedString("Error_audioFileMissing"));
-        op.m_failures.append({path, fileError});
+        op.m_failures.append({path, fileError, op.m_roots.contains(path)});
         return;
     }
     if (preferredOnAdd && !song->isInPreferredFormat()) {
@@ -257,6 +304,7 @@ void ImportOperation::Run::writeBatch()
         if (db.inTransaction())
             db.rollbackTransaction();
         op.m_errors.append(error);
+        op.m_libraryWriteFailed = true;
         for (const SongPtr &song : std::as_const(pending))
             op.m_failures.append({song->URL(), error});
     }
@@ -287,17 +335,20 @@ void ImportOperation::main()
     VEKError error;
     if (!run.db.initWithURL(m_libraryFile, &error)) {
         m_errors.append(error);
+        m_libraryWriteFailed = true;
         return;
     }
     run.insert = run.db.queryWithStatement(Database::insertSongStatement, &error);
     if (!run.insert) {
         m_errors.append(error);
+        m_libraryWriteFailed = true;
         return;
     }
     // Rows the snapshot cannot know: an import queued behind another one runs after the first
     // has written its rows but maybe before its merge, and another process may share the file.
     if (!run.catchUp(&error)) {
         m_errors.append(error);
+        m_libraryWriteFailed = true;
         return;
     }
     // The same file may be known by another path (a link, a linked folder): compare files.
@@ -313,8 +364,10 @@ void ImportOperation::main()
 
     for (const QString &file : m_files) {
         const QString path = pathOfArgument(file);
-        if (!path.isEmpty())
+        if (!path.isEmpty()) {
+            m_roots.insert(path);
             run.walk(path);
+        }
     }
 
     const double step = m_urls.isEmpty() ? 0.0 : 1.0 / double(m_urls.size());

@@ -42,6 +42,7 @@ public:
     struct Failure {
         QString path;
         VEKError error;
+        bool named = false; // the path was given in `files` itself, not found in a folder
     };
 
     static constexpr int batchSize = 200;
@@ -80,8 +81,21 @@ public:
     // Files that are not audio the reader can open, or whose rows could not be written, each
     // with its own reason.
     const QList<Failure> &failures() const { return m_failures; }
+    // Files in which FFmpeg finds no audio stream and whose names do not say audio (a cover
+    // picture, a cue sheet, a rip log): skipped without an error. A file named like audio that
+    // cannot be read stays a failure.
+    const QStringList &notAudio() const { return m_notAudio; }
+    // Paths the walk could not go into or that are no files to read, each with its reason: a
+    // folder it may not list, a name too long for the system, a pipe or device named in `files`.
+    const QList<Failure> &passedOver() const { return m_passedOver; }
     // Every error of the run, in the order met, as the merge writes them to the log.
     const QList<VEKError> &errors() const { return m_errors; }
+    // The rows could not be written (no connection, or a batch that failed to commit).
+    bool libraryWriteFailed() const { return m_libraryWriteFailed; }
+    // Set on the main thread before the merge when the caller shows the failures itself (the
+    // CLI): the merge then does not log them a second time.
+    void setFailuresShownByCaller(bool shown) { m_failuresShownByCaller = shown; }
+    bool failuresShownByCaller() const { return m_failuresShownByCaller; }
 
 protected:
     void main() override;
@@ -100,11 +114,16 @@ private:
     AudioCDMounts m_cdMounts;
     bool m_cdMountsSet = false;
 
+    QSet<QString> m_roots; // the paths of `files`, as the walk starts from them
     QStringList m_urls;
     QHash<qint64, SongPtr> m_songs;
     QList<SongPtr> m_order;
     QList<SongPtr> m_songsToConvert;
     QStringList m_duplicates;
     QList<Failure> m_failures;
+    QStringList m_notAudio;
+    QList<Failure> m_passedOver;
     QList<VEKError> m_errors;
+    bool m_libraryWriteFailed = false;
+    bool m_failuresShownByCaller = false;
 };

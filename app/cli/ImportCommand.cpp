@@ -4,12 +4,14 @@
 #include "library/ImportOperation.h"
 
 #include <QEventLoop>
-#include <QFileInfo>
+#include <QFile>
 #include <QTimer>
 #include <QUrl>
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
+#include <sys/stat.h>
 
 namespace {
 
@@ -32,13 +34,19 @@ QString reasonFor(const ImportOperation::Failure &failure)
     return text;
 }
 
-bool argumentExists(const QString &argument)
+// Nothing at all is there; other reasons not to read a path (a name too long, a folder that may
+// not be entered) the import names itself.
+bool argumentIsMissing(const QString &argument)
 {
+    QString path = argument;
     if (argument.startsWith(QLatin1String("file:"), Qt::CaseInsensitive)) {
         const QUrl url(argument);
-        return url.isLocalFile() && QFileInfo::exists(url.toLocalFile());
+        if (!url.isLocalFile())
+            return true;
+        path = url.toLocalFile();
     }
-    return QFileInfo::exists(argument);
+    struct stat st;
+    return ::stat(QFile::encodeName(path).constData(), &st) != 0 && (errno == ENOENT || errno == ENOTDIR);
 }
 
 int run(CliSession &session, const QStringList &argv, const CliCommand &command)
@@ -70,12 +78,14 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
 
     QStringList missing;
     for (const QString &argument : args.positional())
-        if (!argumentExists(argument))
+        if (argumentIsMissing(argument))
             missing.append(argument);
 
     const std::shared_ptr<ImportOperation> operation = d.addFilesToLibrary(args.positional());
     if (!operation)
         return 1;
+    // The summary below names every failure: the log need not say them again.
+    operation->setFailuresShownByCaller(true);
 
     g_interrupted.store(false);
     const auto previousHandler = std::signal(SIGINT, onInterrupt);
@@ -106,21 +116,35 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
     QTextStream &out = session.out();
     const qsizetype failed = operation->failures().size() + missing.size();
     out << operation->songs().size() << " added, " << operation->duplicates().size()
-        << " skipped as duplicates, " << failed << " failed";
+        << " skipped as duplicates, " << operation->notAudio().size() << " not audio, " << failed
+        << " failed";
+    if (!operation->passedOver().isEmpty())
+        out << ", " << operation->passedOver().size() << " passed over";
     if (!operation->songsToConvert().isEmpty())
         out << ", " << operation->songsToConvert().size()
             << " converted to the preferred format instead of added as they are";
     out << '\n';
+    bool namedFailed = !missing.isEmpty();
     for (const QString &argument : std::as_const(missing))
         out << "failed: " << argument << ": no such file or folder\n";
-    for (const ImportOperation::Failure &failure : operation->failures())
+    for (const ImportOperation::Failure &failure : operation->failures()) {
         out << "failed: " << failure.path << ": " << reasonFor(failure) << '\n';
+        namedFailed = namedFailed || failure.named;
+    }
+    for (const ImportOperation::Failure &item : operation->passedOver()) {
+        out << "passed over: " << item.path << ": " << item.error.failureReason().mid(item.path.size() + 2) << '\n';
+        namedFailed = namedFailed || item.named;
+    }
     if (g_interrupted.load())
         out << "interrupted: the songs added so far stay in the library\n";
     out.flush();
     if (g_interrupted.load())
         return 130;
-    return failed > 0 ? 1 : 0;
+    // A file found in a folder that is not a song does not make the run fail; the library not
+    // being written, or a file the user named failing, does.
+    if (operation->libraryWriteFailed())
+        session.fail(QStringLiteral("the library file could not be written"));
+    return operation->libraryWriteFailed() || namedFailed ? 1 : 0;
 }
 
 } // namespace
@@ -134,9 +158,11 @@ CliCommand importCommand()
         "quivera-cli import PATH... [--playlist ID]\n\n"
         "Adds audio files to the library. A folder is searched with all its sub-folders;\n"
         "names that start with a dot are left out. A file the library already has is skipped,\n"
-        "and so is a file met twice (by a link, or named twice). A bar shows the progress on a\n"
-        "terminal. At the end one line counts what was added, skipped and what failed, and\n"
-        "each failed file follows with its reason. The status is 1 when any file failed.\n"
+        "and so is a file met twice (by a link, or named twice), and a file that holds no audio\n"
+        "(a cover, a cue sheet, a log). A bar shows the progress on a terminal. At the end one\n"
+        "line counts what was added, skipped and what failed, and each failed file and each\n"
+        "path passed over (a folder that may not be read, a pipe) follows with its reason. The\n"
+        "status is 1 when the library could not be written or a path named here failed.\n"
         "Ctrl-C stops the import; the songs added so far stay.\n\n"
         "  --playlist ID   add the new songs to this playlist too (see 'quivera-cli playlists')");
     c.run = [c](CliSession &s, const QStringList &a) { return run(s, a, c); };

@@ -34,6 +34,7 @@ enum ErrorCode {
     Damaged = 4,
     ReadFailed = 5,
     NotOpen = 6,
+    NoAudioStream = int(VEKAudioFileReader::NoAudioStreamErrorCode),
 };
 
 // A file held in memory, read by FFmpeg through callbacks instead of from the disk.
@@ -425,13 +426,13 @@ bool VEKAudioFileReader::Impl::open(const QString &path, VEKError *error)
         // not make sense of is "no audio".
         const bool systemError = rc == AVERROR(EACCES) || rc == AVERROR(EPERM) || rc == AVERROR(ENOENT)
             || rc == AVERROR(EISDIR) || rc == AVERROR(ENOMEM) || rc == AVERROR(EMFILE);
-        return fail(systemError ? OpenFailed : NoAudio,
+        return fail(systemError ? OpenFailed : rc == AVERROR_INVALIDDATA ? NoAudioStream : NoAudio,
                     systemError ? "Error_audioFileOpen" : "Error_audioFileNoAudio", ffmpegErrorText(rc));
     }
 
     streamIndex = av_find_best_stream(fmt, AVMEDIA_TYPE_AUDIO, -1, -1, &codec, 0);
     if (streamIndex < 0 || !codec)
-        return fail(NoAudio, "Error_audioFileNoAudio",
+        return fail(streamIndex == AVERROR_DECODER_NOT_FOUND ? NoAudio : NoAudioStream, "Error_audioFileNoAudio",
                     streamIndex == AVERROR_DECODER_NOT_FOUND ? QStringLiteral("no decoder for its audio")
                                                              : QStringLiteral("no audio stream"));
     for (unsigned i = 0; i < fmt->nb_streams; ++i)

@@ -26,6 +26,10 @@ public:
     // missing, not audio, or no stream can be decoded. A file whose end is missing (cut short
     // while copying) is refused as well, so a lossless length can be trusted.
     virtual bool initWithURL(const QString &path, VEKError *error = nullptr);
+    // The error code of initWithURL when FFmpeg finds no audio stream at all: a format it does
+    // not know (a text, a cue sheet) or one that holds none (a picture). A stream that is there
+    // but cannot be decoded gives another code.
+    static constexpr qint64 NoAudioStreamErrorCode = 7;
 
     static std::unique_ptr<VEKAudioFileReader> open(const QString &path, VEKError *error = nullptr);
 
