@@ -3,6 +3,7 @@
 // an ALSA device with `play`), must come back as the signal, every frame in its place.
 
 #include "CliHarness.h"
+#include "support/AlsaWorld.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 #include "support/WaveFile.h"
@@ -370,18 +371,12 @@ public:
         : m_dir(TestEnvironment::makeTempDir(QStringLiteral("alsa"))), m_old(qgetenv("ALSA_CONFIG_PATH")),
           m_had(qEnvironmentVariableIsSet("ALSA_CONFIG_PATH"))
     {
-        const QString conf = m_dir + QStringLiteral("/asound.conf");
-        QFile f(conf);
-        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(QStringLiteral("pcm_type.quivera_test { lib \"%2\" }\n"
-                               "pcm.gaplesscard {\n  type quivera_test\n  rates [ 44100 ]\n"
-                               "  formats [ \"S16_LE\" \"S24_3LE\" ]\n  paced true\n}\n"
-                               "pcm.gaplessfile {\n  type file\n  slave.pcm \"gaplesscard\"\n"
-                               "  file \"%1/play-%r-%c-%b.raw\"\n  format \"raw\"\n}\n")
-                    .arg(m_dir, module)
-                    .toUtf8());
-        f.close();
-        qputenv("ALSA_CONFIG_PATH", QFile::encodeName(conf));
+        EXPECT_FALSE(AlsaWorld::install(
+                         m_dir, module,
+                         AlsaWorld::card(QStringLiteral("gaplesscard"), QStringLiteral("44100"),
+                                         QStringLiteral("\"S16_LE\" \"S24_3LE\""), QStringLiteral("  paced true\n"))
+                             + AlsaWorld::filePCM(uid(), QStringLiteral("gaplesscard"), m_dir, QStringLiteral("play")))
+                         .isEmpty());
     }
     ~AlsaFileDevice()
     {

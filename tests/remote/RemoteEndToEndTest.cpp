@@ -3,6 +3,7 @@
 // playlists, settings and transport through it (each command's own rules are checked on a fake host).
 
 #include "RemoteTestSupport.h"
+#include "support/AlsaWorld.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
@@ -38,19 +39,12 @@ const Fixture fixtures[] = {
 // A sound card that takes its samples in real time, so that a song lasts as long as it plays.
 QString writeALSAConfiguration()
 {
-    const QString dir = TestEnvironment::makeTempDir(QStringLiteral("alsa"));
-    const QString path = dir + QStringLiteral("/asound.conf");
-    QFile f(path);
-    if (!f.open(QIODevice::WriteOnly))
-        return {};
-    f.write(QStringLiteral("pcm_type.quivera_test { lib \"%1\" }\n"
-                           "pcm.null { type null }\n"
-                           "pcm.default {\n  type quivera_test\n  rates [ 44100 48000 ]\n"
-                           "  formats [ \"S16_LE\" ]\n  paced true\n"
-                           "  hint { show on description \"Paced test card\" }\n}\n")
-                .arg(QStringLiteral(QUIVERA_TEST_ALSA_PLUGIN))
-                .toUtf8());
-    return path;
+    return AlsaWorld::install(TestEnvironment::makeTempDir(QStringLiteral("alsa")),
+                              QStringLiteral(QUIVERA_TEST_ALSA_PLUGIN),
+                              QStringLiteral("pcm.null { type null }\n")
+                                  + AlsaWorld::card(QStringLiteral("default"), QStringLiteral("44100 48000"),
+                                                    QStringLiteral("\"S16_LE\""), QStringLiteral("  paced true\n"),
+                                                    QStringLiteral("Paced test card")));
 }
 
 int runCli(const QStringList &args, QByteArray *out)

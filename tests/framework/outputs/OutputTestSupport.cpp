@@ -1,10 +1,10 @@
 #include "OutputTestSupport.h"
 
+#include "support/AlsaWorld.h"
 #include "support/TestEnvironment.h"
 
 #include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QThread>
 #include <QtEndian>
 #include <gtest/gtest.h>
@@ -15,27 +15,6 @@ namespace OutputTestSupport {
 
 namespace {
 QString g_dir;
-
-// A `file` PCM over `slave`, named after the format it was opened with.
-QString filePCM(const QString &name, const QString &slave, const QString &stem, const QString &hint = {})
-{
-    QString s = QStringLiteral("pcm.%1 {\n  type file\n  slave.pcm \"%2\"\n  file \"%3/%4-%r-%c-%b.raw\"\n"
-                               "  format \"raw\"\n")
-                    .arg(name, slave, g_dir, stem);
-    if (!hint.isEmpty())
-        s += QStringLiteral("  hint { show on description \"%1\" }\n").arg(hint);
-    return s + QStringLiteral("}\n");
-}
-
-QString card(const QString &name, const QString &rates, const QString &formats, const QString &extra,
-             const QString &hint = {})
-{
-    QString s = QStringLiteral("pcm.%1 {\n  type quivera_test\n  rates [ %2 ]\n  formats [ %3 ]\n%4")
-                    .arg(name, rates, formats, extra);
-    if (!hint.isEmpty())
-        s += QStringLiteral("  hint { show on description \"%1\" }\n").arg(hint);
-    return s + QStringLiteral("}\n");
-}
 }
 
 void installALSAConfiguration()
@@ -43,10 +22,11 @@ void installALSAConfiguration()
     if (!g_dir.isEmpty())
         return;
     g_dir = TestEnvironment::makeTempDir(QStringLiteral("alsa"));
-    const QString module = QStringLiteral(QUIVERA_TEST_ALSA_PLUGIN);
-    QString c;
-    c += QStringLiteral("pcm_type.quivera_test { lib \"%1\" }\nctl_type.quivera_test { lib \"%1\" }\n").arg(module);
-    c += QStringLiteral("pcm.null { type null }\n");
+    using AlsaWorld::card;
+    const auto filePCM = [](const QString &name, const QString &slave, const QString &stem, const QString &hint = {}) {
+        return AlsaWorld::filePCM(name, slave, g_dir, stem, hint);
+    };
+    QString c = QStringLiteral("pcm.null { type null }\n");
     c += filePCM(QStringLiteral("default"), QStringLiteral("null"), QStringLiteral("default"),
                  QStringLiteral("The test default"));
     c += filePCM(QStringLiteral("anyformat"), QStringLiteral("null"), QStringLiteral("any"),
@@ -80,12 +60,7 @@ void installALSAConfiguration()
                         "  state { @func concat strings [ \"%1/mixer-\" $CARD ] }\n}\n")
              .arg(g_dir);
 
-    const QString path = g_dir + QStringLiteral("/asound.conf");
-    QFile f(path);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write(c.toUtf8());
-    f.close();
-    qputenv("ALSA_CONFIG_PATH", QFile::encodeName(path));
+    ASSERT_FALSE(AlsaWorld::install(g_dir, QStringLiteral(QUIVERA_TEST_ALSA_PLUGIN), c).isEmpty());
 }
 
 QString alsaDir() { return g_dir; }
