@@ -383,8 +383,12 @@ bool Stream::loadSong(const SongPtr &song, quint64 index, VEKError *error)
     router->router().clearTies();
     router->router().tie(0, 0);
     router->router().tie(std::min<quint32>(channels - 1, 1), 1);
-    if (auto *c = qobject_cast<VEKConverterAudioProcessor *>(converter.get()))
-        c->setInSampleRate(file->sampleRate(), nullptr);
+    // The branch's converter only passes the song through (the conversion follows the
+    // conductor): at its output's rate it builds no filter for nothing.
+    if (auto *c = qobject_cast<VEKConverterAudioProcessor *>(converter.get())) {
+        const VEKAudioConnection *out = c->outputConnection();
+        c->setInSampleRate(out && out->sampleRate() > 0.0 ? out->sampleRate() : file->sampleRate(), nullptr);
+    }
     if (isInitialized()) {
         for (auto it = std::rbegin(chain); it != std::rend(chain); ++it) {
             if (!*it)
