@@ -154,7 +154,7 @@ void ApplicationDelegate::mergeConversion(const ConvertOperation &conversion)
 {
     // A failed conversion has written no row and added no song; the source stays as it was.
     if (!conversion.success()) {
-        if (!conversion.error().isNull())
+        if (!conversion.failureShownByCaller())
             conversion.error().alert();
         return;
     }

@@ -2,7 +2,6 @@
 
 #include "Database.h"
 #include "core/VEKLocalizedString.h"
-#include "core/VEKLog.h"
 #include "db/VEKDatabase.h"
 #include "db/VEKDatabaseQuery.h"
 #include "dsp/VEKPlatformConverter.h"
@@ -125,10 +124,9 @@ QVariantMap ConvertOperation::streamDescription(VEKError *error)
 
 void ConvertOperation::main()
 {
+    // A failure is reported by the merge, on the main thread: once.
     if (convert())
         m_success = addResultToLibrary();
-    if (!m_success && !m_error.isNull())
-        VEKLog(QStringLiteral("conversion of %1 failed: %2").arg(m_song->URL(), m_error.text()));
 }
 
 bool ConvertOperation::convert()

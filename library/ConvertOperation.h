@@ -53,6 +53,10 @@ public:
     bool success() const { return m_success; }
     // What went wrong, when success() is false; null for a conversion cancelled before it ran.
     const VEKError &error() const { return m_error; }
+    // Set on the main thread before the merge when the caller reports the outcome itself (the
+    // CLI's summary): the merge then shows no alert for a failure, so it is said once.
+    void setFailureShownByCaller(bool shown) { m_failureShownByCaller = shown; }
+    bool failureShownByCaller() const { return m_failureShownByCaller; }
     // The file written; empty unless success() (and after a cancellation, which leaves nothing).
     const QString &resultURL() const { return m_resultURL; }
     // The new song: read from the result, with a new songID and dateAdded, its row written.
@@ -84,6 +88,7 @@ private:
 
     bool m_success = false;
     VEKError m_error;
+    bool m_failureShownByCaller = false;
     QString m_resultURL;
     SongPtr m_result;
 };

@@ -6,6 +6,7 @@
 
 #include <QCoreApplication>
 #include <QTimer>
+#include <algorithm>
 #include <cmath>
 
 namespace CliPlayback {
@@ -51,8 +52,19 @@ bool cue(CliSession &session, const QString &playlistID, const QString &songID)
     }
     stream->setPlaylist(playlist);
     stream->setCurrentSong(song);
-    // The stream has already said why a file would not open.
-    return stream->currentSong() != nullptr;
+    if (stream->currentSong())
+        return true;
+    // The stream has said why a file would not open; songs whose files are gone it passes over
+    // without a word, so a playlist of them only would end here in silence.
+    if (!session.failed()) {
+        const QList<SongPtr> songs = playlist->songs();
+        const bool allMissing = std::all_of(songs.cbegin(), songs.cend(),
+                                            [](const SongPtr &s) { return s->isMissing(); });
+        session.fail(allMissing ? QStringLiteral("every song of the playlist \"%1\" is missing its file").arg(playlist->name())
+                                : QStringLiteral("no song of the playlist \"%1\" from there on could be played: their files are missing")
+                                      .arg(playlist->name()));
+    }
+    return false;
 }
 
 bool runUntilEnd(CliSession &session, const std::function<void()> &status)

@@ -104,6 +104,8 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
         d.createPreferredVersionOfSongs(toConvert, target);
     QSet<const Song *> queued;
     for (const auto &operation : operations)
+        operation->setFailureShownByCaller(true); // the summary below names each failure
+    for (const auto &operation : operations)
         queued.insert(operation->song().get());
     for (const SongPtr &song : std::as_const(toConvert))
         if (!queued.contains(song.get())) {

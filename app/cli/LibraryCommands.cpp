@@ -1,5 +1,7 @@
 #include "CliCommand.h"
 
+#include <QRegularExpression>
+
 CliCommand removeCommand()
 {
     CliCommand c;
@@ -74,6 +76,13 @@ CliCommand tagCommand()
                 return 2;
             }
             const QString value = pair.mid(eq + 1);
+            // A track or disc is what the file's number fields can hold.
+            static const QRegularExpression number(QStringLiteral("^\\s*[0-9]+(\\s+of\\s+[0-9]+)?\\s*$"));
+            if ((key == QLatin1String("track") || key == QLatin1String("disc")) && !value.isEmpty()
+                && !number.match(value).hasMatch()) {
+                session.fail(QStringLiteral("%1 must be a number or \"N of M\", not \"%2\"").arg(key, value));
+                return 2;
+            }
             metadata.insert(key, value.isEmpty() ? QVariant() : QVariant(value));
         }
         if (!session.launch())

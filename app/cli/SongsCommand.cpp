@@ -8,6 +8,27 @@
 
 namespace {
 
+// One song per line: a tag holding a line break or a tab would break the listing, so such
+// characters are written as escapes.
+QString oneLine(const QString &text)
+{
+    QString out;
+    out.reserve(text.size());
+    for (const QChar c : text) {
+        if (c == u'\n')
+            out += QStringLiteral("\\n");
+        else if (c == u'\r')
+            out += QStringLiteral("\\r");
+        else if (c == u'\t')
+            out += QStringLiteral("\\t");
+        else if (c.unicode() < 0x20 || c.unicode() == 0x7f || c == QChar(0x2028) || c == QChar(0x2029))
+            out += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
+        else
+            out += c;
+    }
+    return out;
+}
+
 int run(CliSession &session, const QStringList &argv, const CliCommand &command)
 {
     const CliArguments args(argv, {QStringLiteral("playlist"), QStringLiteral("search"), QStringLiteral("scope")},
@@ -50,11 +71,11 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
     for (const SongPtr &s : songs) {
         session.out() << QString::number(s->songID()).rightJustified(11) << "  "
                       << VEKTimeFormatter().stringForSeconds(s->length()).rightJustified(6) << "  "
-                      << (s->isMissing() ? QStringLiteral("! ") : QString()) << s->name();
+                      << (s->isMissing() ? QStringLiteral("! ") : QString()) << oneLine(s->name());
         if (!s->artist().isEmpty())
-            session.out() << " — " << s->artist();
+            session.out() << " — " << oneLine(s->artist());
         if (!s->album().isEmpty())
-            session.out() << " — " << s->album();
+            session.out() << " — " << oneLine(s->album());
         session.out() << '\n';
     }
     session.out().flush();

@@ -191,6 +191,7 @@ TEST_F(CliConvertTest, AMissingOrUnreadableSourceFailsClearly)
     EXPECT_NE(r.status, 0);
     EXPECT_TRUE(r.out.contains("failed: song " + songID.toUtf8())) << r.out.constData();
     EXPECT_TRUE(r.out.contains("0 converted, 0 skipped, 1 failed")) << r.out.constData();
+    EXPECT_TRUE(r.err.isEmpty()) << r.err.constData(); // said once, in the summary
 
     ASSERT_TRUE(QFile::remove(source));
     r = cli.run({QStringLiteral("convert"), songID});

@@ -240,10 +240,21 @@ TEST_F(CliLibraryTest, BadInputGivesClearMessagesAndFailingStatus)
     expectFailure({QStringLiteral("playlist"), QStringLiteral("set"), QStringLiteral("100"), QStringLiteral("--shuffle"), QStringLiteral("maybe")}, 2, "on or off");
     expectFailure({QStringLiteral("tag"), QStringLiteral("-10"), QStringLiteral("mood=happy")}, 2, "KEY=VALUE");
     expectFailure({QStringLiteral("tag"), QStringLiteral("-14"), QStringLiteral("title=x")}, 1, "missing");
+    expectFailure({QStringLiteral("tag"), QStringLiteral("-10"), QStringLiteral("track=abc")}, 2, "a number or \"N of M\"");
+    expectFailure({QStringLiteral("tag"), QStringLiteral("-10"), QStringLiteral("disc=1 of x")}, 2, "a number or \"N of M\"");
+    const QString lost = QString::fromUtf8(cli.run({QStringLiteral("playlist"), QStringLiteral("new"), QStringLiteral("-14")}).out).trimmed();
+    expectFailure({QStringLiteral("render"), QStringLiteral("--playlist"), lost, QStringLiteral("--out"), cli.musicDir() + QStringLiteral("/x.wav")},
+                  1, "every song of the playlist");
     expectFailure({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("volumeKnob"), QStringLiteral("loud")}, 2, "JSON");
     const QString mp3 = cli.musicDir() + QStringLiteral("/x.mp3");
     expectFailure({QStringLiteral("render"), QStringLiteral("--out"), mp3}, 2, ".wav");
     EXPECT_FALSE(QFile::exists(mp3)) << "no WAV under another name";
+
+    // A line break in a tag stays on the song's one line of the listing.
+    ASSERT_EQ(cli.run({QStringLiteral("tag"), QStringLiteral("-13"), QStringLiteral("title=two\nlines")}).status, 0);
+    const QByteArray listing = cli.run({QStringLiteral("songs")}).out;
+    EXPECT_EQ(listing.count('\n'), 5) << listing.constData();
+    EXPECT_TRUE(listing.contains("two\\nlines")) << listing.constData();
 
     // An audio file that became garbage: the tag write says why.
     ASSERT_TRUE(TestEnvironment::writeFile(cli.musicDir() + QStringLiteral("/b.flac"), QByteArray(2048, '\x7f')));
