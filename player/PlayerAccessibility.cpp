@@ -1,6 +1,8 @@
 #include "PlayerAccessibility.h"
 
 #include "PlayerButton.h"
+#include "MiniPlayerPosition.h"
+#include "MiniPlayerScrollingText.h"
 #include "PlayerLabel.h"
 #include "PlayerPosition.h"
 #include "PlayerRepeatButton.h"
@@ -94,6 +96,8 @@ public:
             return double(volume->volume());
         if (auto *position = qobject_cast<PlayerPosition *>(widget()))
             return double(position->location());
+        if (auto *mini = qobject_cast<MiniPlayerPosition *>(widget()))
+            return double(mini->location());
         return 0.0;
     }
 
@@ -104,6 +108,8 @@ public:
             volume->setVolume(v);
         else if (auto *position = qobject_cast<PlayerPosition *>(widget()))
             position->seek(v);
+        else if (auto *mini = qobject_cast<MiniPlayerPosition *>(widget()))
+            mini->seek(v);
     }
 
     QStringList actionNames() const override
@@ -138,6 +144,8 @@ public:
         if (auto *title = qobject_cast<PlayerTitle *>(widget()))
             return title->artist().isEmpty() && title->title().isEmpty()
                 ? QString() : title->artist() + QStringLiteral(" \u2022 ") + title->title();
+        if (auto *line = qobject_cast<MiniPlayerScrollingText *>(widget()))
+            return line->text();
         return {};
     }
 
@@ -171,7 +179,10 @@ QAccessibleInterface *factory(const QString &, QObject *object)
         return new ValueAccessible(volume, QAccessible::Dial);
     if (auto *position = qobject_cast<PlayerPosition *>(object))
         return new ValueAccessible(position, QAccessible::Slider);
-    if (qobject_cast<PlayerLabel *>(object) || qobject_cast<PlayerTitle *>(object))
+    if (auto *position = qobject_cast<MiniPlayerPosition *>(object))
+        return new ValueAccessible(position, QAccessible::Slider);
+    if (qobject_cast<PlayerLabel *>(object) || qobject_cast<PlayerTitle *>(object)
+        || qobject_cast<MiniPlayerScrollingText *>(object))
         return new TextAccessible(static_cast<QWidget *>(object));
     return nullptr;
 }

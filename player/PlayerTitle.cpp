@@ -50,6 +50,24 @@ PlayerTitle::ScrollState PlayerTitle::scrollStateAt(double seconds, double trave
     return s;
 }
 
+double PlayerTitle::restAt(double seconds)
+{
+    const double t = std::fmod(seconds, cycleSeconds);
+    if (t < 3.0)
+        return 3.0 - t;
+    if (t >= 6.0 && t < 9.0)
+        return 9.0 - t;
+    return 0.0;
+}
+
+int PlayerTitle::nextFrameDelayAt(double seconds)
+{
+    // Redraw at the display's pace while the line moves or fades, and not at all while it
+    // rests: the rests are most of the cycle.
+    const double wait = restAt(seconds);
+    return wait > 0.0 ? int(std::ceil(wait * 1000.0)) : 16;
+}
+
 PlayerTitle::PlayerTitle(QWidget *parent) : QWidget(parent)
 {
     PlayerAccessibility::install();
@@ -105,15 +123,7 @@ void PlayerTitle::tick()
     if (!m_scrolling)
         return;
     update();
-    // Redraw at the display's pace while the line moves or fades, and not at all while it
-    // rests: the rests are most of the cycle.
-    const double t = std::fmod(m_clock.elapsed() / 1000.0, cycleSeconds);
-    double wait = 0.0;
-    if (t < 3.0)
-        wait = 3.0 - t;
-    else if (t >= 6.0 && t < 9.0)
-        wait = 9.0 - t;
-    m_timer.start(wait > 0.0 ? int(std::ceil(wait * 1000.0)) : 16);
+    m_timer.start(nextFrameDelayAt(m_clock.elapsed() / 1000.0));
 }
 
 void PlayerTitle::resizeEvent(QResizeEvent *event)

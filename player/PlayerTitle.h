@@ -20,6 +20,11 @@ public:
         double opacity = 1.0;
     };
     static ScrollState scrollStateAt(double seconds, double travel);
+    // How long the line rests from `seconds` on before it moves again; 0 while it moves or fades,
+    // when it is redrawn at the display's pace.
+    static double restAt(double seconds);
+    // Milliseconds until a scrolling line needs its next frame.
+    static int nextFrameDelayAt(double seconds);
 
     explicit PlayerTitle(QWidget *parent = nullptr);
 

@@ -2,6 +2,8 @@
 
 #include "AboutWindow.h"
 #include "AddToLibraryDialog.h"
+#include "MiniPlayerController.h"
+#include "MiniPlayerWindow.h"
 #include "PlayerController.h"
 #include "PlayerWindow.h"
 #include "UserGuide.h"
@@ -62,14 +64,17 @@ void WindowedApplication::createControllers()
     // exist; each then answers its `has` question in the header and takes the main menu (the
     // library window as its menu bar).
     m_player = std::make_unique<PlayerController>(*m_delegate);
-    PlayerWindow *window = m_player->window();
-    // The player is frameless and has no menu bar: its bare background opens the whole menu,
-    // and the menu's keys work while it is shown.
-    m_menu->attachTo(window);
-    window->setContextMenuPolicy(Qt::CustomContextMenu);
-    connect(window, &QWidget::customContextMenuRequested, this, [this, window](const QPoint &at) {
-        m_menu->contextMenu()->popup(window->mapToGlobal(at));
-    });
+    m_mini = std::make_unique<MiniPlayerController>(*m_delegate);
+    // The players are frameless and have no menu bar: their bare background opens the whole
+    // menu, and the menu's keys work while either is shown.
+    for (QWidget *window : {static_cast<QWidget *>(m_player->window()), static_cast<QWidget *>(m_mini->window())}) {
+        m_menu->attachTo(window);
+        window->setContextMenuPolicy(Qt::CustomContextMenu);
+        connect(window, &QWidget::customContextMenuRequested, this, [this, window](const QPoint &at) {
+            m_menu->contextMenu()->popup(window->mapToGlobal(at));
+        });
+    }
+    m_menu->validate();
 }
 
 void WindowedApplication::terminate()
@@ -85,7 +90,8 @@ void WindowedApplication::terminate()
 
 void WindowedApplication::releaseWindows()
 {
-    // The mini player goes before the player and the library window after it, when they exist.
+    // The mini player goes before the player, and the library window after it when it exists.
+    m_mini.reset();
     m_player.reset();
     delete m_about;
     delete m_progress;
@@ -121,7 +127,11 @@ void WindowedApplication::showPlayer()
     if (!m_player)
         return;
     const quint64 size = quint64(UserDefaults::standard().integerForKey(QStringLiteral("playerSize")));
-    // Above 3 the mini player stands in for the player; until it exists the player shows.
+    // Above 3 the mini player stands in for the player.
+    if (size > 3 && m_mini) {
+        m_mini->setPlayerSize(size);
+        return;
+    }
     const QScreen *screen = QGuiApplication::primaryScreen();
     m_player->setPlayerSize(size <= 3 ? size
                                       : ApplicationDelegate::playerSizeForScreen(
@@ -162,9 +172,11 @@ void WindowedApplication::addToLibrary()
 
 void WindowedApplication::setPlayerSize(quint64 size)
 {
-    // Each player takes the size first (the mini player too, when it exists), then it is kept.
+    // Each player takes the size first, then it is kept.
     if (m_player)
         m_player->setPlayerSize(size);
+    if (m_mini)
+        m_mini->setPlayerSize(size);
     UserDefaults::standard().setValue(QStringLiteral("playerSize"), size);
 }
 

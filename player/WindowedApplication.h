@@ -13,6 +13,7 @@
 #include <optional>
 
 class AboutWindow;
+class MiniPlayerController;
 class PlayerController;
 class QProgressDialog;
 class UserGuide;
@@ -22,9 +23,9 @@ class UserGuide;
 //
 // The window controllers come last in the launch, when the library is loaded and the stream
 // runs, and go in the shutdown after the library file and before the stream. The player window
-// is the one shown today; the library window, the mini player and the preferences join in
-// createControllers() and answer the `has` questions of the menu, which keeps their items
-// disabled until then.
+// and the mini player are made in createControllers() (the library window and the preferences
+// join them there) and answer the `has` questions of the menu, which keeps the items of a window
+// that is not there disabled.
 class WindowedApplication : public QObject, public MainMenu::Windows {
     Q_OBJECT
 public:
@@ -49,7 +50,7 @@ public:
     // MainMenu::Windows
     bool hasPlayerWindow() const override { return m_player != nullptr; }
     bool hasLibraryWindow() const override { return false; }
-    bool hasMiniPlayer() const override { return false; }
+    bool hasMiniPlayer() const override { return m_mini != nullptr; }
     bool hasPreferences() const override { return false; }
     void showPlayer() override;
     void openLibrary() override {}
@@ -64,6 +65,7 @@ public:
     void quit() override;
 
     PlayerController *playerController() const { return m_player.get(); }
+    MiniPlayerController *miniPlayerController() const { return m_mini.get(); }
 
 private:
     // What the core asks of the windows, through the front end's signals.
@@ -84,6 +86,7 @@ private:
     std::unique_ptr<UserGuide> m_guide;
     // The window controllers.
     std::unique_ptr<PlayerController> m_player;
+    std::unique_ptr<MiniPlayerController> m_mini;
     QPointer<AboutWindow> m_about;
     QPointer<QProgressDialog> m_progress;
     bool m_launched = false;

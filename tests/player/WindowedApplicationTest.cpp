@@ -7,6 +7,8 @@
 #include "outputs/VEKAudioDevice.h"
 #include "player/AddToLibraryDialog.h"
 #include "player/MainMenu.h"
+#include "player/MiniPlayerController.h"
+#include "player/MiniPlayerWindow.h"
 #include "player/PlayerController.h"
 #include "player/PlayerWindow.h"
 #include "player/UserGuide.h"
@@ -95,7 +97,7 @@ TEST_F(WindowedLaunch, TheMenusKeysFollowTheModelWithoutAMenuBeingOpened)
     // Windows that are not there yet: their items and keys stay off.
     EXPECT_FALSE(app.mainMenu()->action(A::OpenLibrary)->isEnabled());
     EXPECT_FALSE(app.mainMenu()->action(A::OpenPreferences)->isEnabled());
-    EXPECT_FALSE(app.mainMenu()->action(A::ViewSizeChanged, 4)->isEnabled());
+    EXPECT_TRUE(app.mainMenu()->action(A::ViewSizeChanged, 4)->isEnabled());
     EXPECT_TRUE(app.mainMenu()->action(A::ViewSizeChanged, 3)->isEnabled());
 }
 
@@ -105,6 +107,17 @@ TEST_F(WindowedLaunch, AViewSizeResizesThePlayerAndIsKept)
     EXPECT_EQ(window->size(), QSize(600, 150));
     EXPECT_EQ(UserDefaults::standard().integerForKey(u"playerSize"_s), 3);
     EXPECT_TRUE(app.mainMenu()->action(A::ViewSizeChanged, 3)->isChecked());
+
+    // The mini player's size hides the player and shows it in the same place; back again.
+    QWidget *mini = app.miniPlayerController()->window();
+    app.mainMenu()->action(A::ViewSizeChanged, 4)->trigger();
+    EXPECT_FALSE(window->isVisible());
+    EXPECT_TRUE(mini->isVisible());
+    EXPECT_EQ(mini->geometry().center(), window->geometry().center());
+    EXPECT_TRUE(app.mainMenu()->action(A::ViewSizeChanged, 4)->isChecked());
+    app.mainMenu()->action(A::ViewSizeChanged, 1)->trigger();
+    EXPECT_TRUE(window->isVisible());
+    EXPECT_FALSE(mini->isVisible());
 }
 
 TEST(UserGuide, TheGuideIsTypesetIntoAPdfWithAPagePerChapterAndPackedAsAnEpub)
