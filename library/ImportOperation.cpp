@@ -15,6 +15,7 @@
 #include <QUrl>
 
 #include <algorithm>
+#include <dirent.h>
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
@@ -70,6 +71,27 @@ bool looksLikeAudio(const QString &path)
         QStringLiteral("mka"),  QStringLiteral("dsf"),  QStringLiteral("dff"),  QStringLiteral("au"),
     };
     return extensions.contains(QFileInfo(path).suffix().toLower());
+}
+
+// The name's UTF-8 as text and every byte that is not part of it as \xNN.
+QString readableName(const QByteArray &name)
+{
+    QString out;
+    qsizetype i = 0;
+    while (i < name.size()) {
+        const auto byte = uchar(name.at(i));
+        const qsizetype length = byte < 0x80 ? 1 : (byte >> 5) == 0x6 ? 2 : (byte >> 4) == 0xe ? 3 : (byte >> 3) == 0x1e ? 4 : 0;
+        const QByteArray piece = length ? name.mid(i, length) : QByteArray();
+        const QString text = QString::fromUtf8(piece);
+        if (length && piece.size() == length && text.toUtf8() == piece) {
+            out += text;
+            i += length;
+        } else {
+            out += QStringLiteral("\\x") + QString::number(byte, 16).toUpper().rightJustified(2, u'0');
+            ++i;
+        }
+    }
+    return out;
 }
 
 } // namespace
@@ -135,14 +157,27 @@ void ImportOperation::Run::walk(const QString &root)
                 passOver(path, QString::fromLocal8Bit(std::strerror(errno)), named);
                 continue;
             }
-            const QStringList children =
-                QDir(path).entryList(QDir::AllEntries | QDir::Hidden | QDir::System
-                                         | QDir::NoDotAndDotDot,
-                                     QDir::Name);
             const QString prefix = path.endsWith(u'/') ? path : path + u'/';
+            QStringList children;
+            if (DIR *dir = ::opendir(QFile::encodeName(path).constData())) {
+                while (const dirent *entry = ::readdir(dir)) {
+                    const QByteArray name(entry->d_name);
+                    if (name.startsWith('.'))
+                        continue;
+                    // A name that is not UTF-8 (an old archive's Latin-1) would come back as
+                    // another name and never be found: said, with its odd bytes shown.
+                    const QString text = QString::fromUtf8(name);
+                    if (text.toUtf8() != name)
+                        passOver(prefix + readableName(name),
+                                 QStringLiteral("its name is not UTF-8, which Quivera cannot keep yet"), false);
+                    else
+                        children.append(text);
+                }
+                ::closedir(dir);
+            }
+            std::sort(children.begin(), children.end());
             for (auto it = children.crbegin(); it != children.crend(); ++it)
-                if (!it->startsWith(u'.'))
-                    stack.push_back(prefix + *it);
+                stack.push_back(prefix + *it);
         } else if (S_ISREG(st.st_mode)) {
             op.m_urls.append(path);
         } else if (named) {

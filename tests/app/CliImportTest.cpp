@@ -14,6 +14,7 @@
 #include <QThread>
 #include <gtest/gtest.h>
 #include <memory>
+#include <cstdio>
 #include <signal.h>
 #include <sys/stat.h>
 #include <vector>
@@ -109,6 +110,13 @@ TEST_F(CliImportTest, PrintsWhatWasAddedSkippedAndWhyFilesFailed)
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(r.out.contains("passed over: " + QDir::cleanPath(fifo).toUtf8() + ": not a file to read")) << r.out.constData();
     EXPECT_TRUE(r.out.contains(": File name too long")) << r.out.constData();
+    // A Latin-1 name in a folder is not passed over in silence.
+    const QByteArray latin1 = QFile::encodeName(m) + "/caf\xe9.flac";
+    ASSERT_TRUE(QFile::copy(m + QStringLiteral("/a.flac"), m + QStringLiteral("/tmp.flac")));
+    ASSERT_EQ(::rename(QFile::encodeName(m + QStringLiteral("/tmp.flac")).constData(), latin1.constData()), 0);
+    r = cli.run({QStringLiteral("import"), m});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_TRUE(r.out.contains("passed over: " + QFile::encodeName(m) + "/caf\\xE9.flac: its name is not UTF-8")) << r.out.constData();
     EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_song;")), QStringLiteral("3"));
 }
 
