@@ -178,8 +178,10 @@ void MiniPlayerController::updateControls()
     m_play->setSelected(m_stream && m_stream->isPlaying());
     const SongPtr song = m_stream ? m_stream->currentSong() : SongPtr();
     // No words stand in for a missing artist or name here: the line stays empty.
-    m_artistText->setText(song ? song->artist() : QString());
-    m_nameText->setText(song ? song->name() : QString());
+    const bool newSong = song != m_shownSong.lock();
+    m_shownSong = song;
+    m_artistText->setText(song ? song->artist() : QString(), newSong);
+    m_nameText->setText(song ? song->name() : QString(), newSong);
     m_totalTimeText->setText(song ? m_timeFormatter.stringForSeconds(song->length()) : QString());
     m_shuffle->setState(m_delegate.shuffle());
     m_repeatOne->setState(m_delegate.repeatMode() == 2);

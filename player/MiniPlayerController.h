@@ -1,9 +1,12 @@
 #pragma once
 
+#include "library/Song.h"
 #include "text/VEKTimeFormatter.h"
 
 #include <QObject>
 #include <QPointer>
+
+#include <memory>
 
 class ApplicationDelegate;
 class MiniPlayerPosition;
@@ -74,6 +77,8 @@ private:
     PlayerTransport *m_transport = nullptr; // child: what the position bar reads of the stream
     MiniPlayerWindow *m_window = nullptr;
     VEKTimeFormatter m_timeFormatter{VEKTimeFormatter::hoursMinutesSeconds};
+    // The song the lines show, only compared: a new one restarts both lines' cycles together.
+    std::weak_ptr<Song> m_shownSong;
 
     MiniPlayerScrollingText *m_artistText = nullptr;
     MiniPlayerScrollingText *m_nameText = nullptr;

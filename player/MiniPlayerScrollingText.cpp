@@ -26,9 +26,9 @@ void MiniPlayerScrollingText::setFont(const QFont &font)
     measure();
 }
 
-void MiniPlayerScrollingText::setText(const QString &text)
+void MiniPlayerScrollingText::setText(const QString &text, bool restart)
 {
-    if (text == m_text)
+    if (text == m_text && !restart)
         return;
     m_text = text;
     measure();

@@ -16,8 +16,9 @@ public:
 
     void setFont(const QFont &font);
     QString text() const { return m_text; }
-    // A new text restarts the cycle from its rest at the start; the same text changes nothing.
-    void setText(const QString &text);
+    // A new text restarts the cycle from its rest at the start; the same text changes nothing
+    // unless `restart` asks for it (a new song by the same artist: both lines start together).
+    void setText(const QString &text, bool restart = false);
     bool scrolls() const { return m_scrolls; }
     qreal textWidth() const { return m_textWidth; }
     // Where the line is drawn now, and how opaque, in the view's coordinates.
