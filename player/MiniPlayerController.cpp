@@ -15,6 +15,10 @@
 #include "core/VEKLocalizedString.h"
 #include "settings/UserDefaults.h"
 
+#include <QLocale>
+
+#include <cmath>
+
 namespace {
 
 const QString kPlayerSize = QStringLiteral("playerSize");
@@ -173,6 +177,20 @@ void MiniPlayerController::stepVolume(float (*step)(float))
     defaults().setValue(kVolume, double(step(volume)));
 }
 
+void MiniPlayerController::updateVolumeText()
+{
+    // The window has no knob to show the level: the volume buttons say it, to a pointer resting
+    // on them and to a screen reader.
+    const float volume = qBound(0.0f, float(defaults().doubleForKey(kVolume)), 1.0f);
+    const QString text = volume > 0.0f
+        ? VEKLocalizedString("MiniPlayer_volumeLevel").arg(QLocale().toString(20.0 * std::log10(volume), 'f', 1))
+        : VEKLocalizedString("MiniPlayer_volumeSilent");
+    for (PlayerButton *button : {m_volumeDown, m_volumeUp}) {
+        button->setToolTip(text);
+        button->setAccessibleDescription(text);
+    }
+}
+
 void MiniPlayerController::updateControls()
 {
     m_play->setSelected(m_stream && m_stream->isPlaying());
@@ -203,5 +221,8 @@ void MiniPlayerController::observe()
     connect(&defaults(), &UserDefaults::valueChanged, this, [this](const QString &key) {
         if (key == kDim || key == kMute)
             updateControls();
+        else if (key == kVolume)
+            updateVolumeText();
     });
+    updateVolumeText();
 }

@@ -70,6 +70,7 @@ private:
     void windowMoved();
     void restoreCenter();
     void stepVolume(float (*step)(float));
+    void updateVolumeText();
     UserDefaults &defaults() const;
 
     ApplicationDelegate &m_delegate;

@@ -1,9 +1,11 @@
 #include "MiniPlayerWindow.h"
 
+#include <QGuiApplication>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
 #include <QScreen>
+#include <QWindow>
 
 #include <cmath>
 
@@ -92,7 +94,14 @@ void MiniPlayerWindow::mousePressEvent(QMouseEvent *event)
         QWidget::mousePressEvent(event);
         return;
     }
-    // By hand rather than by the window system's move, which knows nothing of the limit.
+    // By hand rather than by the window system's move, which knows nothing of the limit; only
+    // where a window can't place itself (Wayland) the window system moves it.
+    if (QGuiApplication::platformName().startsWith(QLatin1String("wayland"))) {
+        if (QWindow *handle = windowHandle(); handle && handle->startSystemMove()) {
+            event->accept();
+            return;
+        }
+    }
     const QScreen *s = screen();
     m_available = s ? s->availableGeometry() : QRect();
     m_grab = event->globalPosition().toPoint() - frameGeometry().topLeft();

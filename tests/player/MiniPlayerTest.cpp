@@ -103,6 +103,10 @@ TEST_F(MiniPlayerTest, TheVolumeButtonsStepByTwoDecibelsAndReachSilence)
         (s.up ? mini->volumeUpButton() : mini->volumeDownButton())->click();
         EXPECT_NEAR(volume(), s.to, 1e-7) << s.from << (s.up ? " up" : " down");
     }
+    // With no knob in the window, the buttons tell the level.
+    EXPECT_EQ(mini->volumeUpButton()->accessibleDescription(), u"Volume off"_s);
+    d.setValue(u"volume"_s, 0.5);
+    EXPECT_EQ(mini->volumeDownButton()->accessibleDescription(), u"Volume -6.0 dB"_s);
 }
 
 TEST_F(MiniPlayerTest, EachRepeatButtonTurnsItsModeOnOrOffAndTheTwoAreNeverLitTogether)
