@@ -130,6 +130,7 @@ void WindowedApplication::showPlayer()
     // Above 3 the mini player stands in for the player.
     if (size > 3 && m_mini) {
         m_mini->setPlayerSize(size);
+        m_mini->window()->showNormal();
         return;
     }
     const QScreen *screen = QGuiApplication::primaryScreen();
