@@ -75,8 +75,15 @@ public:
     // it happened.
     void applicationWillTerminate();
 
-    // The actions of the media keys and the menus.
+    // The actions of the media keys and the menus. Play pauses a playing stream; otherwise it
+    // plays, and with nothing current (a fresh start, a playlist played out) it first makes the
+    // first playable song of the playlist in view current, rather than spend the press on nothing.
     void play();
+    // The stream's playlist, else the selected one, else the library.
+    PlaylistPtr playlistInView() const;
+    // Makes the first song of the playlist in view whose file is there current; false when there
+    // is none (or no stream).
+    bool makeFirstSongCurrent();
     void next();
     void previous();
 

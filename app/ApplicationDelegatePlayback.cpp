@@ -6,6 +6,8 @@
 #include "audio/Stream.h"
 #include "lv2/VEKLV2World.h"
 
+#include <algorithm>
+
 QList<QVariantMap> ApplicationDelegate::processorDescriptionsForType(quint32 type)
 {
     QList<QVariantMap> descriptions;
@@ -53,10 +55,35 @@ void ApplicationDelegate::launchStream(const LaunchOptions &options)
 
 void ApplicationDelegate::play()
 {
-    if (streamIsPlaying())
+    if (streamIsPlaying()) {
         streamPause();
-    else
-        streamPlay();
+        return;
+    }
+    if (m_stream && !m_stream->currentSong() && !makeFirstSongCurrent())
+        return;
+    streamPlay();
+}
+
+PlaylistPtr ApplicationDelegate::playlistInView() const
+{
+    if (m_stream && m_stream->playlist())
+        return m_stream->playlist();
+    return m_selectedPlaylist ? m_selectedPlaylist : m_localPlaylists.value(0);
+}
+
+bool ApplicationDelegate::makeFirstSongCurrent()
+{
+    const PlaylistPtr playlist = playlistInView();
+    if (!m_stream || !playlist)
+        return false;
+    const QList<SongPtr> songs = playlist->songs();
+    const auto first = std::find_if(songs.begin(), songs.end(), [](const SongPtr &song) { return !song->isMissing(); });
+    if (first == songs.end())
+        return false;
+    if (m_stream->playlist() != playlist)
+        m_stream->setPlaylist(playlist);
+    m_stream->setCurrentSong(*first);
+    return m_stream->currentSong() != nullptr;
 }
 
 void ApplicationDelegate::next()

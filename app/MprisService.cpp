@@ -201,9 +201,7 @@ Stream *MprisService::stream() const { return m_delegate ? m_delegate->stream() 
 
 PlaylistPtr MprisService::playlistInView() const
 {
-    if (Stream *s = stream(); s && s->playlist())
-        return s->playlist();
-    return m_delegate ? m_delegate->selectedPlaylist() : nullptr;
+    return m_delegate ? m_delegate->playlistInView() : nullptr;
 }
 
 QString MprisService::playbackStatus() const
@@ -289,33 +287,12 @@ bool MprisService::canControl() const { return stream() != nullptr; }
 
 // --- Actions --------------------------------------------------------------------------------
 
-bool MprisService::makeFirstSongCurrent()
-{
-    Stream *s = stream();
-    const PlaylistPtr p = playlistInView();
-    if (!s || !p)
-        return false;
-    const QList<SongPtr> view = p->songs();
-    const auto found =
-        std::find_if(view.begin(), view.end(), [](const SongPtr &song) { return !song->isMissing(); });
-    if (found == view.end())
-        return false;
-    const SongPtr first = *found;
-    if (p != s->playlist())
-        s->setPlaylist(p);
-    s->setCurrentSong(first);
-    return s->currentSong() != nullptr;
-}
-
 void MprisService::playPause()
 {
     Stream *s = stream();
     if (!s)
         return;
-    // Stopped (nothing current, or a playlist that played out): start from the top rather than
-    // spend the press on a pause.
-    if (!s->currentSong() && !makeFirstSongCurrent())
-        return;
+    // Stopped (nothing current, or a playlist that played out), the delegate starts from the top.
     m_delegate->play();
     scheduleRefresh();
 }
@@ -324,8 +301,6 @@ void MprisService::play()
 {
     Stream *s = stream();
     if (!s)
-        return;
-    if (!s->currentSong() && !makeFirstSongCurrent())
         return;
     if (!s->isPlaying())
         m_delegate->play();

@@ -137,10 +137,8 @@ signals:
 private:
     void setUp();
     Stream *stream() const;
-    // The stream's playlist, else the selected one.
     PlaylistPtr playlistInView() const;
     void playSong(const SongPtr &song);
-    bool makeFirstSongCurrent();
     void importFinished(const std::shared_ptr<Operation> &operation);
     // Follows a new stream or playlist, then publishes what changed since the last time.
     void refresh();

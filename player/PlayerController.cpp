@@ -248,25 +248,8 @@ void PlayerController::playButtonChanged()
 {
     if (!m_stream)
         return;
-    if (m_stream->isPlaying()) {
-        m_stream->pause();
-        return;
-    }
-    // Nothing current (a fresh start, a playlist played out): Play starts the playlist in view
-    // from its first song that can be played, rather than doing nothing.
-    if (!m_stream->currentSong()) {
-        PlaylistPtr playlist = m_delegate.selectedPlaylist();
-        if (!playlist)
-            playlist = m_delegate.localPlaylists().value(0);
-        const QList<SongPtr> songs = playlist ? playlist->songs() : QList<SongPtr>();
-        const auto first = std::find_if(songs.begin(), songs.end(), [](const SongPtr &s) { return !s->isMissing(); });
-        if (first == songs.end())
-            return;
-        if (m_stream->playlist() != playlist)
-            m_stream->setPlaylist(playlist);
-        m_stream->setCurrentSong(*first);
-    }
-    m_stream->play();
+    // The menu's Play, MPRIS and this button start a stopped player the same way.
+    m_delegate.play();
 }
 
 QString PlayerController::timeText(double seconds) const
