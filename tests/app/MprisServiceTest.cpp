@@ -579,23 +579,11 @@ TEST(MprisServe, PlayerctlDrivesQuiveraCliServeUntilQuit)
     ASSERT_TRUE(waitUntil([&] { return answer({u"status"_s}) == u"Stopped"_s; }, 30000))
         << serve.readAllStandardError().constData();
 
-    const QStringList titles{u"One"_s, u"Two"_s, u"Three"_s};
+    // The wiring only: what each action does is checked against the service in-process above.
     ASSERT_EQ(playerctl({u"play"_s}).status, 0);
     ASSERT_TRUE(waitUntil([&] { return answer({u"status"_s}) == u"Playing"_s; }));
-    const QString first = answer({u"metadata"_s, u"xesam:title"_s});
-    EXPECT_TRUE(titles.contains(first)) << first.toStdString();
-
-    ASSERT_EQ(playerctl({u"next"_s}).status, 0);
-    ASSERT_TRUE(waitUntil([&] {
-        const QString now = answer({u"metadata"_s, u"xesam:title"_s});
-        return now != first && titles.contains(now);
-    }));
-
-    ASSERT_EQ(playerctl({u"position"_s, u"10"_s}).status, 0);
-    EXPECT_NEAR(answer({u"position"_s}).toDouble(), 10.0, 1.0);
+    EXPECT_TRUE(QStringList({u"One"_s, u"Two"_s, u"Three"_s}).contains(answer({u"metadata"_s, u"xesam:title"_s})));
     ASSERT_EQ(playerctl({u"volume"_s, u"0.5"_s}).status, 0);
-    ASSERT_EQ(playerctl({u"play-pause"_s}).status, 0);
-    ASSERT_TRUE(waitUntil([&] { return answer({u"status"_s}) == u"Paused"_s; }));
 
     // Quit over the root interface ends the program the orderly way, and the name goes.
     {
