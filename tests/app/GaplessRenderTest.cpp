@@ -284,9 +284,18 @@ QStringList absolute(const QStringList &files)
     return out;
 }
 
-// Imports `files` into the library and checks that the library plays them in that order.
-void importInOrder(const CliHarness &cli, const QStringList &files)
+void setSetting(const CliHarness &cli, const QString &key, const QString &json)
 {
+    const CliHarness::Result r = cli.run({QStringLiteral("settings"), QStringLiteral("set"), key, json});
+    ASSERT_EQ(r.status, 0) << r.err.constData();
+}
+
+// Imports `files` into the library and checks that the library plays them in that order; a
+// `depth` other than 16 is set as the dither's word, which the render is compared at.
+void importInOrder(const CliHarness &cli, const QStringList &files, int depth = 16)
+{
+    if (depth != 16)
+        setSetting(cli, QStringLiteral("ditherProperties"), QStringLiteral("{\"depth\":%1}").arg(depth));
     const CliHarness::Result r = cli.run(QStringList{QStringLiteral("import")} + files);
     ASSERT_EQ(r.status, 0) << r.err.constData();
     const QJsonArray songs = cli.json({QStringLiteral("songs"), QStringLiteral("--json")});
@@ -294,12 +303,6 @@ void importInOrder(const CliHarness &cli, const QStringList &files)
     for (const QJsonValue &s : songs)
         paths << s.toObject().value(QStringLiteral("path")).toString();
     ASSERT_EQ(paths, absolute(files));
-}
-
-void setSetting(const CliHarness &cli, const QString &key, const QString &json)
-{
-    const CliHarness::Result r = cli.run({QStringLiteral("settings"), QStringLiteral("set"), key, json});
-    ASSERT_EQ(r.status, 0) << r.err.constData();
 }
 
 Pcm render(const CliHarness &cli, int bits, const QStringList &extra = {})
@@ -422,9 +425,7 @@ TEST_P(GaplessRender, RendersTheCutSignalSampleForSample)
     const QStringList files = encodeAll(pieces, bits, kLossless, cli.musicDir());
     ASSERT_FALSE(HasFailure());
     ASSERT_EQ(gaplessConcatenation(pieces).s, signal.s) << "a piece starts or ends quiet: fix the cuts";
-    importInOrder(cli, files);
-    if (bits == 24)
-        setSetting(cli, QStringLiteral("ditherProperties"), QStringLiteral("{\"depth\":24}"));
+    importInOrder(cli, files, bits);
     ASSERT_FALSE(HasFailure());
     EXPECT_TRUE(sameWords(signal, render(cli, bits), bits));
 }
@@ -446,7 +447,6 @@ TEST(GaplessShortPieces, FollowOneAnotherSampleForSample)
     const std::vector<Pcm> pieces = cut(signal, cutPoints(signal, fractions));
     CliHarness cli;
     const QStringList files = encodeAll(pieces, 16, {Format::Flac, Format::Wav}, cli.musicDir());
-    ASSERT_FALSE(HasFailure());
     importInOrder(cli, files);
     ASSERT_FALSE(HasFailure());
     EXPECT_TRUE(sameWords(signal, render(cli, 16), 16));
@@ -468,10 +468,7 @@ TEST(GaplessPlay, PlaysTheCutSignalToAnAlsaDeviceSampleForSample)
         const std::vector<Pcm> pieces = cut(signal, cutPoints(signal, kCuts));
         CliHarness cli;
         const QStringList files = encodeAll(pieces, bits, kLossless, cli.musicDir());
-        ASSERT_FALSE(HasFailure());
-        importInOrder(cli, files);
-        if (bits == 24)
-            setSetting(cli, QStringLiteral("ditherProperties"), QStringLiteral("{\"depth\":24}"));
+        importInOrder(cli, files, bits);
         ASSERT_FALSE(HasFailure());
         AlsaFileDevice device(module);
         const Pcm played = playToDevice(cli, device);
@@ -520,10 +517,7 @@ TEST(GaplessSilence, TrimsEachPieceToItsAudibleRange)
 
         CliHarness cli;
         const QStringList files = encodeAll(pieces, bits, {Format::Flac, Format::Wav, Format::WavPack}, cli.musicDir());
-        ASSERT_FALSE(HasFailure());
-        importInOrder(cli, files);
-        if (bits == 24)
-            setSetting(cli, QStringLiteral("ditherProperties"), QStringLiteral("{\"depth\":24}"));
+        importInOrder(cli, files, bits);
         ASSERT_FALSE(HasFailure());
         EXPECT_TRUE(sameWords(expected, render(cli, bits), bits));
     }
@@ -560,8 +554,7 @@ TEST_P(LossyGapless, RendersEachPieceAsFFmpegDecodesIt)
         // (a piece of 33446 frames decodes to 33455): not failed, since the player can only be as
         // exact as its decoder here.
     }
-    importInOrder(cli, files);
-    setSetting(cli, QStringLiteral("ditherProperties"), QStringLiteral("{\"depth\":32}"));
+    importInOrder(cli, files, 32);
     ASSERT_FALSE(HasFailure());
     EXPECT_TRUE(sameWords(gaplessConcatenation(decoded), render(cli, 32), 32));
 }
@@ -685,8 +678,7 @@ TEST_P(GaplessConverter, TransitionsMatchAContinuousConversion)
     CliHarness cli;
     const QStringList files = encodeAll(pieces, 24, {Format::Flac}, cli.musicDir());
     for (const CliHarness *h : {&whole, &cli}) {
-        importInOrder(*h, h == &whole ? QStringList{wholeFile} : files);
-        setSetting(*h, QStringLiteral("ditherProperties"), QStringLiteral("{\"depth\":32}"));
+        importInOrder(*h, h == &whole ? QStringList{wholeFile} : files, 32);
         setSetting(*h, QStringLiteral("convertorType"), type);
     }
     ASSERT_FALSE(HasFailure());
