@@ -13,19 +13,14 @@ Exit code 0 when everything went as expected; otherwise the reason is on standar
 import json
 import os
 import socket
-import struct
 import sys
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
-from keyed_archive import archive, frame, unarchive  # noqa: E402
+from keyed_archive import Closed, archive, frame, read_frame  # noqa: E402
 
 
 # --- Connection ----------------------------------------------------------------------------
-
-class Closed(Exception):
-    pass
-
 
 class Client:
     def __init__(self, port, attempts=50):
@@ -39,24 +34,13 @@ class Client:
                 time.sleep(0.1)
         else:
             raise last
-        self.buffer = b""
 
     def send(self, message):
         self.sock.sendall(frame(archive(message)))
 
-    def _read(self, n):
-        while len(self.buffer) < n:
-            chunk = self.sock.recv(1 << 20)
-            if not chunk:
-                raise Closed()
-            self.buffer += chunk
-        out, self.buffer = self.buffer[:n], self.buffer[n:]
-        return out
-
     def receive(self, timeout=10):
         self.sock.settimeout(timeout)
-        (length,) = struct.unpack(">I", self._read(4))
-        return unarchive(self._read(length))
+        return read_frame(self.sock)
 
     def expect_nothing(self, seconds=0.5):
         """True when no message arrives within `seconds`."""

@@ -109,3 +109,23 @@ def archive(root, mutable=True):
 def frame(payload):
     """A message on the wire: a 4-byte big-endian length, then the archive."""
     return struct.pack(">I", len(payload)) + payload
+
+
+class Closed(EOFError):
+    """The peer closed the connection before a whole frame arrived."""
+
+
+def _read_exact(sock, n):
+    data = b""
+    while len(data) < n:
+        chunk = sock.recv(n - len(data))
+        if not chunk:
+            raise Closed("connection closed after %d of %d bytes" % (len(data), n))
+        data += chunk
+    return data
+
+
+def read_frame(sock):
+    """The next message from `sock`, unarchived."""
+    (length,) = struct.unpack(">I", _read_exact(sock, 4))
+    return unarchive(_read_exact(sock, length))

@@ -9,7 +9,7 @@ import sys
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "support"))
-from keyed_archive import PlainStringRecord, StringRecord, archive, frame, unarchive  # noqa: E402
+from keyed_archive import PlainStringRecord, StringRecord, archive, frame, read_frame, unarchive  # noqa: E402
 
 
 def typed(v):
@@ -65,21 +65,6 @@ def build(folder):
             json.dump(typed(plain(root)), f)
 
 
-def recv_exact(sock, n):
-    data = b""
-    while len(data) < n:
-        chunk = sock.recv(n - len(data))
-        if not chunk:
-            raise EOFError("connection closed after %d of %d bytes" % (len(data), n))
-        data += chunk
-    return data
-
-
-def read_message(sock):
-    (length,) = struct.unpack(">I", recv_exact(sock, 4))
-    return unarchive(recv_exact(sock, length))
-
-
 def connect(port):
     sock = socket.create_connection(("127.0.0.1", port), timeout=20)
     sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
@@ -87,7 +72,7 @@ def connect(port):
 
 
 def expect_reply(sock, n):
-    reply = read_message(sock)
+    reply = read_frame(sock)
     if reply.get("n") != n or reply.get("reply") is not True:
         raise AssertionError("reply %r for message %d" % (reply, n))
 
