@@ -180,7 +180,9 @@ TEST_F(StreamTest, AFixedPolicyTakesTheNearestRatioTheDeviceOffers)
     stream->stop();
 }
 
-TEST_F(StreamTest, FollowingTheSongChangesTheRateOnlyWhereTheRateChanges)
+// Following the song's rate, a playlist plays through with the rate changed only where it
+// changes, and its end stops the transport.
+TEST_F(StreamTest, APlaylistPlaysThroughFollowingTheSongRateOnlyWhereItChanges)
 {
     auto device = std::make_shared<FakeDevice>(QList<double>{44100, 48000, 96000}, 96000);
     UserDefaults::standard().setValue(QStringLiteral("sampleRate"), -1);
@@ -188,13 +190,18 @@ TEST_F(StreamTest, FollowingTheSongChangesTheRateOnlyWhereTheRateChanges)
     const PlaylistPtr list = playlist({song(QStringLiteral("a"), 0.3, 44100), song(QStringLiteral("b"), 0.3, 44100),
                                        song(QStringLiteral("c"), 0.3, 48000), song(QStringLiteral("d"), 0.3, 48000)});
     QStringList heard;
-    hear(stream.get(), heard);
+    hear(stream.get(), heard, true);
     stream->setPlaylist(list);
     stream->setCurrentSong(list->objectInSongsAtIndex(0));
+    EXPECT_FALSE(stream->isPlaying());
+    EXPECT_EQ(stream->location(), 0.0);
     stream->play();
+    EXPECT_TRUE(stream->isPlaying());
     ASSERT_TRUE(waitFor([&] { return !stream->currentSong() && !stream->isPlaying(); }, 10000));
-    EXPECT_EQ(heard, (QStringList{"a", "b", "c", "d"}));
+    EXPECT_EQ(heard, (QStringList{"a", "b", "c", "d", "-"}));
     EXPECT_EQ(device->changes, (QList<double>{44100, 48000}));
+    EXPECT_EQ(stream->indexOfEnabledPlayer(), Stream::notFound);
+    EXPECT_EQ(stream->normalizedLocation(), 0.0f);
 }
 
 // --- What reaches the device ---------------------------------------------------------------------
@@ -266,24 +273,6 @@ TEST_F(StreamTest, TheOutputFormatAndBitPerfectnessAreToldWhenTheyChange)
 }
 
 // --- Transport and sequencing ------------------------------------------------------------------
-
-TEST_F(StreamTest, APlaylistPlaysThroughAndItsEndStopsTheTransport)
-{
-    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
-    const PlaylistPtr list = playlist({song(QStringLiteral("a")), song(QStringLiteral("b")), song(QStringLiteral("c"))});
-    QStringList heard;
-    hear(stream.get(), heard, true);
-    stream->setPlaylist(list);
-    stream->setCurrentSong(list->objectInSongsAtIndex(0));
-    EXPECT_FALSE(stream->isPlaying());
-    EXPECT_EQ(stream->location(), 0.0);
-    stream->play();
-    EXPECT_TRUE(stream->isPlaying());
-    ASSERT_TRUE(waitFor([&] { return !stream->isPlaying(); }));
-    EXPECT_EQ(heard, (QStringList{"a", "b", "c", "-"}));
-    EXPECT_EQ(stream->indexOfEnabledPlayer(), Stream::notFound);
-    EXPECT_EQ(stream->normalizedLocation(), 0.0f);
-}
 
 TEST_F(StreamTest, SongsOfAFrameOrTwoPlayOnceEachAndThePlaylistEnds)
 {
