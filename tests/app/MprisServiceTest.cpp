@@ -559,11 +559,8 @@ TEST(MprisServe, PlayerctlDrivesQuiveraCliServeUntilQuit)
     const QStringList files = fixtures().files.mid(0, 3);
     ASSERT_EQ(cli.run(QStringList{u"import"_s} + files).status, 0);
 
-    QProcessEnvironment env = bus.environment();
-    const QString home = QDir(cli.dataDir() + u"/../.."_s).absolutePath();
-    env.insert(u"XDG_DATA_HOME"_s, home + u"/data"_s);
-    env.insert(u"XDG_CONFIG_HOME"_s, home + u"/config"_s);
-    env.insert(u"HOME"_s, home);
+    QProcessEnvironment env = cli.environment();
+    env.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, bus.address());
     env.insert(u"QUIVERA_REMOTE_PORT"_s, u"0"_s); // never the shared 8383
     QProcess serve;
     serve.setProcessEnvironment(env);
