@@ -136,9 +136,17 @@ void PlayerTitle::paintEvent(QPaintEvent *)
 {
     QPainter p(this);
     p.fillRect(rect(), Qt::black);
-    if (m_artist.isEmpty() && m_title.isEmpty())
-        return;
     p.setRenderHint(QPainter::TextAntialiasing);
+    if (m_artist.isEmpty() && m_title.isEmpty()) {
+        // With no song the line is the program's name, faint and centred, so the empty view reads
+        // as waiting rather than broken.
+        QColor faint = PlayerArt::accent();
+        faint.setAlphaF(0.3f);
+        p.setPen(faint);
+        p.setFont(artistFont());
+        p.drawText(rect(), Qt::AlignCenter, QStringLiteral("Quivera"));
+        return;
+    }
     ScrollState s;
     if (m_scrolling)
         s = scrollStateAt(m_clock.elapsed() / 1000.0, m_lineWidth - width());
