@@ -130,7 +130,11 @@ void PlayerButton::paintEvent(QPaintEvent *)
     p.setRenderHint(QPainter::Antialiasing);
     p.setRenderHint(QPainter::TextAntialiasing);
     const QRectF bounds = rect();
+    // Below this many pixels a title is a smudge, not text: the smallest window leaves it out.
+    constexpr qreal smallestLegibleText = 8;
     if (!m_title.isEmpty()) {
+        if (bounds.height() * 0.8 < smallestLegibleText)
+            return;
         QColor colour = PlayerArt::accent();
         if (!isEnabled())
             colour.setAlphaF(0.3f);

@@ -198,6 +198,23 @@ TEST(PlayerButton, DrawsAtThreeTenthsWhenDisabled)
     EXPECT_NEAR(strongest() / double(enabled), 0.3, 0.02);
 }
 
+TEST(PlayerButton, LeavesOutATitleTooSmallToRead)
+{
+    PlayerButton effect;
+    effect.setTitle("Reverb");
+    auto inked = [&](int height) {
+        effect.resize(120, height);
+        const QImage image = renderAlone(&effect);
+        for (int y = 0; y < image.height(); ++y)
+            for (int x = 0; x < image.width(); ++x)
+                if (qAlpha(image.pixel(x, y)) > 0)
+                    return true;
+        return false;
+    };
+    EXPECT_TRUE(inked(16)) << "the slot's title at the second-smallest window";
+    EXPECT_FALSE(inked(8)) << "the slot's title at the smallest window";
+}
+
 TEST(PlayerTitle, ScrollsOnlyALineWiderThanTheViewRestingGlidingAndFading)
 {
     const double travel = 100.0;
@@ -228,7 +245,12 @@ TEST(PlayerTitle, ScrollsOnlyALineWiderThanTheViewRestingGlidingAndFading)
     emit transport.currentSongChanged();
     EXPECT_FALSE(title.isScrolling());
     const QImage empty = title.grab().toImage();
-    EXPECT_EQ(empty.pixel(empty.width() / 3, 14), qRgb(0, 0, 0));
+    EXPECT_EQ(empty.pixel(0, 14), qRgb(0, 0, 0));
+    bool named = false; // the program's name stands in the middle of the empty line
+    for (int x = empty.width() / 2 - 20; x < empty.width() / 2 + 20 && !named; ++x)
+        for (int y = 4; y < 24 && !named; ++y)
+            named = empty.pixel(x, y) != qRgb(0, 0, 0);
+    EXPECT_TRUE(named);
 
     transport.setSong("/x.flac", "", "");
     EXPECT_EQ(title.artist(), "Unknown Artist");
