@@ -91,8 +91,12 @@ QString writeFile(VEKAudioFileWriter &writer, quint32 bits)
     return writer.resultURLs().value(0);
 }
 
-void configure(VEKAudioFileWriter &writer, const QString &dir, const QString &name, const QString &format)
+// `rename`: a name in use gets a number rather than being replaced.
+void configure(VEKAudioFileWriter &writer, const QString &dir, const QString &name, const QString &format,
+               bool rename = false)
 {
+    if (rename)
+        writer.setExistsAction("rename");
     writer.setBaseDirectory(dir);
     writer.setBaseFilename(name);
     writer.setFormat(format);
@@ -306,8 +310,7 @@ TEST(WriterNaming, RenameNeverOverwrites)
     QStringList results;
     for (int i = 0; i < 3; ++i) {
         VEKAudioFileWriter writer;
-        configure(writer, dir, "Song", "WAVE File");
-        writer.setExistsAction("rename");
+        configure(writer, dir, "Song", "WAVE File", true);
         results << writeFile(writer, 16);
     }
     EXPECT_EQ(results, QStringList({dir + "/Song 1.wav", dir + "/Song 3.wav", dir + "/Song 4.wav"}));
@@ -317,8 +320,7 @@ TEST(WriterNaming, RenameNeverOverwrites)
     // Two writers open at once get different names.
     VEKAudioFileWriter a, b;
     for (VEKAudioFileWriter *w : {&a, &b}) {
-        configure(*w, dir, "Twin", "FLAC Audio File");
-        w->setExistsAction("rename");
+        configure(*w, dir, "Twin", "FLAC Audio File", true);
         ASSERT_TRUE(w->open());
         ASSERT_TRUE(w->write(signal(0, 100, 16)));
     }
@@ -344,8 +346,7 @@ TEST(WriterNaming, HiddenFilesOfKilledWritersGoAtTheNextOpen)
     ASSERT_EQ(before.size(), 3);
 
     VEKAudioFileWriter next;
-    configure(next, dir, "Song", "FLAC Audio File");
-    next.setExistsAction("rename");
+    configure(next, dir, "Song", "FLAC Audio File", true);
     ASSERT_TRUE(next.open());
     const QStringList after = QDir(dir).entryList(QDir::Files | QDir::Hidden);
     EXPECT_FALSE(after.contains(".Song.0123abcd.part.flac"));
@@ -368,8 +369,7 @@ TEST(WriterNaming, NamesTooLongForTheSystemAreShortened)
     QStringList results;
     for (int i = 0; i < 2; ++i) {
         VEKAudioFileWriter writer;
-        configure(writer, dir, name, "FLAC Audio File");
-        writer.setExistsAction("rename");
+        configure(writer, dir, name, "FLAC Audio File", true);
         results << writeFile(writer, 16);
     }
     ASSERT_EQ(results.size(), 2);
@@ -411,8 +411,7 @@ TEST(WriterCancel, NothingIsLeftBehind)
         const QString dir = TestEnvironment::makeTempDir("cancel");
         {
             VEKAudioFileWriter writer;
-            configure(writer, dir, "Song", format);
-            writer.setExistsAction("rename");
+            configure(writer, dir, "Song", format, true);
             ASSERT_TRUE(writer.open());
             ASSERT_TRUE(writer.write(signal(0, 20000, 16)));
             EXPECT_FALSE(QDir(dir).entryList(QDir::Files | QDir::Hidden).isEmpty());
@@ -463,8 +462,7 @@ TEST(WriterChannels, ChannelsTheListLacksAreSilence)
     for (const char *format : {"WAVE File", "AAC Audio File"}) {
         SCOPED_TRACE(format);
         VEKAudioFileWriter writer;
-        configure(writer, dir, "six", format);
-        writer.setExistsAction("rename");
+        configure(writer, dir, "six", format, true);
         writer.setNumberOfChannels(6);
         ASSERT_TRUE(writer.open());
         ASSERT_TRUE(writer.write(signal(0, 9000, 16))); // a stereo list
