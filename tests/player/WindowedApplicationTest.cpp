@@ -93,6 +93,7 @@ TEST_F(WindowedLaunch, TheMenusKeysFollowTheModelWithoutAMenuBeingOpened)
     QMenu *controls = app.mainMenu()->menus().at(3);
     emit controls->aboutToShow();
     EXPECT_EQ(app.mainMenu()->action(A::Play)->text(), u"Pause"_s);
+    EXPECT_LT(controls->palette().color(QPalette::Window).lightness(), 60) << "menus are as dark as the panel";
 
     // Windows that are not there yet: their items and keys stay off.
     EXPECT_FALSE(app.mainMenu()->action(A::OpenLibrary)->isEnabled());
