@@ -24,7 +24,7 @@ const QString Database::updateSongStatement = QStringLiteral(
 
 const QString Database::deleteSongStatement = QStringLiteral("DELETE FROM t_song WHERE songID = ?");
 
-Database::Database() : m_writer(std::make_unique<SerialTaskQueue>()) {}
+Database::Database() : m_writer(std::make_unique<SerialTaskQueue>("quivera-db")) {}
 
 Database::~Database()
 {

@@ -39,7 +39,7 @@ void fillColumn(QImage &image, int x, double top, double bottom, QRgb colour)
 } // namespace
 
 PlayerPosition::PlayerPosition(QWidget *parent)
-    : QWidget(parent), m_queue(std::make_unique<OperationQueue>())
+    : QWidget(parent), m_queue(std::make_unique<OperationQueue>("quivera-wave"))
 {
     PlayerAccessibility::install();
     setFocusPolicy(Qt::StrongFocus);

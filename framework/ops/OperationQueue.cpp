@@ -1,10 +1,14 @@
 #include "OperationQueue.h"
 
 #include <QCoreApplication>
+#include <pthread.h>
 
-OperationQueue::OperationQueue(QObject *parent) : QObject(parent)
+OperationQueue::OperationQueue(const char *threadName, QObject *parent) : QObject(parent)
 {
-    m_worker = std::thread([this] { run(); });
+    m_worker = std::thread([this, threadName] {
+        pthread_setname_np(pthread_self(), threadName);
+        run();
+    });
 }
 
 OperationQueue::~OperationQueue()

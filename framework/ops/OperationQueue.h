@@ -15,7 +15,9 @@
 class OperationQueue : public QObject {
     Q_OBJECT
 public:
-    explicit OperationQueue(QObject *parent = nullptr);
+    // threadName names the worker for gdb and top: at most 15 characters (the kernel's limit), and
+    // a literal, since the worker keeps the pointer.
+    explicit OperationQueue(const char *threadName = "quivera-ops", QObject *parent = nullptr);
     // Cancels what is queued, asks the running operation to stop and joins the worker.
     ~OperationQueue() override;
 

@@ -1,8 +1,13 @@
 #include "SerialTaskQueue.h"
 
-SerialTaskQueue::SerialTaskQueue()
+#include <pthread.h>
+
+SerialTaskQueue::SerialTaskQueue(const char *threadName)
 {
-    m_thread = std::thread([this] { run(); });
+    m_thread = std::thread([this, threadName] {
+        pthread_setname_np(pthread_self(), threadName);
+        run();
+    });
 }
 
 SerialTaskQueue::~SerialTaskQueue()

@@ -11,7 +11,9 @@
 // the file in the order the user made them.
 class SerialTaskQueue {
 public:
-    SerialTaskQueue();
+    // threadName names the thread for gdb and top: at most 15 characters (the kernel's limit), and
+    // a literal, since the thread keeps the pointer.
+    explicit SerialTaskQueue(const char *threadName = "quivera-serial");
     // Runs what is still queued, then joins the thread: nothing queued is lost.
     ~SerialTaskQueue();
     SerialTaskQueue(const SerialTaskQueue &) = delete;

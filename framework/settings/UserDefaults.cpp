@@ -22,6 +22,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -603,6 +604,8 @@ void UserDefaults::writeInBackground()
 {
     // The sync can take far longer than a frame on a busy disk: never on the caller's thread.
     m_writer.start([this] {
+        // The pool may have let its thread expire since the last write: name the one running now.
+        pthread_setname_np(pthread_self(), "quivera-prefs");
         QStringList takenIn;
         QString failure;
         writePending(&takenIn, &failure);

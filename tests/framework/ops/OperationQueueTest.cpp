@@ -4,11 +4,19 @@
 #include <QCoreApplication>
 #include <QThread>
 #include <atomic>
-#include <string>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <string>
 #include <vector>
 
 namespace {
+std::string currentThreadName()
+{
+    char name[16] = {};
+    pthread_getname_np(pthread_self(), name, sizeof name);
+    return name;
+}
+
 // Records the order it ran in and whether it ever overlapped another.
 class Probe : public Operation {
 public:
@@ -18,11 +26,13 @@ public:
     {
     }
     QThread *thread = nullptr;
+    std::string threadName;
 
 protected:
     void main() override
     {
         thread = QThread::currentThread();
+        threadName = currentThreadName();
         if (m_running->fetch_add(1) != 0)
             m_overlap->store(true);
         for (int i = 0; i < m_sleepMs && !isCancelled(); ++i)
@@ -125,4 +135,22 @@ TEST(SerialTaskQueue, KeepsOrderAndLosesNothingAtDestruction)
     ASSERT_EQ(seen.size(), 150u);
     for (int i = 0; i < 150; ++i)
         EXPECT_EQ(seen[size_t(i)], i);
+}
+
+TEST(OperationQueue, WorkersCarryTheNamesTheyWereGiven)
+{
+    std::vector<int> log;
+    std::atomic<int> running{0};
+    std::atomic<bool> overlap{false};
+    OperationQueue queue("quivera-wave");
+    auto probe = std::make_shared<Probe>(0, &log, &running, &overlap, 0);
+    queue.addOperation(probe);
+    queue.waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(probe->threadName, "quivera-wave");
+
+    std::string serialName;
+    SerialTaskQueue serial("quivera-db");
+    serial.async([&serialName] { serialName = currentThreadName(); });
+    serial.flush();
+    EXPECT_EQ(serialName, "quivera-db");
 }
