@@ -14,6 +14,7 @@ QUIVERA_PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev
   sox ffmpeg xvfb xauth dbus playerctl avahi-daemon avahi-utils swh-lv2 mda-lv2
   python3
+  clang-format
   at-spi2-core python3-pyatspi xdotool x11-utils imagemagick
   fonts-roboto-unhinted
 )
