@@ -26,10 +26,11 @@ constexpr int kSliderSteps = 1000;
 QString valueText(float value, const VEKLV2Plugin::ControlPort &port)
 {
     QString text;
-    if (port.integer || port.enumeration)
+    // A slider lands between round values; from 100 up a fraction says nothing to the ear.
+    if (port.integer || port.enumeration || std::fabs(value) >= 100)
         text = QString::number(std::lround(value));
     else
-        text = QString::number(double(value), 'g', std::fabs(value) >= 1000 ? 5 : 3);
+        text = QString::number(double(value), 'g', 3);
     if (port.enumeration) {
         for (const auto &point : port.scalePoints)
             if (point.value == value)
