@@ -11,7 +11,7 @@
 #include "library/Database.h"
 #include "player/PlayerController.h"
 #include "player/PlayerWindow.h"
-#include "player/WindowedApplication.h"
+#include "windowed/WindowedApplication.h"
 
 #include <QApplication>
 #include <QDir>

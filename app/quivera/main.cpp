@@ -8,7 +8,7 @@
 #include "app/SignalQuitter.h"
 #include "app/SingleInstance.h"
 #include "core/VEKLog.h"
-#include "player/WindowedApplication.h"
+#include "windowed/WindowedApplication.h"
 
 #include <QApplication>
 #include <QCommandLineParser>

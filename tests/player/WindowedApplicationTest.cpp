@@ -2,6 +2,7 @@
 // shortcuts follow the validation without a menu being opened, and the user guide is typeset
 // into a PDF and packed as an EPUB.
 
+#include "windowed/WindowedApplication.h"
 #include "app/ApplicationDelegate.h"
 #include "audio/Stream.h"
 #include "outputs/VEKAudioDevice.h"
@@ -12,7 +13,6 @@
 #include "player/PlayerController.h"
 #include "player/PlayerWindow.h"
 #include "player/UserGuide.h"
-#include "player/WindowedApplication.h"
 #include "settings/UserDefaults.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"

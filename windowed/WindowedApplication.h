@@ -1,10 +1,10 @@
 #pragma once
 
-#include "MainMenu.h"
-#include "MessageBoxAlertPresenter.h"
 #include "app/ApplicationDelegate.h"
 #include "app/SignalFrontEnd.h"
 #include "app/SingleInstance.h"
+#include "player/MainMenu.h"
+#include "player/MessageBoxAlertPresenter.h"
 
 #include <QList>
 #include <QObject>

@@ -1,15 +1,15 @@
 #include "WindowedApplication.h"
 
-#include "AboutWindow.h"
-#include "AddToLibraryDialog.h"
-#include "MiniPlayerController.h"
-#include "MiniPlayerWindow.h"
-#include "PlayerArt.h"
-#include "PlayerController.h"
-#include "PlayerWindow.h"
-#include "UserGuide.h"
 #include "app/MprisService.h"
 #include "core/VEKLocalizedString.h"
+#include "player/AboutWindow.h"
+#include "player/AddToLibraryDialog.h"
+#include "player/MiniPlayerController.h"
+#include "player/MiniPlayerWindow.h"
+#include "player/PlayerArt.h"
+#include "player/PlayerController.h"
+#include "player/PlayerWindow.h"
+#include "player/UserGuide.h"
 #include "settings/UserDefaults.h"
 
 #include <QApplication>
