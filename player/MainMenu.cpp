@@ -2,6 +2,7 @@
 
 #include "app/ApplicationDelegate.h"
 #include "core/VEKLocalizedString.h"
+#include "settings/UserDefaults.h"
 
 #include <QAction>
 #include <QActionGroup>
@@ -17,15 +18,22 @@ using A = MenuItem::Action;
 // A volume key moves the knob by a twentieth.
 constexpr double kVolumeStep = 0.05;
 
-QWidget *focusTarget()
+const char *const kFormatNames[] = {"AIFF", "WAVE", "CAF", "AAC", "Apple Lossless", "Ogg Vorbis", "FLAC"};
+
+bool answers(QObject *object, const QByteArray &signature)
 {
-    return QApplication::focusWidget();
+    return object && object->metaObject()->indexOfSlot(signature.constData()) >= 0;
 }
 
-bool focusHasSlot(const char *slot)
+// What the target says of the item; a target without the hook takes every command it has.
+bool targetAllows(QObject *target, const QString &command, QAction *item)
 {
-    QWidget *w = focusTarget();
-    return w && w->metaObject()->indexOfSlot(slot) >= 0;
+    if (target->metaObject()->indexOfMethod("validateCommand(QString,QAction*)") < 0)
+        return true;
+    bool enabled = false;
+    QMetaObject::invokeMethod(target, "validateCommand", Qt::DirectConnection, Q_RETURN_ARG(bool, enabled),
+                              Q_ARG(QString, command), Q_ARG(QAction *, item));
+    return enabled;
 }
 } // namespace
 
@@ -82,18 +90,51 @@ QAction *MainMenu::addWindowItem(QMenu *menu, const char *titleKey, const QKeySe
     return a;
 }
 
-QAction *MainMenu::addEditItem(QMenu *menu, const char *titleKey, const char *slot,
-                               const QKeySequence &shortcut)
+QAction *MainMenu::addCommandItem(QMenu *menu, const char *titleKey, const char *slot,
+                                  const QKeySequence &shortcut)
 {
-    // The edit commands go to the widget with the focus, when it has them (a text field, a
-    // table); otherwise they stay disabled.
-    const QByteArray signature = QByteArray(slot) + "()";
-    return addWindowItem(
-        menu, titleKey, shortcut, [signature] { return focusHasSlot(signature.constData()); },
-        [name = QByteArray(slot)] {
-            if (QWidget *w = focusTarget())
-                QMetaObject::invokeMethod(w, name.constData());
+    const QString command = QString::fromLatin1(slot);
+    QAction *item = addWindowItem(
+        menu, titleKey, shortcut,
+        [this, command, slot] {
+            QObject *target = commandTarget(slot);
+            return target && targetAllows(target, command, m_commandItems.value(command));
+        },
+        [slot] {
+            if (QObject *target = commandTarget(slot))
+                QMetaObject::invokeMethod(target, slot);
         });
+    m_commandItems.insert(command, item);
+    return item;
+}
+
+QObject *MainMenu::commandTarget(const char *slot)
+{
+    const QByteArray signature = QByteArray(slot) + "()";
+    // The chain ends at the focused widget's window: another window's views are not in view.
+    for (QWidget *w = QApplication::focusWidget(); w; w = w->isWindow() ? nullptr : w->parentWidget()) {
+        QObject *controller = w->property("commandTarget").value<QObject *>();
+        if (answers(controller, signature))
+            return controller;
+        if (answers(w, signature))
+            return w;
+    }
+    return nullptr;
+}
+
+QAction *MainMenu::commandItem(const QString &slot) const
+{
+    return m_commandItems.value(slot);
+}
+
+QString MainMenu::createVersionTitle()
+{
+    const QVariantMap preferred =
+        UserDefaults::standard().dictionaryForKey(QStringLiteral("preferredFormat"));
+    const quint64 format = preferred.value(QStringLiteral("format")).toULongLong();
+    const QString name = format < std::size(kFormatNames) ? QString::fromLatin1(kFormatNames[format])
+                                                          : QStringLiteral("Unknown");
+    return VEKLocalizedString("Commands_fileMenu_createVersion").arg(name);
 }
 
 void MainMenu::build()
@@ -116,6 +157,13 @@ void MainMenu::build()
     addItem(file, "Commands_fileMenu_addToLibrary", A::AddToLibrary, QKeySequence(Qt::CTRL | Qt::Key_O));
     addItem(file, "Commands_fileMenu_rescan", A::Rescan);
     file->addSeparator();
+    addCommandItem(file, "Commands_fileMenu_newPlaylistFromSelection", "newPlaylistFromSelection",
+                   QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_N));
+    addCommandItem(file, "Commands_fileMenu_getInfo", "getInfo", QKeySequence(Qt::CTRL | Qt::Key_I));
+    addCommandItem(file, "Commands_fileMenu_showInFileManager", "showInFileManager",
+                   QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_R));
+    addCommandItem(file, "Commands_fileMenu_createVersion", "createPreferredVersion");
+    file->addSeparator();
     addWindowItem(
         file, "Commands_fileMenu_close", QKeySequence(Qt::CTRL | Qt::Key_W),
         [] { return QApplication::activeWindow() != nullptr; },
@@ -125,13 +173,20 @@ void MainMenu::build()
         });
 
     QMenu *edit = addMenu("Commands_editMenu");
-    addEditItem(edit, "Commands_editMenu_undo", "undo", QKeySequence::Undo);
-    addEditItem(edit, "Commands_editMenu_redo", "redo", QKeySequence::Redo);
+    addCommandItem(edit, "Commands_editMenu_undo", "undo", QKeySequence::Undo);
+    addCommandItem(edit, "Commands_editMenu_redo", "redo", QKeySequence::Redo);
     edit->addSeparator();
-    addEditItem(edit, "Commands_editMenu_cut", "cut", QKeySequence::Cut);
-    addEditItem(edit, "Commands_editMenu_copy", "copy", QKeySequence::Copy);
-    addEditItem(edit, "Commands_editMenu_paste", "paste", QKeySequence::Paste);
-    addEditItem(edit, "Commands_editMenu_selectAll", "selectAll", QKeySequence::SelectAll);
+    addCommandItem(edit, "Commands_editMenu_cut", "cut", QKeySequence::Cut);
+    addCommandItem(edit, "Commands_editMenu_copy", "copy", QKeySequence::Copy);
+    addCommandItem(edit, "Commands_editMenu_paste", "paste", QKeySequence::Paste);
+    // A text field with the focus keeps Delete for itself (it takes the key before shortcuts).
+    addCommandItem(edit, "Commands_editMenu_delete", "deleteSelection", QKeySequence(Qt::Key_Delete));
+    edit->addSeparator();
+    addCommandItem(edit, "Commands_editMenu_selectAll", "selectAll", QKeySequence::SelectAll);
+    addCommandItem(edit, "Commands_editMenu_selectNone", "selectNone",
+                   QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_A));
+    edit->addSeparator();
+    addCommandItem(edit, "Commands_editMenu_rename", "rename", QKeySequence(Qt::Key_F2));
 
     QMenu *controls = addMenu("Commands_controlsMenu");
     addItem(controls, "Commands_controlsMenu_play", A::Play, QKeySequence(Qt::Key_Space));
@@ -246,6 +301,8 @@ bool MainMenu::windowAllows(const MenuItem &item) const
 
 void MainMenu::validate()
 {
+    if (QAction *create = m_commandItems.value(QStringLiteral("createPreferredVersion")))
+        create->setText(createVersionTitle());
     m_columnsMenu->setEnabled(m_windows->hasLibraryWindow() && !m_columnsMenu->isEmpty());
     for (QAction *a : std::as_const(m_actions)) {
         const auto windowItem = m_windowItems.constFind(a);

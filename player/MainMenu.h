@@ -24,6 +24,23 @@ class QWidget;
 // bar of the library window. Their shortcuts work in every window of the program that carries
 // them (attachTo), and the validation runs each time a menu opens and before any key could
 // trigger a shortcut, so a disabled item's shortcut does nothing. Main thread only.
+//
+// The commands of the File and Edit menus that act on what the user is looking at (a song
+// table, the playlist sidebar, a text field) go to a responder chain: starting at the widget
+// with the keyboard focus, each widget and then the controller it names, up to its window, is
+// asked in turn; the first that has the command's slot answers. A widget names its controller
+// with the dynamic property "commandTarget" (a QObject *), so a controller that is no widget
+// still takes its view's commands. The answering object:
+//   - implements the command as a public slot without arguments, named as below;
+//   - may implement `Q_INVOKABLE bool validateCommand(const QString &command, QAction *item)`,
+//     asked each time a menu opens and before a shortcut acts, with the slot's name: its answer
+//     enables the item (it may set the check mark). Without it an item it answers is enabled.
+//     It runs on every key press, so it must cost no more than a glance at the selection.
+// With no answering object the item is disabled. The command slots:
+//   File: newPlaylistFromSelection, getInfo (Ctrl+I), showInFileManager, createPreferredVersion
+//         (its title, "Create FORMAT Version", comes from the preferred format here)
+//   Edit: undo, redo, cut, copy, paste, deleteSelection (Delete), selectAll, selectNone,
+//         rename (F2)
 class MainMenu : public QObject {
     Q_OBJECT
 public:
@@ -71,6 +88,12 @@ public:
     void validate();
     // The item that sends `action` (with `tag` where several do); null if there is none.
     QAction *action(MenuItem::Action action, qint64 tag = 0) const;
+    // The item of a responder-chain command, by its slot name (see above); null if none.
+    QAction *commandItem(const QString &slot) const;
+    // The object that answers `slot` for the focused widget now, or null.
+    static QObject *commandTarget(const char *slot);
+    // "Create FORMAT Version", FORMAT being the name of the preferred format's "format" number.
+    static QString createVersionTitle();
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
@@ -80,7 +103,8 @@ private:
     QAction *addItem(QMenu *menu, const char *titleKey, MenuItem item, const QKeySequence &shortcut);
     QAction *addItem(QMenu *menu, const char *titleKey, MenuItem::Action action,
                      const QKeySequence &shortcut = {});
-    QAction *addEditItem(QMenu *menu, const char *titleKey, const char *slot, const QKeySequence &shortcut);
+    QAction *addCommandItem(QMenu *menu, const char *titleKey, const char *slot,
+                            const QKeySequence &shortcut = {});
     QAction *addWindowItem(QMenu *menu, const char *titleKey, const QKeySequence &shortcut,
                            std::function<bool()> enabled, std::function<void()> run);
     void build();
@@ -96,4 +120,5 @@ private:
     // The items that act on the front end alone (edit, window): when enabled, what they do.
     QHash<QAction *, std::pair<std::function<bool()>, std::function<void()>>> m_windowItems;
     QList<QAction *> m_actions;
+    QHash<QString, QAction *> m_commandItems;
 };
