@@ -9,7 +9,8 @@
 
 #include <cmath>
 
-MiniPlayerPosition::MiniPlayerPosition(QWidget *parent) : QWidget(parent)
+MiniPlayerPosition::MiniPlayerPosition(QWidget *parent)
+    : QWidget(parent), m_gesture([this](float location) { seek(location); })
 {
     PlayerAccessibility::install();
     setFocusPolicy(Qt::TabFocus);
@@ -83,48 +84,21 @@ void MiniPlayerPosition::paintEvent(QPaintEvent *)
 
 void MiniPlayerPosition::mousePressEvent(QMouseEvent *event)
 {
-    if (event->button() != Qt::LeftButton)
-        return;
-    const float x = float(event->position().x());
-    m_wasPlaying = m_transport && m_transport->isPlaying();
-    if (m_wasPlaying)
-        m_transport->pause();
-    QRect knob = knobRect();
-    if (!knob.contains(event->position().toPoint()) && travel() > 0.0f) {
-        const float loc = qMin(x / travel(), 1.0f);
-        seek(loc);
-        knob.moveLeft(int(std::lround(loc * travel())));
-    }
-    m_grab = x - float(knob.x());
-    m_tracking = true;
+    m_gesture.press(event, m_transport, knobRect(), travel());
 }
 
 void MiniPlayerPosition::mouseMoveEvent(QMouseEvent *event)
 {
-    if (m_tracking && travel() > 0.0f)
-        seek(qBound(0.0f, (float(event->position().x()) - m_grab) / travel(), 1.0f));
+    m_gesture.move(event, travel());
 }
 
 void MiniPlayerPosition::mouseReleaseEvent(QMouseEvent *event)
 {
-    if (event->button() != Qt::LeftButton || !m_tracking)
-        return;
-    m_tracking = false;
-    if (m_wasPlaying && m_transport)
-        m_transport->play();
-    m_wasPlaying = false;
+    m_gesture.release(event, m_transport);
 }
 
 void MiniPlayerPosition::keyPressEvent(QKeyEvent *event)
 {
-    const SongPtr song = m_transport ? m_transport->currentSong() : SongPtr();
-    const float step = song && song->length() > 0.0 ? float(5.0 / song->length()) : 0.01f;
-    const float loc = location();
-    switch (event->key()) {
-    case Qt::Key_Left: seek(qMax(0.0f, loc - step)); break;
-    case Qt::Key_Right: seek(qMin(1.0f, loc + step)); break;
-    case Qt::Key_Home: seek(0.0f); break;
-    case Qt::Key_End: seek(1.0f); break;
-    default: QWidget::keyPressEvent(event);
-    }
+    if (!m_gesture.key(event, m_transport, location()))
+        QWidget::keyPressEvent(event);
 }

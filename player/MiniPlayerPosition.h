@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PlayerSeekGesture.h"
 #include "PlayerTransport.h"
 
 #include <QPointer>
@@ -8,10 +9,7 @@
 
 // The mini player's thin position bar: the played part and an 8-pixel knob at the place in the
 // song, moved ten times a second while the song plays.
-//
-// A press on the bar jumps the knob there, a press on the knob grabs it where it was taken;
-// dragging seeks at every move, and playback pauses for the gesture and resumes after it if it
-// was playing. Left and right arrows seek by 5 seconds, Home and End to the ends.
+// It seeks by PlayerSeekGesture.
 class MiniPlayerPosition : public QWidget {
     Q_OBJECT
 public:
@@ -40,7 +38,5 @@ private:
 
     QPointer<PlayerTransport> m_transport;
     QTimer m_timer;
-    bool m_tracking = false;
-    bool m_wasPlaying = false;
-    float m_grab = 0.0f;
+    PlayerSeekGesture m_gesture;
 };

@@ -39,7 +39,8 @@ void fillColumn(QImage &image, int x, double top, double bottom, QRgb colour)
 } // namespace
 
 PlayerPosition::PlayerPosition(QWidget *parent)
-    : QWidget(parent), m_queue(std::make_unique<OperationQueue>("quivera-wave"))
+    : QWidget(parent), m_queue(std::make_unique<OperationQueue>("quivera-wave")),
+      m_gesture([this](float location) { seek(location); })
 {
     PlayerAccessibility::install();
     setFocusPolicy(Qt::StrongFocus);
@@ -278,55 +279,25 @@ void PlayerPosition::seek(float location)
 
 void PlayerPosition::mousePressEvent(QMouseEvent *event)
 {
-    if (event->button() != Qt::LeftButton)
-        return;
-    const float travel = float(width() - m_handleRect.width());
-    const QPointF p = event->position();
-    m_wasPlaying = m_transport && m_transport->isPlaying();
-    if (m_wasPlaying)
-        m_transport->pause();
     m_handleRect = handleRectAt(location());
-    if (!m_handleRect.contains(p) && travel > 0.0f) {
-        const float loc = qMin(float(p.x()) / travel, 1.0f);
-        seek(loc);
-        m_handleRect.moveLeft(std::round(loc * travel));
-    }
-    m_grab = float(p.x() - m_handleRect.x());
-    m_tracking = true;
+    if (const auto left = m_gesture.press(event, m_transport, m_handleRect, travel()))
+        m_handleRect.moveLeft(*left);
 }
 
 void PlayerPosition::mouseMoveEvent(QMouseEvent *event)
 {
-    if (!m_tracking)
-        return;
-    const float travel = float(width() - m_handleRect.width());
-    if (travel <= 0.0f)
-        return;
-    seek(qBound(0.0f, (float(event->position().x()) - m_grab) / travel, 1.0f));
+    m_gesture.move(event, travel());
 }
 
 void PlayerPosition::mouseReleaseEvent(QMouseEvent *event)
 {
-    if (event->button() != Qt::LeftButton || !m_tracking)
-        return;
-    m_tracking = false;
-    if (m_wasPlaying && m_transport)
-        m_transport->play();
-    m_wasPlaying = false;
+    m_gesture.release(event, m_transport);
 }
 
 void PlayerPosition::keyPressEvent(QKeyEvent *event)
 {
-    const SongPtr song = m_transport ? m_transport->currentSong() : SongPtr();
-    const float step = song && song->length() > 0.0 ? float(5.0 / song->length()) : 0.01f;
-    const float loc = location();
-    switch (event->key()) {
-    case Qt::Key_Left: seek(qMax(0.0f, loc - step)); break;
-    case Qt::Key_Right: seek(qMin(1.0f, loc + step)); break;
-    case Qt::Key_Home: seek(0.0f); break;
-    case Qt::Key_End: seek(1.0f); break;
-    default: QWidget::keyPressEvent(event);
-    }
+    if (!m_gesture.key(event, m_transport, location()))
+        QWidget::keyPressEvent(event);
 }
 
 void PlayerPosition::focusInEvent(QFocusEvent *event)

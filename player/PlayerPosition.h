@@ -8,6 +8,7 @@
 #include <memory>
 
 class OperationQueue;
+#include "PlayerSeekGesture.h"
 #include "PlayerTransport.h"
 class PlayerWaveformOperation;
 class VEKWaveformBuffer;
@@ -20,9 +21,7 @@ class VEKWaveformBuffer;
 // a second, only the new columns, so the picture grows from left to right. A new song or a new
 // size cancels the work after its current column and starts again.
 //
-// A press on the bar jumps the handle there, a press on the handle grabs it where it was taken;
-// dragging seeks at every move, and playback pauses for the gesture and resumes after it if it
-// was playing. Left and right arrows seek by 5 seconds, Home and End to the ends.
+// It seeks by PlayerSeekGesture, the handle being its knob.
 class PlayerPosition : public QWidget {
     Q_OBJECT
 public:
@@ -79,6 +78,7 @@ private:
     // The handle's and the played part's extent at `location`, in view coordinates.
     QRectF handleRectAt(float location) const;
     qreal playedEdgeAt(float location) const;
+    float travel() const { return float(width() - m_handleRect.width()); }
     QPointer<PlayerTransport> m_transport;
     std::unique_ptr<OperationQueue> m_queue;
     std::shared_ptr<PlayerWaveformOperation> m_latest;
@@ -89,9 +89,6 @@ private:
     float m_shownLocation = 0.0f;
     QTimer m_drawingTimer;
     QTimer m_locationTimer;
-    // The gesture of the mouse.
-    bool m_tracking = false;
-    bool m_wasPlaying = false;
-    float m_grab = 0.0f;
+    PlayerSeekGesture m_gesture;
     bool m_focusVisible = false;
 };
