@@ -30,6 +30,9 @@ enum ErrorCode : qint64 {
     Unsupported = 2, // the value holds something an archive cannot carry
 };
 
+// The "$version" both sides write and accept.
+inline constexpr qlonglong archiveVersion = 100000;
+
 // Objects nested deeper than this are refused both ways. Messages nest a few levels.
 inline constexpr int maxDepth = 256;
 
