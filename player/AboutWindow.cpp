@@ -27,6 +27,7 @@ QWidget *aboutPage()
 {
     auto *page = new QWidget;
     auto *layout = new QVBoxLayout(page);
+    layout->addStretch();
     // Drawn at the screen's pixel ratio so it is sharp on a dense display.
     const qreal ratio = page->devicePixelRatioF();
     QPixmap pixmap(QSize(128, 128) * ratio);
@@ -119,7 +120,7 @@ AboutWindow::AboutWindow(QWidget *parent) : QDialog(parent), m_tabs(new QTabWidg
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(m_tabs);
     layout->addWidget(buttons);
-    resize(560, 520);
+    resize(520, 430);
 }
 
 void AboutWindow::showPage(Page page)

@@ -47,6 +47,42 @@ QColor PlayerArt::panel()
     return QColor(0x0c, 0x0f, 0x14);
 }
 
+QPalette PlayerArt::palette(bool menus)
+{
+    const QColor window = menus ? panel().lighter(180) : QColor(0x16, 0x1a, 0x20);
+    const QColor base = menus ? window : QColor(0x10, 0x13, 0x18);
+    const QColor button = menus ? window : QColor(0x23, 0x29, 0x31);
+    const QColor text = menus ? accent() : QColor(0xdc, 0xe4, 0xee);
+    QColor faint = menus ? accent() : text;
+    faint.setAlphaF(0.38f);
+    QPalette p;
+    for (auto group : {QPalette::Active, QPalette::Inactive, QPalette::Disabled}) {
+        const bool disabled = group == QPalette::Disabled;
+        p.setColor(group, QPalette::Window, window);
+        p.setColor(group, QPalette::Base, base);
+        p.setColor(group, QPalette::AlternateBase, base.lighter(115));
+        p.setColor(group, QPalette::Button, button);
+        for (auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
+            p.setColor(group, role, disabled ? faint : text);
+        p.setColor(group, QPalette::BrightText, Qt::white);
+        p.setColor(group, QPalette::PlaceholderText, faint);
+        p.setColor(group, QPalette::ToolTipBase, panel().lighter(220));
+        p.setColor(group, QPalette::ToolTipText, text);
+        p.setColor(group, QPalette::Link, accent());
+        p.setColor(group, QPalette::LinkVisited, accent().darker(130));
+        p.setColor(group, QPalette::Highlight, disabled ? button : accent().darker(250));
+        p.setColor(group, QPalette::HighlightedText, Qt::white);
+        // The bevels of the style, kept close to the surface; no etched highlight under a
+        // disabled text, which on dark would read brighter than an enabled one.
+        p.setColor(group, QPalette::Light, disabled ? QColor(Qt::transparent) : button.lighter(140));
+        p.setColor(group, QPalette::Midlight, button.lighter(120));
+        p.setColor(group, QPalette::Mid, button.darker(130));
+        p.setColor(group, QPalette::Dark, button.darker(170));
+        p.setColor(group, QPalette::Shadow, QColor(0, 0, 0));
+    }
+    return p;
+}
+
 bool PlayerArt::loadFonts()
 {
     static bool tried = false;

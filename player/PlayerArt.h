@@ -2,6 +2,7 @@
 
 #include <QColor>
 #include <QFont>
+#include <QPalette>
 #include <QPixmap>
 #include <QSizeF>
 #include <QString>
@@ -21,6 +22,10 @@ public:
     static QColor accent();
     // The dark panel the art is drawn for.
     static QColor panel();
+    // The dark palette of every window and dialog of the program, so that no box opens light
+    // beside the dark player; `menus` gives the menus' variant, a lighter surface with the
+    // accent for text.
+    static QPalette palette(bool menus = false);
 
     // Loads the player's font family (Roboto Condensed from fonts-roboto-unhinted: regular,
     // medium, bold) into the application once; true when it is there. Without it the fonts

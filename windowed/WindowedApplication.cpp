@@ -8,38 +8,24 @@
 #include "player/MiniPlayerWindow.h"
 #include "player/PlayerArt.h"
 #include "player/PlayerController.h"
+#include "player/PlayerStyle.h"
 #include "player/PlayerWindow.h"
 #include "player/UserGuide.h"
 #include "settings/UserDefaults.h"
 
 #include <QApplication>
 #include <QMenu>
-#include <QPalette>
 #include <QMessageBox>
-#include <QPushButton>
+#include <QPalette>
 #include <QProgressDialog>
+#include <QPushButton>
 #include <QScreen>
 
 WindowedApplication::WindowedApplication(QObject *parent) : QObject(parent)
 {
     VEKAlertPresenter::install(&m_alerts);
-    // Every menu opens over the dark panel, so menus take the panel's colours and its accent
-    // rather than the desktop's light ones.
-    QPalette menus = QApplication::palette();
-    const QColor surface = PlayerArt::panel().lighter(180);
-    QColor faint = PlayerArt::accent();
-    faint.setAlphaF(0.35f);
-    for (auto role : {QPalette::Window, QPalette::Base, QPalette::Button})
-        menus.setColor(role, surface);
-    for (auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
-        menus.setColor(role, PlayerArt::accent());
-    for (auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
-        menus.setColor(QPalette::Disabled, role, faint);
-    // No etched highlight under a disabled item: on dark it would read brighter than an enabled one.
-    menus.setColor(QPalette::Disabled, QPalette::Light, Qt::transparent);
-    menus.setColor(QPalette::Highlight, PlayerArt::accent().darker(250));
-    menus.setColor(QPalette::HighlightedText, Qt::white);
-    QApplication::setPalette(menus, "QMenu");
+    // Every window, dialog and menu is dark like the player, whatever the desktop's theme.
+    PlayerStyle::install();
     m_frontEnd.setAskAccessITunesLibraryHandler([this] { return askAccessITunesLibrary(); });
     connect(&m_frontEnd, &SignalFrontEnd::releaseWindowsRequested, this, &WindowedApplication::releaseWindows);
     connect(&m_frontEnd, &SignalFrontEnd::beginProgressRequested, this, &WindowedApplication::beginProgress);
