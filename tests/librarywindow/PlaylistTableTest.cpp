@@ -1,0 +1,301 @@
+// The playlist sidebar on a real library: its groups, the selection that follows the selected
+// playlist, drops of songs, renaming and deleting.
+
+#include "app/ApplicationDelegate.h"
+#include "app/SignalFrontEnd.h"
+#include "db/VEKDatabaseQuery.h"
+#include "library/ImportOperation.h"
+#include "library/iTunesFixture.h"
+#include "librarywindow/PlaylistTableController.h"
+#include "librarywindow/PlaylistTableModel.h"
+#include "librarywindow/SongIDsMimeData.h"
+#include "settings/UserDefaults.h"
+#include "support/TestEnvironment.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QPushButton>
+#include <QTest>
+#include <QTimer>
+#include <QTreeView>
+#include <gtest/gtest.h>
+
+namespace {
+
+class PlaylistTableTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        TestEnvironment::resetUserFolders();
+        UserDefaults &d = UserDefaults::standard();
+        for (const char *key : {"selectedPlaylistID", "accessiTunesLibrary", "iTunesLibraryLocation",
+                                "suppressConfirmDeletePlaylistAlert"})
+            d.removeValue(QString::fromLatin1(key));
+        ApplicationDelegate::registerDefaults(d);
+    }
+    void TearDown() override
+    {
+        controller.reset();
+        window.reset();
+        if (delegate)
+            delegate->applicationWillTerminate();
+        for (const char *key :
+             {"accessiTunesLibrary", "iTunesLibraryLocation", "suppressConfirmDeletePlaylistAlert"})
+            UserDefaults::standard().removeValue(QString::fromLatin1(key));
+    }
+
+    // The library with two songs of its own and, when asked, the iTunes library of the fixture.
+    void launch(bool iTunes)
+    {
+        if (iTunes) {
+            const QString dir = TestEnvironment::makeTempDir(QStringLiteral("itunes"));
+            const QString xml = dir + QStringLiteral("/iTunes Library.xml");
+            iTunesFixture::write(xml, dir + QStringLiteral("/music"));
+            UserDefaults::standard().setValue(QStringLiteral("iTunesLibraryLocation"), xml);
+            UserDefaults::standard().setValue(QStringLiteral("accessiTunesLibrary"), true);
+        }
+        delegate = std::make_unique<ApplicationDelegate>(&frontEnd);
+        ApplicationDelegate::LaunchOptions options;
+        options.stream = false;
+        options.remote = false;
+        options.mpris = false;
+        delegate->applicationWillFinishLaunching(options);
+        const QString music = TestEnvironment::makeTempDir(QStringLiteral("music"));
+        for (const char *name : {"/a.flac", "/b.flac"})
+            TestEnvironment::makeSine(music + QString::fromLatin1(name), 0.1);
+        delegate->addFilesToLibrary({music});
+        delegate->queue()->waitUntilAllOperationsAreFinished();
+        window = std::make_unique<QWidget>();
+        controller = std::make_unique<PlaylistTableController>(delegate.get(), window.get());
+        controller->view()->resize(240, 500);
+        window->show();
+    }
+
+    PlaylistTableModel *model() const { return controller->model(); }
+    QTreeView *view() const { return controller->view(); }
+    PlaylistPtr library() const { return delegate->localPlaylists().first(); }
+    PlaylistPtr iTunesList(int i) const { return delegate->iTunesPlaylists().at(i); }
+    PlaylistPtr newPlaylist(const QList<SongPtr> &songs = {})
+    {
+        delegate->newPlaylistWithSongs(songs);
+        return delegate->selectedPlaylist();
+    }
+    PlaylistPtr selectedRow() const
+    {
+        const QModelIndexList rows = view()->selectionModel()->selectedRows();
+        return rows.size() == 1 ? model()->playlistAt(rows.first()) : nullptr;
+    }
+    bool canDrop(const PlaylistPtr &target, const QString &type = SongIDsMimeData::mimeType) const
+    {
+        QMimeData data;
+        data.setData(type, SongIDsMimeData::encode({library()->songsInManualOrder().first()->songID()}));
+        return model()->canDropMimeData(&data, Qt::CopyAction, -1, 0, model()->indexOfPlaylist(target));
+    }
+    // Answers the next message box: ticks its check box if asked, presses the button `text`.
+    void answerNextBox(const QString &text, bool suppress)
+    {
+        QTimer::singleShot(0, [text, suppress] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            ASSERT_TRUE(box);
+            if (suppress)
+                box->checkBox()->setChecked(true);
+            for (QAbstractButton *b : box->buttons())
+                if (b->text() == text)
+                    b->click();
+        });
+    }
+    qint64 rowsInSongTable(qint64 songID) const
+    {
+        auto q = delegate->database()->queryWithStatement(
+            QStringLiteral("SELECT COUNT() FROM t_song WHERE songID = ?"));
+        q->setIntValue(songID, 0);
+        return q->evaluateNextRow() ? q->intValueAtColumn(0) : -1;
+    }
+
+    SignalFrontEnd frontEnd;
+    std::unique_ptr<ApplicationDelegate> delegate;
+    std::unique_ptr<QWidget> window;
+    std::unique_ptr<PlaylistTableController> controller;
+};
+
+} // namespace
+
+TEST_F(PlaylistTableTest, TheITunesGroupShowsOnlyWithAccessAndHeadersSelectNothing)
+{
+    launch(false);
+    ASSERT_EQ(model()->rowCount(), 1);
+    EXPECT_EQ(model()->index(0, 0).data().toString(), QStringLiteral("QUIVERA"));
+    EXPECT_EQ(view()->objectName(), QStringLiteral("Playlists"));
+    controller.reset();
+    window.reset();
+    delegate->applicationWillTerminate();
+
+    launch(true);
+    ASSERT_EQ(model()->rowCount(), 2);
+    const QModelIndex iTunes = model()->index(1, 0);
+    EXPECT_EQ(iTunes.data().toString(), QStringLiteral("ITUNES"));
+    EXPECT_EQ(model()->rowCount(iTunes), 1 + iTunesFixture::playlistIDs.size());
+    EXPECT_TRUE(view()->isExpanded(iTunes));
+
+    // A click on a header leaves the selected playlist as it was.
+    const PlaylistPtr before = delegate->selectedPlaylist();
+    QTest::mouseClick(view()->viewport(), Qt::LeftButton, {}, view()->visualRect(iTunes).center());
+    EXPECT_EQ(delegate->selectedPlaylist(), before);
+    EXPECT_EQ(selectedRow(), before);
+}
+
+TEST_F(PlaylistTableTest, TheSelectedRowFollowsTheSelectedPlaylistWhoeverChoseIt)
+{
+    launch(true);
+    const PlaylistPtr mine = newPlaylist();
+    EXPECT_EQ(selectedRow(), mine);
+
+    // Another part of the program (the remote) chooses: the row follows.
+    delegate->setSelectedPlaylist(iTunesList(2));
+    EXPECT_EQ(selectedRow(), iTunesList(2));
+
+    // A click chooses through the handler, which the library window takes over.
+    PlaylistPtr handled;
+    controller->setSelectionHandler([&](const PlaylistPtr &p) {
+        handled = p;
+        delegate->setSelectedPlaylist(p);
+    });
+    QTest::mouseClick(view()->viewport(), Qt::LeftButton, {},
+                      view()->visualRect(model()->indexOfPlaylist(mine)).center());
+    EXPECT_EQ(handled, mine);
+    EXPECT_EQ(delegate->selectedPlaylist(), mine);
+
+    // Deleting it leaves no playlist selected and no row either.
+    UserDefaults::standard().setValue(QStringLiteral("suppressConfirmDeletePlaylistAlert"), true);
+    controller->deleteSelection();
+    EXPECT_FALSE(delegate->selectedPlaylist());
+    EXPECT_FALSE(model()->indexOfPlaylist(mine).isValid());
+    EXPECT_TRUE(view()->selectionModel()->selectedRows().isEmpty());
+}
+
+TEST_F(PlaylistTableTest, DropsAreRefusedAndTakenByTheirRules)
+{
+    launch(true);
+    const PlaylistPtr locked = newPlaylist();
+    locked->setLocked(true);
+    const PlaylistPtr other = newPlaylist();
+    const PlaylistPtr mine = newPlaylist(); // selected: the songs come from here
+
+    struct Case {
+        const char *what;
+        PlaylistPtr selected;
+        PlaylistPtr target;
+        bool taken;
+    };
+    const Case cases[] = {
+        {"onto the playlist they come from", mine, mine, false},
+        {"onto an own locked playlist", mine, locked, false},
+        {"onto an iTunes playlist", mine, iTunesList(2), false},
+        {"onto the iTunes library", mine, iTunesList(0), false},
+        {"from an own playlist onto the own library", mine, library(), false},
+        {"from an iTunes playlist onto the own library", iTunesList(2), library(), true},
+        {"from the iTunes library onto the own library", iTunesList(0), library(), true},
+        {"onto another playlist", mine, other, true},
+        {"from iTunes onto an own playlist", iTunesList(0), other, true},
+    };
+    for (const Case &c : cases) {
+        delegate->setSelectedPlaylist(c.selected);
+        EXPECT_EQ(canDrop(c.target), c.taken) << c.what;
+    }
+    delegate->setSelectedPlaylist(mine);
+    QMimeData ids;
+    ids.setData(SongIDsMimeData::mimeType,
+                SongIDsMimeData::encode({library()->songsInManualOrder().first()->songID()}));
+    EXPECT_FALSE(model()->canDropMimeData(&ids, Qt::CopyAction, -1, 0, QModelIndex())) << "on no row";
+    EXPECT_FALSE(model()->canDropMimeData(&ids, Qt::CopyAction, -1, 0, model()->index(0, 0)))
+        << "on a header";
+    EXPECT_FALSE(model()->canDropMimeData(&ids, Qt::CopyAction, 0, 0, model()->indexOfPlaylist(other)))
+        << "between rows";
+    EXPECT_FALSE(canDrop(other, QStringLiteral("text/uri-list"))) << "files";
+}
+
+TEST_F(PlaylistTableTest, ADropAddsEachNewSongOnceAtTheEndAndITunesSongsJoinTheSongTable)
+{
+    launch(true);
+    const QList<SongPtr> own = library()->songsInManualOrder();
+    ASSERT_EQ(own.size(), 2);
+    const PlaylistPtr target = newPlaylist({own.at(1)});
+    newPlaylist(); // the source
+
+    // A song the playlist holds is not doubled; a repeat in the drag neither.
+    EXPECT_TRUE(model()->dropSongs({own.at(0)->songID(), own.at(1)->songID(), own.at(0)->songID()}, target));
+    EXPECT_EQ(target->songsInManualOrder(), (QList<SongPtr>{own.at(1), own.at(0)}));
+    EXPECT_TRUE(model()->dropSongs({own.at(0)->songID()}, target));
+    EXPECT_EQ(target->countOfSongs(), 2);
+
+    // iTunes songs dropped on the own library are stored in the library file's song table.
+    delegate->setSelectedPlaylist(iTunesList(0));
+    const qint64 iTunesSong = 101;
+    ASSERT_EQ(rowsInSongTable(iTunesSong), 0);
+    QMimeData data;
+    data.setData(SongIDsMimeData::mimeType, SongIDsMimeData::encode({iTunesSong}));
+    EXPECT_TRUE(model()->dropMimeData(&data, Qt::CopyAction, -1, 0, model()->indexOfPlaylist(library())));
+    EXPECT_EQ(rowsInSongTable(iTunesSong), 1);
+    EXPECT_EQ(library()->songsInManualOrder().last(), delegate->library().value(iTunesSong));
+    EXPECT_EQ(library()->countOfSongs(), 3);
+}
+
+TEST_F(PlaylistTableTest, RenamingInPlaceKeepsANameAndOnlyWherePossible)
+{
+    launch(true);
+    const PlaylistPtr mine = newPlaylist();
+    const QModelIndex row = model()->indexOfPlaylist(mine);
+    // A new playlist opens its name for editing at once.
+    EXPECT_TRUE(view()->indexWidget(row));
+    view()->closePersistentEditor(row);
+
+    EXPECT_TRUE(model()->setData(row, QStringLiteral("Evening")));
+    EXPECT_EQ(mine->name(), QStringLiteral("Evening"));
+    EXPECT_FALSE(model()->setData(row, QString()));
+    EXPECT_EQ(mine->name(), QStringLiteral("Evening"));
+    EXPECT_FALSE(model()->flags(model()->indexOfPlaylist(library())) & Qt::ItemIsEditable);
+    EXPECT_FALSE(model()->flags(model()->indexOfPlaylist(iTunesList(1))) & Qt::ItemIsEditable);
+
+    // Return on a locked playlist starts no edit; on a plain one it does.
+    delegate->setSelectedPlaylist(iTunesList(1));
+    view()->setFocus();
+    QTest::keyClick(view(), Qt::Key_Return);
+    EXPECT_FALSE(view()->indexWidget(model()->indexOfPlaylist(iTunesList(1))));
+    delegate->setSelectedPlaylist(mine);
+    QTest::keyClick(view(), Qt::Key_F2);
+    EXPECT_TRUE(view()->indexWidget(row));
+}
+
+TEST_F(PlaylistTableTest, DeleteAsksUnlessToldNotToAndSparesLibraries)
+{
+    launch(false);
+    // The library: nothing, and no question either (a box would wait for an answer).
+    view()->setFocus();
+    QTest::keyClick(view(), Qt::Key_Delete);
+    EXPECT_EQ(delegate->localPlaylists().size(), 1);
+    EXPECT_FALSE(controller->validateCommand(QStringLiteral("deleteSelection"), nullptr));
+
+    const PlaylistPtr mine = newPlaylist();
+    view()->closePersistentEditor(model()->indexOfPlaylist(mine));
+    EXPECT_TRUE(controller->validateCommand(QStringLiteral("deleteSelection"), nullptr));
+    // "No" with the box ticked: the playlist stays, the question is not asked again.
+    answerNextBox(QStringLiteral("Cancel"), true);
+    controller->deleteSelection();
+    EXPECT_TRUE(model()->indexOfPlaylist(mine).isValid());
+    EXPECT_TRUE(UserDefaults::standard().boolForKey(QStringLiteral("suppressConfirmDeletePlaylistAlert")));
+    view()->setFocus();
+    QTest::keyClick(view(), Qt::Key_Delete);
+    EXPECT_FALSE(model()->indexOfPlaylist(mine).isValid());
+    EXPECT_EQ(delegate->localPlaylists().size(), 1);
+}
+
+TEST_F(PlaylistTableTest, ThePreferredVersionCommandNeedsSongs)
+{
+    launch(false);
+    EXPECT_TRUE(controller->validateCommand(QStringLiteral("createPreferredVersion"), nullptr));
+    newPlaylist();
+    EXPECT_FALSE(controller->validateCommand(QStringLiteral("createPreferredVersion"), nullptr));
+    EXPECT_FALSE(controller->validateCommand(QStringLiteral("somethingElse"), nullptr));
+}
