@@ -67,7 +67,7 @@ TEST(NowPlayingNotifier, TheTextJoinsArtistAndAlbumWithAnEmDash)
 }
 
 // A notice sent before any notification service runs is lost and costs nothing: the next one
-// reaches the service once it is there, as a new notice. A notifier without a bus stays silent.
+// reaches the service once it is there, as a new notice.
 TEST(NowPlayingNotifier, EachSongChangeReachesTheNotificationServiceOnceThereIsOne)
 {
     PrivateSessionBus bus;
@@ -77,12 +77,7 @@ TEST(NowPlayingNotifier, EachSongChangeReachesTheNotificationServiceOnceThereIsO
         NowPlayingNotifier notifier(QDBusConnection::connectToBus(address, QStringLiteral("notifier")));
         QList<quint32> delivered;
         QObject::connect(&notifier, &NowPlayingNotifier::delivered, [&](quint32 id) { delivered.append(id); });
-        NowPlayingNotifier unconnected(QDBusConnection::connectToBus(QStringLiteral("unix:path=/nonexistent/bus"),
-                                                                     QStringLiteral("no-bus")));
-        bool unconnectedDelivered = false;
-        QObject::connect(&unconnected, &NowPlayingNotifier::delivered, [&](quint32) { unconnectedDelivered = true; });
         notifier.currentSongChanged(song("Before", "Nobody", "Listens"));
-        unconnected.currentSongChanged(song("a", "b", "c"));
         TestEnvironment::waitUntil([] { return false; }, 200);
         EXPECT_TRUE(delivered.isEmpty());
 
@@ -92,16 +87,15 @@ TEST(NowPlayingNotifier, EachSongChangeReachesTheNotificationServiceOnceThereIsO
         ASSERT_TRUE(service.registerVirtualObject(QStringLiteral("/org/freedesktop/Notifications"), &fake));
         ASSERT_TRUE(service.registerService(QStringLiteral("org.freedesktop.Notifications")));
 
-        notifier.currentSongChanged(song("Tune & <Co>", "Artist", "Album"));
+        notifier.currentSongChanged(song("Tune & <Co>", "A & <B>", "Album")); // the body is markup, the title not
         ASSERT_TRUE(TestEnvironment::waitUntil([&] { return delivered.size() == 1; }));
         notifier.currentSongChanged(nullptr); // playback ended: a notice without texts
         ASSERT_TRUE(TestEnvironment::waitUntil([&] { return delivered.size() == 2; }));
-        EXPECT_FALSE(unconnectedDelivered);
 
         ASSERT_EQ(fake.calls.size(), 2);
         EXPECT_EQ(fake.calls.at(0).app, QStringLiteral("Quivera"));
         EXPECT_EQ(fake.calls.at(0).summary, QStringLiteral("Tune & <Co>"));
-        EXPECT_EQ(fake.calls.at(0).body, QStringLiteral("Artist \u2014 Album"));
+        EXPECT_EQ(fake.calls.at(0).body, QStringLiteral("A &amp; &lt;B&gt; \u2014 Album"));
         EXPECT_EQ(fake.calls.at(0).replaces, 0u);
         EXPECT_EQ(fake.calls.at(1).replaces, 41u); // replaces the notice before
         EXPECT_TRUE(fake.calls.at(1).summary.isEmpty());
@@ -109,5 +103,4 @@ TEST(NowPlayingNotifier, EachSongChangeReachesTheNotificationServiceOnceThereIsO
     }
     QDBusConnection::disconnectFromBus(QStringLiteral("fake-notifications"));
     QDBusConnection::disconnectFromBus(QStringLiteral("notifier"));
-    QDBusConnection::disconnectFromBus(QStringLiteral("no-bus"));
 }
