@@ -76,7 +76,8 @@ TEST(NowPlayingNotifier, EachSongChangeReachesTheNotificationServiceOnceThereIsO
     {
         NowPlayingNotifier notifier(QDBusConnection::connectToBus(address, QStringLiteral("notifier")));
         QList<quint32> delivered;
-        QObject::connect(&notifier, &NowPlayingNotifier::delivered, [&](quint32 id) { delivered.append(id); });
+        QObject::connect(&notifier, &NowPlayingNotifier::delivered,
+                         [&](quint32 id) { delivered.append(id); });
         notifier.currentSongChanged(song("Before", "Nobody", "Listens"));
         TestEnvironment::waitUntil([] { return false; }, 200);
         EXPECT_TRUE(delivered.isEmpty());
@@ -87,7 +88,8 @@ TEST(NowPlayingNotifier, EachSongChangeReachesTheNotificationServiceOnceThereIsO
         ASSERT_TRUE(service.registerVirtualObject(QStringLiteral("/org/freedesktop/Notifications"), &fake));
         ASSERT_TRUE(service.registerService(QStringLiteral("org.freedesktop.Notifications")));
 
-        notifier.currentSongChanged(song("Tune & <Co>", "A & <B>", "Album")); // the body is markup, the title not
+        notifier.currentSongChanged(
+            song("Tune & <Co>", "A & <B>", "Album")); // the body is markup, the title not
         ASSERT_TRUE(TestEnvironment::waitUntil([&] { return delivered.size() == 1; }));
         notifier.currentSongChanged(nullptr); // playback ended: a notice without texts
         ASSERT_TRUE(TestEnvironment::waitUntil([&] { return delivered.size() == 2; }));

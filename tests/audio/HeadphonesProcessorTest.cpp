@@ -1,19 +1,26 @@
 // The headphone processor: its settings record (partial and refused records),
 // the engine made at the chain's rate, crossfeed heard through it, and bit-exact audio when off.
 
-#include "ChainTestSupport.h"
 #include "Signals.h"
 
 #include "audio/AudioProcessorClasses.h"
 #include "audio/HeadphonesProcessor.h"
+#include "support/graph/GraphTestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-using namespace AudioChain;
+using namespace GraphTest;
 
 namespace {
+
+// A chain of the playback layer's processors between the graph's test source and sink.
+std::unique_ptr<VEKAudioStream> build(const QStringList &classes, double rate = 48000.0, quint32 channels = 2)
+{
+    registerAudioProcessorClasses();
+    return chainOf(classes, rate, channels);
+}
 
 std::shared_ptr<HeadphonesProcessor> makeProcessor()
 {
@@ -76,7 +83,7 @@ TEST(HeadphonesRendering, WhenOffTheAudioPassesBitForBitEvenWithAnEngine)
     auto stream = build({QStringLiteral("HeadphonesProcessor")});
     ASSERT_TRUE(stream);
     const Channel left = Signals::noise(4096, 1), right = Signals::noise(4096, 2);
-    stream->processorWithIdentifier<Source>(QStringLiteral("source"))->setChannels({left, right});
+    stream->processorWithIdentifier<SequenceSource>(QStringLiteral("source"))->setChannels({left, right});
     auto *hp = stream->processorWithIdentifier<HeadphonesProcessor>(QStringLiteral("p0"));
     ASSERT_TRUE(hp);
     // Every trick set, but off.
@@ -107,7 +114,7 @@ TEST(HeadphonesRendering, CrossfeedCarriesALeftOnlySignalIntoTheRightEar)
     auto stream = build({QStringLiteral("HeadphonesProcessor")}, Rate);
     ASSERT_TRUE(stream);
     const size_t frames = size_t(Rate);
-    stream->processorWithIdentifier<Source>(QStringLiteral("source"))
+    stream->processorWithIdentifier<SequenceSource>(QStringLiteral("source"))
         ->setChannels({Signals::sine(frames, 300.0, Rate), Channel(frames, 0.0f)});
     auto *hp = stream->processorWithIdentifier<HeadphonesProcessor>(QStringLiteral("p0"));
     // Set before the engine exists: the values reach it at initialisation.

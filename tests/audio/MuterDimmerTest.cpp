@@ -1,19 +1,26 @@
 // Mute and dim: the ramps buffer by buffer as the settings change, the final level at a
 // (re)start, and the untouched signal at rest.
 
-#include "ChainTestSupport.h"
-
+#include "audio/AudioProcessorClasses.h"
 #include "audio/Dimmer.h"
 #include "audio/Muter.h"
 #include "settings/UserDefaults.h"
+#include "support/graph/GraphTestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-using namespace AudioChain;
+using namespace GraphTest;
 
 namespace {
+
+// A chain of the playback layer's processors between the graph's test source and sink.
+std::unique_ptr<VEKAudioStream> build(const QStringList &classes, double rate = 48000.0, quint32 channels = 2)
+{
+    registerAudioProcessorClasses();
+    return chainOf(classes, rate, channels);
+}
 
 constexpr quint32 N = 64; // frames per buffer
 
@@ -36,7 +43,7 @@ bool bitEqual(const Channel &a, const Channel &b)
 // Both channels of the next buffer, which must agree, as one.
 Channel next(VEKAudioStream &stream)
 {
-    const std::vector<Channel> out = renderBuffer(stream, N);
+    const std::vector<Channel> out = render(stream, N, N);
     EXPECT_TRUE(bitEqual(out[0], out[1]));
     return out[0];
 }
@@ -64,6 +71,8 @@ protected:
     std::unique_ptr<VEKAudioStream> start(const QStringList &classes)
     {
         auto stream = build(classes);
+        if (stream)
+            stream->processorWithIdentifier<SequenceSource>(QStringLiteral("source"))->setSamples({1.0f});
         if (stream && !stream->initialize()) {
             ADD_FAILURE() << "the chain does not initialise";
             return nullptr;
@@ -162,7 +171,7 @@ TEST_F(MuteDim, AtRestBothPassEverySampleBitForBit)
     // Awkward values: a denormal, a negative zero, values that any gain would round.
     Channel left{0.1f, -0.0f, 1e-40f, -0.999999f, 0.333333f, 1.0f, 3.0e-8f};
     Channel right{-0.7f, 0.123456789f, 0.0f, 1e-38f, -1.0f};
-    stream->processorWithIdentifier<Source>(QStringLiteral("source"))->setChannels({left, right});
+    stream->processorWithIdentifier<SequenceSource>(QStringLiteral("source"))->setChannels({left, right});
     ASSERT_TRUE(stream->initialize());
     // Back at rest after a full dim and undim as well as from the start.
     const std::vector<Channel> out = render(*stream, 1000, 100);

@@ -1,18 +1,17 @@
 // The stream in the program's own process: transport and sequencing on a device that keeps
 // real time, the rate policy on a device of chosen rates, and the effect slots across a restart.
 
+#include "audio/Stream.h"
 #include "audio/AudioProcessorClasses.h"
 #include "audio/Player.h"
-#include "audio/Stream.h"
 #include "core/VEKError.h"
 #include "graph/VEKAudioDock.h"
 #include "graph/VEKConductorAudioProcessor.h"
 #include "library/Playlist.h"
-#include "outputs/VEKAudioDeviceMonitor.h"
-#include "outputs/null/VEKNullOutput.h"
 #include "settings/UserDefaults.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
+#include "support/graph/GraphTestSupport.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -23,50 +22,11 @@
 
 namespace {
 
-// A device offering the rates a test chooses; it keeps real time through a null output and
-// remembers every rate it was set to.
-class FakeDevice : public VEKAudioDevice {
-public:
-    explicit FakeDevice(QList<double> rates, double rate) : m_rates(std::move(rates)), m_rate(rate) {}
-
-    bool isValid() const override { return true; }
-    bool hasPhysicalOutputs() const override { return true; }
-    QString UID(VEKError * = nullptr) const override { return QStringLiteral("fake"); }
-    qint64 deviceID() const override { return 4242; }
-    QString title(VEKError * = nullptr) const override { return QStringLiteral("Fake"); }
-    double sampleRate(VEKError * = nullptr) const override { return m_rate; }
-    QList<double> availableSampleRates(VEKError * = nullptr) const override { return m_rates; }
-    bool setSampleRate(double rate, VEKError * = nullptr) override
-    {
-        if (!m_rates.contains(rate))
-            return false;
-        m_rate = rate;
-        changes.append(rate);
-        emit VEKAudioDeviceMonitor::shared().sampleRateChanged(UID(), rate);
-        return true;
-    }
-    bool setIsExclusive(bool, VEKError *error = nullptr) override
-    {
-        VEKError::set(error, VEKError(QStringLiteral("VEKAudioDevice"), unknownPropertyCode, QStringLiteral("who?")));
-        return false;
-    }
-    bool isExclusive() const override { return false; }
-    bool supportsExclusive() const override { return false; }
-    QList<VEKAudioDeviceSource> outputSources(VEKError * = nullptr) const override { return {}; }
-    bool setSourceEnabled(quint32, bool, VEKError * = nullptr) override { return false; }
-    std::unique_ptr<VEKAudioOutput> createOutput() override
-    {
-        ++outputsMade;
-        return std::make_unique<VEKNullOutput>(m_rate);
-    }
-
-    QList<double> changes;
-    int outputsMade = 0;
-
-private:
-    QList<double> m_rates;
-    double m_rate;
-};
+// A device offering `rates` and keeping real time; it remembers every rate it was set to.
+std::shared_ptr<GraphTest::FakeDevice> fakeDevice(QList<double> rates = {44100}, double rate = 44100)
+{
+    return std::make_shared<GraphTest::FakeDevice>(rate, 1.0, 0, std::move(rates));
+}
 
 // Collects alerts instead of showing them.
 class AlertRecorder : public VEKAlertPresenter {
@@ -172,7 +132,7 @@ TEST(StreamRate, PrefersTheRateItselfThenIntegerRatiosThenTheNearest)
 
 TEST_F(StreamTest, AFixedPolicyTakesTheNearestRatioTheDeviceOffers)
 {
-    auto device = std::make_shared<FakeDevice>(QList<double>{44100, 48000, 192000}, 44100);
+    auto device = fakeDevice({44100, 48000, 192000}, 44100);
     UserDefaults::standard().setValue(QStringLiteral("sampleRate"), 96000);
     auto stream = makeStream(device);
     EXPECT_EQ(device->sampleRate(), 192000);
@@ -184,7 +144,7 @@ TEST_F(StreamTest, AFixedPolicyTakesTheNearestRatioTheDeviceOffers)
 // changes, and its end stops the transport.
 TEST_F(StreamTest, APlaylistPlaysThroughFollowingTheSongRateOnlyWhereItChanges)
 {
-    auto device = std::make_shared<FakeDevice>(QList<double>{44100, 48000, 96000}, 96000);
+    auto device = fakeDevice({44100, 48000, 96000}, 96000);
     UserDefaults::standard().setValue(QStringLiteral("sampleRate"), -1);
     auto stream = makeStream(device);
     const PlaylistPtr list = playlist({song(QStringLiteral("a"), 0.3, 44100), song(QStringLiteral("b"), 0.3, 44100),
@@ -210,7 +170,7 @@ TEST_F(StreamTest, APlaylistPlaysThroughFollowingTheSongRateOnlyWhereItChanges)
 // unchanged, and each thing that decides it, told once per change; a new device told as such.
 TEST_F(StreamTest, TheOutputFormatAndBitPerfectnessAreToldWhenTheyChange)
 {
-    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100, 48000}, 44100));
+    auto stream = makeStream(fakeDevice({44100, 48000}, 44100));
     int formats = 0, devices = 0;
     QObject::connect(stream.get(), &Stream::outputFormatChanged, stream.get(), [&formats] { ++formats; });
     QObject::connect(stream.get(), &Stream::outputDeviceChanged, stream.get(), [&devices] { ++devices; });
@@ -258,7 +218,7 @@ TEST_F(StreamTest, TheOutputFormatAndBitPerfectnessAreToldWhenTheyChange)
     EXPECT_FALSE(stream->outputFormat().bitPerfect) << "a 48 kHz song on a 44.1 kHz device";
     EXPECT_EQ(formats, 14);
 
-    stream->setOutputDeviceOverride(std::make_shared<FakeDevice>(QList<double>{48000}, 48000));
+    stream->setOutputDeviceOverride(fakeDevice({48000}, 48000));
     stream->updateOutputDevice();
     EXPECT_EQ(devices, 1);
     EXPECT_EQ(stream->outputFormat().sampleRate, 48000);
@@ -299,7 +259,7 @@ TEST_F(StreamTest, SongsOfAFrameOrTwoPlayOnceEachAndThePlaylistEnds)
             s->setSongID(++m_nextID);
         return s;
     };
-    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    auto stream = makeStream(fakeDevice());
     int passes = 0;
     QObject::connect(stream->processorWithIdentifier<VEKConductorAudioProcessor>(QStringLiteral("conductor")),
                      &VEKConductorAudioProcessor::landmarkPassed, stream.get(), [&passes] { ++passes; });
@@ -320,11 +280,12 @@ TEST_F(StreamTest, ReorderingThePlaylistWhileItPlaysNeverUpsetsATransition)
     // landmark wants that branch. The two orders differ after every song but the last, so each
     // transition shows which order it followed. Three songs in, the order flips once more and
     // stays: from there on only that order may be heard, never the song prepared before the flip.
-    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    auto stream = makeStream(fakeDevice());
     QList<SongPtr> songs;
     for (const char *name : {"a", "c", "b", "e", "d", "g", "f", "h"})
         songs.append(song(QString::fromLatin1(name), 0.15));
-    const QStringList byName{"a", "b", "c", "d", "e", "f", "g", "h"}, asAdded{"a", "c", "b", "e", "d", "g", "f", "h"};
+    const QStringList byName{"a", "b", "c", "d", "e", "f", "g", "h"},
+        asAdded{"a", "c", "b", "e", "d", "g", "f", "h"};
     const PlaylistPtr list = playlist(songs);
     QStringList heard;
     hear(stream.get(), heard);
@@ -334,16 +295,19 @@ TEST_F(StreamTest, ReorderingThePlaylistWhileItPlaysNeverUpsetsATransition)
     int reorders = 0;
     qsizetype settled = 0;
     bool sorted = false;
-    ASSERT_TRUE(waitFor([&] {
-        if (!settled) {
-            sorted = !sorted;
-            list->setSortKey(sorted ? QStringLiteral("name") : QString());
-            ++reorders;
-            if (heard.size() >= 4)
-                settled = heard.size();
-        }
-        return !stream->isPlaying();
-    }, 15000)) << heard.join(u' ').toStdString();
+    ASSERT_TRUE(waitFor(
+        [&] {
+            if (!settled) {
+                sorted = !sorted;
+                list->setSortKey(sorted ? QStringLiteral("name") : QString());
+                ++reorders;
+                if (heard.size() >= 4)
+                    settled = heard.size();
+            }
+            return !stream->isPlaying();
+        },
+        15000))
+        << heard.join(u' ').toStdString();
     EXPECT_GT(reorders, 20);
     ASSERT_GE(heard.size(), settled);
     ASSERT_EQ(heard.value(0), "a");
@@ -361,7 +325,7 @@ TEST_F(StreamTest, ReorderingThePlaylistWhileItPlaysNeverUpsetsATransition)
 TEST_F(StreamTest, AChangeOfOrderWhileASongPlaysPlaysTheNewOrderOnce)
 {
     // The song prepared from the old order must not be heard: the new order counts at once.
-    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    auto stream = makeStream(fakeDevice());
     const auto names = [](const QList<SongPtr> &songs) {
         QStringList out;
         for (const SongPtr &s : songs)
@@ -403,7 +367,7 @@ TEST_F(StreamTest, AChangeOfOrderWhileASongPlaysPlaysTheNewOrderOnce)
 
 TEST_F(StreamTest, AChangeOfSongIsAnnouncedOnceWithEverythingInPlace)
 {
-    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    auto stream = makeStream(fakeDevice());
     const SongPtr a = song(QStringLiteral("a"), 2), b = song(QStringLiteral("b"), 2), c = song(QStringLiteral("c"), 2);
     const PlaylistPtr list = playlist({a, b, c});
     stream->setPlaylist(list);
@@ -439,7 +403,7 @@ TEST_F(StreamTest, AChangeOfSongIsAnnouncedOnceWithEverythingInPlace)
 
 TEST_F(StreamTest, RepeatingOneSongPlaylistGoesRoundWithoutStopping)
 {
-    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    auto stream = makeStream(fakeDevice());
     const PlaylistPtr list = playlist({song(QStringLiteral("only"), 0.25)});
     list->setRepeatMode(1);
     stream->setPlaylist(list);
@@ -465,7 +429,7 @@ TEST_F(StreamTest, RepeatingASongReturnsToItsStartAlsoWhenFollowingTheSongRate)
     for (int policy : {0, -1}) {
         SCOPED_TRACE(policy);
         UserDefaults::standard().setValue(QStringLiteral("sampleRate"), policy);
-        auto device = std::make_shared<FakeDevice>(QList<double>{44100, 48000}, 48000);
+        auto device = fakeDevice({44100, 48000}, 48000);
         auto stream = makeStream(device);
         const PlaylistPtr list = playlist({song(QStringLiteral("a"), 0.25), song(QStringLiteral("b"), 0.25, 48000)});
         list->setRepeatMode(2);
@@ -489,7 +453,7 @@ TEST_F(StreamTest, RepeatingASongReturnsToItsStartAlsoWhenFollowingTheSongRate)
 
 TEST_F(StreamTest, NextPreviousAndChoosingTheCurrentSong)
 {
-    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    auto stream = makeStream(fakeDevice());
     const PlaylistPtr list = playlist({song(QStringLiteral("a"), 5), song(QStringLiteral("b"), 5), song(QStringLiteral("c"), 5)});
     stream->setPlaylist(list);
     const SongPtr a = list->objectInSongsAtIndex(0), b = list->objectInSongsAtIndex(1), c = list->objectInSongsAtIndex(2);
@@ -533,7 +497,7 @@ TEST_F(StreamTest, NextPreviousAndChoosingTheCurrentSong)
 
 TEST_F(StreamTest, AMissingSongIsSkippedAndAnUnreadableOneIsReported)
 {
-    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    auto stream = makeStream(fakeDevice());
     const SongPtr a = song(QStringLiteral("a")), gone = song(QStringLiteral("gone")), c = song(QStringLiteral("c"));
     gone->setIsMissing(true);
     const PlaylistPtr list = playlist({a, gone, c});
@@ -552,7 +516,7 @@ TEST_F(StreamTest, AMissingSongIsSkippedAndAnUnreadableOneIsReported)
 
 TEST_F(StreamTest, PositionWithoutASongAndASeekToTheEnd)
 {
-    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    auto stream = makeStream(fakeDevice());
     EXPECT_EQ(stream->normalizedLocation(), 0.0f);
     stream->setNormalizedLocation(0.5f);
     EXPECT_EQ(stream->location(), 0.0);
@@ -586,7 +550,7 @@ TEST_F(StreamTest, AnEffectSurvivesARestartAndAVanishedOneLeavesItsSlotEmpty)
     ASSERT_TRUE(effect->setSettings({{QStringLiteral("gain"), -6.0}}, &error)) << error.text().toStdString();
     QVariantMap stored;
     {
-        auto device = std::make_shared<FakeDevice>(QList<double>{44100}, 44100);
+        auto device = fakeDevice();
         auto stream = makeStream(device);
         const int opened = device->outputsMade;
         EXPECT_FALSE(stream->setProcessor(effect, 3));
@@ -602,7 +566,7 @@ TEST_F(StreamTest, AnEffectSurvivesARestartAndAVanishedOneLeavesItsSlotEmpty)
         stream->stop();
     }
     {
-        auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+        auto stream = makeStream(fakeDevice());
         ASSERT_TRUE(stream->processorAtIndex(1));
         EXPECT_EQ(stream->processorAtIndex(1)->settings(), stored);
         EXPECT_FALSE(stream->processorAtIndex(0));
@@ -612,7 +576,7 @@ TEST_F(StreamTest, AnEffectSurvivesARestartAndAVanishedOneLeavesItsSlotEmpty)
     vanished.insert(QStringLiteral("uri"), QStringLiteral("urn:quivera:test:no-such-plugin"));
     UserDefaults::standard().setValue(QStringLiteral("effect2"), vanished);
     AlertRecorder recorder;
-    auto stream = makeStream(std::make_shared<FakeDevice>(QList<double>{44100}, 44100));
+    auto stream = makeStream(fakeDevice());
     EXPECT_FALSE(stream->processorAtIndex(1));
     EXPECT_TRUE(recorder.alerts.isEmpty());
     stream.reset();

@@ -1,8 +1,8 @@
 // The conductor's time line: landmarks fire in the buffer that reaches them, jumps and stops land
 // on the exact frame, and location changes take effect at the next buffer.
 
-#include "GraphTestSupport.h"
 #include "support/Processes.h"
+#include "support/graph/GraphTestSupport.h"
 
 #include <QCoreApplication>
 #include <QSignalSpy>

@@ -1,7 +1,7 @@
 // The conversion stream over real components: from a file through a converter and the dither
 // into a FLAC file.
 
-#include "GraphTestSupport.h"
+#include "support/graph/GraphTestSupport.h"
 
 #include "dsp/VEKPlatformConverter.h"
 #include "dsp/VEKTunableConverter.h"

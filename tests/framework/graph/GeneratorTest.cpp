@@ -1,7 +1,7 @@
 // A file played through the graph: at the conductor's location, from a read-ahead that never
 // makes the render thread wait, gapless from one player to the other.
 
-#include "GraphTestSupport.h"
+#include "support/graph/GraphTestSupport.h"
 
 #include "graph/VEKAudioFileAudioGenerator.h"
 #include "graph/VEKHardwareAudioProcessor.h"

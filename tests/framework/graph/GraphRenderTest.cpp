@@ -1,7 +1,7 @@
 // Pulling through the graph: connections, mixers, routers, docks and the plan swapped under a
 // running stream.
 
-#include "GraphTestSupport.h"
+#include "support/graph/GraphTestSupport.h"
 
 #include "graph/VEKAudioDock.h"
 #include "graph/VEKHardwareAudioProcessor.h"

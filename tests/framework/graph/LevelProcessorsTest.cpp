@@ -1,6 +1,6 @@
 // Volume and meters: what reaches the listener's level.
 
-#include "GraphTestSupport.h"
+#include "support/graph/GraphTestSupport.h"
 
 #include "graph/VEKMeterAudioProcessor.h"
 #include "graph/VEKVolumeAudioProcessor.h"

@@ -1,6 +1,6 @@
 // Building streams from descriptions, and processors from their settings.
 
-#include "GraphTestSupport.h"
+#include "support/graph/GraphTestSupport.h"
 
 #include "graph/VEKAudioDock.h"
 #include "graph/VEKAudioFileAudioGenerator.h"

@@ -2,7 +2,7 @@
 // and rendering that keeps the engines' promises (input pulled in bounded pieces on one time line,
 // a file from its start frame then silence, an effect that changes the sound of a running stream).
 
-#include "GraphTestSupport.h"
+#include "support/graph/GraphTestSupport.h"
 
 #include "graph/APLAudioUnitAudioProcessor.h"
 #include "graph/APLConverterAudioProcessor.h"

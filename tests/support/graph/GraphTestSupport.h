@@ -13,9 +13,9 @@
 #include <thread>
 #include <vector>
 
-// Seams for driving the graph in tests: a fake output device whose thread pulls like a sound
-// card would, sinks that capture what the graph renders, and sources whose samples say which
-// frame of the time line they are.
+// Seams for driving the graph in tests (the graph's own and the playback layer's): a fake output
+// device whose thread pulls like a sound card would, sinks that capture what the graph renders,
+// and sources whose samples say which frame of the time line they are.
 namespace GraphTest {
 
 // Registers the test classes below by name (idempotent).
@@ -66,11 +66,13 @@ private:
     std::vector<std::vector<float>> m_capture;
 };
 
-// A device of fake outputs. The last output made stays reachable for inspection.
+// A device of fake outputs offering `rates`; it remembers every rate it was set to and tells the
+// device monitor, as a card does. The last output made stays reachable for inspection.
 class FakeDevice : public VEKAudioDevice {
 public:
-    explicit FakeDevice(double rate = 44100.0, double speed = 0.0, quint64 captureFrames = 0)
-        : m_rate(rate), m_speed(speed), m_captureFrames(captureFrames)
+    explicit FakeDevice(double rate = 44100.0, double speed = 0.0, quint64 captureFrames = 0,
+                        QList<double> rates = {44100.0, 48000.0, 96000.0})
+        : m_rate(rate), m_speed(speed), m_captureFrames(captureFrames), m_rates(std::move(rates))
     {
     }
     bool isValid() const override { return true; }
@@ -79,13 +81,9 @@ public:
     qint64 deviceID() const override { return 4242; }
     QString title(VEKError * = nullptr) const override { return QStringLiteral("Fake"); }
     double sampleRate(VEKError * = nullptr) const override { return m_rate; }
-    QList<double> availableSampleRates(VEKError * = nullptr) const override { return {44100.0, 48000.0, 96000.0}; }
-    bool setSampleRate(double rate, VEKError * = nullptr) override
-    {
-        m_rate = rate;
-        return true;
-    }
-    bool setIsExclusive(bool, VEKError * = nullptr) override { return false; }
+    QList<double> availableSampleRates(VEKError * = nullptr) const override { return m_rates; }
+    bool setSampleRate(double rate, VEKError * = nullptr) override;
+    bool setIsExclusive(bool, VEKError *error = nullptr) override;
     bool isExclusive() const override { return false; }
     bool supportsExclusive() const override { return false; }
     QList<VEKAudioDeviceSource> outputSources(VEKError * = nullptr) const override { return {}; }
@@ -94,10 +92,14 @@ public:
 
     FakeOutput *lastOutput() const { return m_last; }
 
+    QList<double> changes;
+    int outputsMade = 0;
+
 private:
     double m_rate;
     double m_speed;
     quint64 m_captureFrames;
+    QList<double> m_rates;
     FakeOutput *m_last = nullptr;
 };
 
@@ -161,26 +163,41 @@ private:
     float m_value = 1.0f;
 };
 
-// Renders a fixed sequence of values, repeating, and counts pulls ("TestSequenceSource").
+using Channel = std::vector<float>;
+
+// Renders fixed sequences of values, each repeating on its own ("TestSequenceSource"). A channel
+// without a sequence of its own repeats the first one.
 class SequenceSource : public VEKAudioProcessor {
     Q_OBJECT
 public:
     using VEKAudioProcessor::VEKAudioProcessor;
-    void setSamples(std::vector<float> samples)
+    void setSamples(Channel samples) { setChannels({std::move(samples)}); }
+    void setChannels(std::vector<Channel> channels)
     {
-        m_samples = std::move(samples);
-        m_at = 0;
+        m_channels = std::move(channels);
+        m_frame = 0;
     }
     void render(VEKAudioBufferList &list, quint32 bus, const VEKAudioRenderInfo &info) override;
 
 private:
-    std::vector<float> m_samples{0.0f};
-    size_t m_at = 0;
+    std::vector<Channel> m_channels{Channel{0.0f}};
+    quint64 m_frame = 0;
 };
 
-// Renders `frames` frames through `stream` with buffers of `bufferFrames`, offline or not, and
-// returns channel 0.
-std::vector<float> renderManually(VEKAudioStream &stream, quint64 frames, quint32 bufferFrames, bool offline);
+// A stream "source" (a SequenceSource) -> each of `classes` (identifiers "p0", "p1", ...) ->
+// "sink" (a ManualSink), at `rate` with `channels` channels, not yet initialised. Fails the test
+// and returns null on error.
+std::unique_ptr<VEKAudioStream> chainOf(const QStringList &classes, double rate = 48000.0,
+                                        quint32 channels = 2);
+
+// Renders `frames` frames through `stream` with buffers of `bufferFrames`, offline or not;
+// returns every channel, or channel 0 alone.
+std::vector<Channel> render(VEKAudioStream &stream, quint64 frames, quint32 bufferFrames,
+                            bool offline = false);
+inline Channel renderManually(VEKAudioStream &stream, quint64 frames, quint32 bufferFrames, bool offline)
+{
+    return render(stream, frames, bufferFrames, offline).at(0);
+}
 
 // A mono or stereo 32-bit float WAV at `rate` whose frame i holds (i + 1) / 2^24 in every channel
 // (so a decoded sample names its frame exactly), made with sox from raw samples.

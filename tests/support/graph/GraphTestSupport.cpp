@@ -1,5 +1,6 @@
-#include "GraphTestSupport.h"
+#include "support/graph/GraphTestSupport.h"
 
+#include "outputs/VEKAudioDeviceMonitor.h"
 #include "support/TestEnvironment.h"
 
 #include <QFile>
@@ -127,8 +128,26 @@ std::vector<float> FakeOutput::captured(quint32 c) const
     return c < m_capture.size() ? m_capture[c] : std::vector<float>();
 }
 
+bool FakeDevice::setSampleRate(double rate, VEKError *)
+{
+    if (!m_rates.contains(rate))
+        return false;
+    m_rate = rate;
+    changes.append(rate);
+    emit VEKAudioDeviceMonitor::shared().sampleRateChanged(UID(), rate);
+    return true;
+}
+
+bool FakeDevice::setIsExclusive(bool, VEKError *error)
+{
+    VEKError::set(error,
+                  VEKError(QStringLiteral("VEKAudioDevice"), unknownPropertyCode, QStringLiteral("who?")));
+    return false;
+}
+
 std::unique_ptr<VEKAudioOutput> FakeDevice::createOutput()
 {
+    ++outputsMade;
     auto output = std::make_unique<FakeOutput>(m_speed, m_captureFrames);
     m_last = output.get();
     return output;
@@ -184,25 +203,49 @@ bool CountingSource::setSettings(const QVariantMap &settings, VEKError *error)
 void SequenceSource::render(VEKAudioBufferList &list, quint32, const VEKAudioRenderInfo &info)
 {
     list.setFrames(info.frames);
-    for (quint32 f = 0; f < list.frames(); ++f) {
-        const float v = m_samples[m_at];
-        m_at = (m_at + 1) % m_samples.size();
-        for (quint32 c = 0; c < list.numberOfChannels(); ++c)
-            list.channel(c)[f] = v;
+    for (quint32 c = 0; c < list.numberOfChannels(); ++c) {
+        const Channel &samples = m_channels[c < m_channels.size() ? c : 0];
+        for (quint32 f = 0; f < list.frames(); ++f)
+            list.channel(c)[f] = samples[(m_frame + f) % samples.size()];
     }
+    m_frame += list.frames();
 }
 
-std::vector<float> renderManually(VEKAudioStream &stream, quint64 frames, quint32 bufferFrames, bool offline)
+std::unique_ptr<VEKAudioStream> chainOf(const QStringList &classes, double rate, quint32 channels)
+{
+    registerTestClasses();
+    QVariantList processors{QVariantMap{{"identifier", "source"}, {"class", "TestSequenceSource"}}};
+    QVariantList chain{QStringLiteral("source")};
+    for (int i = 0; i < classes.size(); ++i) {
+        const QString id = QStringLiteral("p%1").arg(i);
+        processors.append(QVariantMap{{"identifier", id}, {"class", classes[i]}});
+        chain.append(id);
+    }
+    processors.append(QVariantMap{{"identifier", "sink"}, {"class", "TestManualSink"}});
+    chain.append(QStringLiteral("sink"));
+    auto stream = std::make_unique<VEKAudioStream>();
+    VEKError error;
+    if (!stream->initWithDescription(
+            {{"format", QVariantMap{{"sampleRate", rate}, {"numberOfChannels", channels}}},
+             {"processors", processors},
+             {"chains", QVariantList{QVariant(chain)}}},
+            &error)) {
+        ADD_FAILURE() << "the chain does not build: " << error.text().toStdString();
+        return nullptr;
+    }
+    return stream;
+}
+
+std::vector<Channel> render(VEKAudioStream &stream, quint64 frames, quint32 bufferFrames, bool offline)
 {
     VEKAudioBufferList buffer(stream.format().numberOfChannels, bufferFrames);
-    std::vector<float> out;
-    out.reserve(frames);
-    quint64 time = 0;
-    while (out.size() < frames) {
-        const quint32 n = quint32(std::min<quint64>(bufferFrames, frames - out.size()));
+    std::vector<Channel> out(buffer.numberOfChannels());
+    for (quint64 time = 0; time < frames;) {
+        const quint32 n = quint32(std::min<quint64>(bufferFrames, frames - time));
         buffer.setFrames(n);
         stream.renderCycle(buffer, time, offline);
-        out.insert(out.end(), buffer.channel(0), buffer.channel(0) + n);
+        for (quint32 c = 0; c < buffer.numberOfChannels(); ++c)
+            out[c].insert(out[c].end(), buffer.channel(c), buffer.channel(c) + n);
         time += n;
     }
     return out;
