@@ -11,6 +11,8 @@
 #include "player/PlayerStyle.h"
 #include "player/PlayerWindow.h"
 #include "player/UserGuide.h"
+#include "preferences/PreferencesController.h"
+#include "preferences/PreferencesWindow.h"
 #include "settings/UserDefaults.h"
 
 #include <QApplication>
@@ -70,6 +72,15 @@ void WindowedApplication::createControllers()
     // library window as its menu bar).
     m_player = std::make_unique<PlayerController>(*m_delegate);
     m_mini = std::make_unique<MiniPlayerController>(*m_delegate);
+    PreferencesController::Services services;
+    services.stream = m_delegate->stream();
+    services.menu = m_menu.get();
+    services.rescan = [this] {
+        if (m_delegate)
+            m_delegate->rescan();
+    };
+    m_preferences = std::make_unique<PreferencesController>(UserDefaults::standard(), services);
+    m_menu->attachTo(m_preferences->window());
     // The players are frameless and have no menu bar: their bare background opens the whole
     // menu, and the menu's keys work while either is shown.
     for (QWidget *window : {static_cast<QWidget *>(m_player->window()), static_cast<QWidget *>(m_mini->window())}) {
@@ -96,6 +107,7 @@ void WindowedApplication::terminate()
 void WindowedApplication::releaseWindows()
 {
     // The mini player goes before the player, and the library window after it when it exists.
+    m_preferences.reset();
     m_mini.reset();
     m_player.reset();
     delete m_about;
@@ -159,6 +171,12 @@ void WindowedApplication::openAbout(bool credits)
         m_about = new AboutWindow;
     m_about->setAttribute(Qt::WA_DeleteOnClose, false);
     m_about->showPage(credits ? AboutWindow::Page::Credits : AboutWindow::Page::About);
+}
+
+void WindowedApplication::openPreferences(const QString &pane)
+{
+    if (m_preferences)
+        m_preferences->openPane(pane);
 }
 
 void WindowedApplication::openUserGuideAsPDF() { m_guide->openAsPdf(); }

@@ -15,6 +15,7 @@
 class AboutWindow;
 class MiniPlayerController;
 class PlayerController;
+class PreferencesController;
 class QProgressDialog;
 class UserGuide;
 
@@ -51,10 +52,10 @@ public:
     bool hasPlayerWindow() const override { return m_player != nullptr; }
     bool hasLibraryWindow() const override { return false; }
     bool hasMiniPlayer() const override { return m_mini != nullptr; }
-    bool hasPreferences() const override { return false; }
+    bool hasPreferences() const override { return m_preferences != nullptr; }
     void showPlayer() override;
     void openLibrary() override {}
-    void openPreferences(const QString &) override {}
+    void openPreferences(const QString &pane) override;
     void openAbout(bool credits) override;
     void openUserGuideAsPDF() override;
     void openUserGuideAsBook() override;
@@ -66,6 +67,7 @@ public:
 
     PlayerController *playerController() const { return m_player.get(); }
     MiniPlayerController *miniPlayerController() const { return m_mini.get(); }
+    PreferencesController *preferencesController() const { return m_preferences.get(); }
 
 private:
     // What the core asks of the windows, through the front end's signals.
@@ -87,6 +89,7 @@ private:
     // The window controllers.
     std::unique_ptr<PlayerController> m_player;
     std::unique_ptr<MiniPlayerController> m_mini;
+    std::unique_ptr<PreferencesController> m_preferences;
     QPointer<AboutWindow> m_about;
     QPointer<QProgressDialog> m_progress;
     bool m_launched = false;

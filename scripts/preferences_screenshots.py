@@ -1,0 +1,63 @@
+#!/usr/bin/python3
+# Brings each pane of the preferences to the front through AT-SPI and captures the window.
+#   preferences_screenshots.py OUT_DIR
+import subprocess
+import sys
+import time
+
+import pyatspi
+
+OUT = sys.argv[1]
+import os
+PANES = os.environ["PANES"].split(",") if os.environ.get("PANES") else ["General", "Commands", "Preferred Format", "iTunes", "Output", "Headphones", "Advanced"]
+
+
+def wait_for(what, check, seconds=30.0):
+    end = time.monotonic() + seconds
+    while time.monotonic() < end:
+        value = check()
+        if value:
+            return value
+        time.sleep(0.2)
+    print("timed out waiting for " + what, file=sys.stderr)
+    sys.exit(1)
+
+
+def window_id(name):
+    out = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", "^%s$" % name],
+                         capture_output=True, text=True)
+    ids = out.stdout.split()
+    return ids[0] if ids else None
+
+
+def application():
+    for app in pyatspi.Registry.getDesktop(0):
+        if app is not None and "quivera" in (app.name or "").lower():
+            return app
+    return None
+
+
+player = wait_for("the player window", lambda: window_id("Quivera"), 60)
+time.sleep(1)
+subprocess.run(["playerctl", "-p", "quivera", "play"])
+subprocess.run(["xdotool", "windowfocus", "--sync", player])
+subprocess.run(["xdotool", "key", "--window", player, "ctrl+comma"])
+prefs = wait_for("the preferences window", lambda: window_id("Preferences"))
+subprocess.run(["xdotool", "windowmove", prefs, "40", "40"])
+app = wait_for("the program on the accessibility bus", application)
+
+
+def pane_button(name):
+    for node in pyatspi.utils.findAllDescendants(app, lambda n: n.name == name):
+        if node.getRoleName() in ("push button", "toggle button", "check box"):
+            return node
+    return None
+
+
+for pane in PANES:
+    button = wait_for("the button of " + pane, lambda: pane_button(pane))
+    button.queryAction().doAction(0)
+    time.sleep(1.2)
+    path = "%s/preferences-%s.png" % (OUT, pane.lower().replace(" ", "-"))
+    subprocess.run(["import", "-window", prefs, path], check=True)
+    print(path)
