@@ -2,7 +2,7 @@
 // under a new name, the source untouched, the new song in the library, skips, and failures. Each
 // format's mapping to the writer is checked on the conversion worker itself.
 
-#include "CliHarness.h"
+#include "support/CliHarness.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
@@ -74,7 +74,7 @@ protected:
                               QStringLiteral("-metadata"), QStringLiteral("album=Records"), source});
         ASSERT_TRUE(QFile::exists(source));
         ASSERT_EQ(cli.run({QStringLiteral("import"), source}).status, 0);
-        const QJsonArray songs = cli.json({QStringLiteral("songs"), QStringLiteral("--json")});
+        const QJsonArray songs = cli.songs();
         ASSERT_EQ(songs.size(), 1);
         songID = QString::number(songs.first().toObject().value(QStringLiteral("songID")).toInteger());
         sourceHash = TestEnvironment::fileDigest(source);
@@ -83,7 +83,7 @@ protected:
     // Converts the song with `preferred` (JSON) as the preferred format; the result's path.
     QString convert(const QString &preferred)
     {
-        EXPECT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("preferredFormat"), preferred}).status, 0);
+        cli.set(QStringLiteral("preferredFormat"), preferred);
         const CliHarness::Result r = cli.run({QStringLiteral("convert"), songID});
         EXPECT_EQ(r.status, 0) << r.out.constData() << r.err.constData();
         const auto match = QRegularExpression(QStringLiteral("converted: song -?\\d+ -> song (-?\\d+): (.*)\n"))
@@ -102,8 +102,8 @@ protected:
 
 TEST_F(CliConvertTest, ValuesOutOfRangeAreReportedAndTheDefaultsUsed)
 {
-    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("preferredFormat"),
-                       QStringLiteral("{\"format\": 1, \"sampleRate\": 1, \"bitRange\": 7}")}).status, 0);
+    cli.set(QStringLiteral("preferredFormat"),
+            QStringLiteral("{\"format\": 1, \"sampleRate\": 1, \"bitRange\": 7}"));
     const CliHarness::Result r = cli.run({QStringLiteral("convert"), songID});
     EXPECT_EQ(r.status, 0) << r.err.constData();
     EXPECT_TRUE(r.err.contains("preferredFormat.sampleRate = 1 is out of range")) << r.err.constData();
@@ -126,7 +126,7 @@ TEST_F(CliConvertTest, TheResultIsANewSongBesideTheSourceUnderANewName)
     EXPECT_EQ(p.tags.value(QStringLiteral("album")).toString(), QStringLiteral("Records"));
     EXPECT_TRUE(p.hasPicture) << "the cover is carried over";
 
-    const QJsonArray songs = cli.json({QStringLiteral("songs"), QStringLiteral("--json")});
+    const QJsonArray songs = cli.songs();
     ASSERT_EQ(songs.size(), 3);
     bool found = false;
     for (const QJsonValue &v : songs) {
@@ -144,16 +144,14 @@ TEST_F(CliConvertTest, TheResultIsANewSongBesideTheSourceUnderANewName)
 
 TEST_F(CliConvertTest, ASongInThePreferredFormatIsSkipped)
 {
-    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("preferredFormat"),
-                       QStringLiteral("{\"format\": 6, \"sampleRate\": 44100}")}).status, 0);
+    cli.set(QStringLiteral("preferredFormat"), QStringLiteral("{\"format\": 6, \"sampleRate\": 44100}"));
     const CliHarness::Result r = cli.run({QStringLiteral("convert"), songID});
     EXPECT_EQ(r.status, 0);
     EXPECT_TRUE(r.out.contains("0 converted, 1 skipped, 0 failed")) << r.out.constData();
-    EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--json")}).size(), 1);
+    EXPECT_EQ(cli.songs().size(), 1);
 
     // With no preferred rate, a copy at the song's own rate and depth would be the same again.
-    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("preferredFormat"),
-                       QStringLiteral("{\"format\": 6, \"bitRange\": 16}")}).status, 0);
+    cli.set(QStringLiteral("preferredFormat"), QStringLiteral("{\"format\": 6, \"bitRange\": 16}"));
     const CliHarness::Result same = cli.run({QStringLiteral("convert"), songID});
     EXPECT_TRUE(same.out.contains("0 converted, 1 skipped, 0 failed")) << same.out.constData();
     // Another word length is a real change.
@@ -166,12 +164,11 @@ TEST_F(CliConvertTest, WhatTheTargetFormatCannotHoldIsSaid)
     const QString wide = TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/wide.wav"), 0.1, 44100, 16);
     ASSERT_EQ(cli.run({QStringLiteral("import"), fast, wide}).status, 0);
     QStringList ids;
-    for (const QJsonValue &v : cli.json({QStringLiteral("songs"), QStringLiteral("--json")}))
+    for (const QJsonValue &v : cli.songs())
         if (v.toObject().value(QStringLiteral("path")).toString() != source)
             ids << QString::number(v.toObject().value(QStringLiteral("songID")).toInteger());
     ASSERT_EQ(ids.size(), 2);
-    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("preferredFormat"),
-                       QStringLiteral("{\"format\": 6}")}).status, 0);
+    cli.set(QStringLiteral("preferredFormat"), QStringLiteral("{\"format\": 6}"));
     const CliHarness::Result r = cli.run(QStringList{QStringLiteral("convert"), QStringLiteral("--")} + ids);
     EXPECT_NE(r.status, 0);
     EXPECT_TRUE(r.out.contains("cannot hold a sample rate of 768000 Hz")) << r.out.constData();
@@ -181,8 +178,7 @@ TEST_F(CliConvertTest, WhatTheTargetFormatCannotHoldIsSaid)
 
 TEST_F(CliConvertTest, AMissingOrUnreadableSourceFailsClearly)
 {
-    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("preferredFormat"),
-                       QStringLiteral("{\"format\": 1}")}).status, 0);
+    cli.set(QStringLiteral("preferredFormat"), QStringLiteral("{\"format\": 1}"));
     // Unreadable: still there, but no longer audio.
     {
         ASSERT_TRUE(TestEnvironment::writeFile(source, "not audio at all\n"));
@@ -198,7 +194,7 @@ TEST_F(CliConvertTest, AMissingOrUnreadableSourceFailsClearly)
     EXPECT_NE(r.status, 0);
     EXPECT_TRUE(r.err.contains("its file is missing")) << r.err.constData();
     EXPECT_FALSE(QFile::exists(cli.musicDir() + QStringLiteral("/song.wav")));
-    EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--json")}).size(), 1);
+    EXPECT_EQ(cli.songs().size(), 1);
 
     r = cli.run({QStringLiteral("convert"), QStringLiteral("12345")});
     EXPECT_NE(r.status, 0);
@@ -207,15 +203,13 @@ TEST_F(CliConvertTest, AMissingOrUnreadableSourceFailsClearly)
 
 TEST_F(CliConvertTest, CreatePreferredOnAddConvertsWhatTheImportSetAside)
 {
-    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("createPreferredOnAdd"),
-                       QStringLiteral("true")}).status, 0);
-    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("preferredFormat"),
-                       QStringLiteral("{\"format\": 1, \"sampleRate\": 44100}")}).status, 0);
+    cli.set(QStringLiteral("createPreferredOnAdd"), QStringLiteral("true"));
+    cli.set(QStringLiteral("preferredFormat"), QStringLiteral("{\"format\": 1, \"sampleRate\": 44100}"));
     const QString other = TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/other.flac"), 0.3);
     EXPECT_EQ(cli.run({QStringLiteral("import"), other}).status, 0);
     EXPECT_TRUE(QFile::exists(cli.musicDir() + QStringLiteral("/other.wav")));
     QStringList paths;
-    for (const QJsonValue &v : cli.json({QStringLiteral("songs"), QStringLiteral("--json")}))
+    for (const QJsonValue &v : cli.songs())
         paths.append(v.toObject().value(QStringLiteral("path")).toString());
     EXPECT_TRUE(paths.contains(cli.musicDir() + QStringLiteral("/other.wav"))) << paths.join(u' ').toStdString();
     EXPECT_FALSE(paths.contains(other));
@@ -227,17 +221,16 @@ TEST_F(CliConvertTest, TheResultJoinsTheChosenPlaylist)
     const QString result = convert(QStringLiteral("{\"format\": 1}"));
     ASSERT_FALSE(result.isEmpty());
     EXPECT_EQ(cli.run({QStringLiteral("convert"), QStringLiteral("--playlist"), QStringLiteral("100"), songID}).status, 0);
-    const QJsonArray mix = cli.json({QStringLiteral("songs"), QStringLiteral("--playlist"), QStringLiteral("100"), QStringLiteral("--json")});
+    const QJsonArray mix = cli.songs({QStringLiteral("--playlist"), QStringLiteral("100")});
     ASSERT_EQ(mix.size(), 1);
     EXPECT_EQ(mix.at(0).toObject().value(QStringLiteral("path")).toString(), cli.musicDir() + QStringLiteral("/song 1.wav"));
     // The library lists every result.
-    EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--json")}).size(), 3);
+    EXPECT_EQ(cli.songs().size(), 3);
 }
 
 TEST_F(CliConvertTest, ShowsABarOnATerminal)
 {
-    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("preferredFormat"),
-                       QStringLiteral("{\"format\": 1}")}).status, 0);
+    cli.set(QStringLiteral("preferredFormat"), QStringLiteral("{\"format\": 1}"));
     const QByteArray out = cli.runOnTerminal(QStringLiteral("convert ") + songID);
     EXPECT_TRUE(out.contains("Converting 1 of 1 [")) << out.constData();
     EXPECT_TRUE(out.contains("1 converted, 0 skipped, 0 failed")) << out.constData();

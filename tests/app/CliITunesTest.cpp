@@ -1,8 +1,8 @@
 // The iTunes library beside the own one, through the command line: what shows, what the file
 // keeps of it, and damaged or missing iTunes files.
 
-#include "CliHarness.h"
 #include "library/iTunesFixture.h"
+#include "support/CliHarness.h"
 
 #include <QFile>
 #include <algorithm>
@@ -37,12 +37,12 @@ protected:
     }
     QJsonArray songsOf(const char *playlistID) const
     {
-        return cli.json({QStringLiteral("songs"), QStringLiteral("--playlist"), QLatin1String(playlistID), QStringLiteral("--json")});
+        return cli.songs({QStringLiteral("--playlist"), QLatin1String(playlistID)});
     }
     void allowAccess(bool allow) const
     {
-        ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("accessiTunesLibrary"),
-                           allow ? QStringLiteral("true") : QStringLiteral("false")}).status, 0);
+        cli.set(QStringLiteral("accessiTunesLibrary"),
+                allow ? QStringLiteral("true") : QStringLiteral("false"));
     }
     CliHarness cli;
     QString xml;

@@ -1,7 +1,7 @@
 // Importing through the command line, as a user or a script does it: the summary, a second
 // import, the target playlist, and a kill in the middle of a large import.
 
-#include "CliHarness.h"
+#include "support/CliHarness.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
@@ -82,7 +82,7 @@ TEST_F(CliImportTest, PrintsWhatWasAddedSkippedAndWhyFilesFailed)
     EXPECT_FALSE(r.err.contains("Importing")); // no bar into a pipe
     EXPECT_TRUE(r.err.isEmpty()) << r.err.constData(); // each failure said once, on its line
 
-    const QJsonArray songs = cli.json({QStringLiteral("songs"), QStringLiteral("--json")});
+    const QJsonArray songs = cli.songs();
     ASSERT_EQ(songs.size(), 3);
     bool sawFirst = false;
     for (const auto &v : songs) {
@@ -127,10 +127,10 @@ TEST_F(CliImportTest, NewSongsJoinTheChosenPlaylistButNeverAnITunesOne)
     const QString song = TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/x.flac"), 0.1);
     EXPECT_EQ(cli.run({QStringLiteral("import"), QStringLiteral("--playlist"), QStringLiteral("1"), song}).status, 1);
     EXPECT_EQ(cli.run({QStringLiteral("import"), QStringLiteral("--playlist"), QStringLiteral("100"), song}).status, 0);
-    const QJsonArray mix = cli.json({QStringLiteral("songs"), QStringLiteral("--playlist"), QStringLiteral("100"), QStringLiteral("--json")});
+    const QJsonArray mix = cli.songs({QStringLiteral("--playlist"), QStringLiteral("100")});
     ASSERT_EQ(mix.size(), 1);
     EXPECT_EQ(mix.at(0).toObject().value(QStringLiteral("path")).toString(), song);
-    EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--json")}).size(), 1);
+    EXPECT_EQ(cli.songs().size(), 1);
 }
 
 TEST_F(CliImportTest, AKillInTheMiddleLeavesAConsistentLibrary)
@@ -164,7 +164,7 @@ TEST_F(CliImportTest, AKillInTheMiddleLeavesAConsistentLibrary)
                                      "OR kind IS NULL OR dateAdded IS NULL OR length <= 0 OR sampleRate != 44100;")),
               QStringLiteral("0"));
     EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(DISTINCT path) FROM t_song;")).toLongLong(), kept);
-    EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--json")}).size(), kept);
+    EXPECT_EQ(cli.songs().size(), kept);
     // Every committed song is in the playlist too.
     EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(DISTINCT songID) FROM t_playlistSong WHERE playlistID = 100;")).toLongLong(), kept);
 
@@ -174,7 +174,7 @@ TEST_F(CliImportTest, AKillInTheMiddleLeavesAConsistentLibrary)
     EXPECT_TRUE(r.out.startsWith(QStringLiteral("%1 added, %2 skipped").arg(total - kept).arg(kept).toUtf8())) << r.out.constData();
     EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(DISTINCT path) FROM t_song;")), QString::number(total));
     EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_song;")), QString::number(total));
-    EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--playlist"), QStringLiteral("100"), QStringLiteral("--json")}).size(), total);
+    EXPECT_EQ(cli.songs({QStringLiteral("--playlist"), QStringLiteral("100")}).size(), total);
 }
 
 // Several processes on one library at once (the CLI beside the player): every file once, every

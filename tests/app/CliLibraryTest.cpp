@@ -1,7 +1,7 @@
 // The library through the command line, as a user keeps it: files made by hand with the sqlite3
 // command line load as they should, and every change survives restarts.
 
-#include "CliHarness.h"
+#include "support/CliHarness.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
@@ -102,7 +102,7 @@ protected:
 TEST_F(CliLibraryTest, AHandBuiltLibraryFileLoadsAsWritten)
 {
     buildLibrary();
-    const QJsonArray library = cli.json({QStringLiteral("songs"), QStringLiteral("--json")});
+    const QJsonArray library = cli.songs();
     // Artist descending: "zeds" then "abba"; albums inside run with it, tracks up; no artist last.
     EXPECT_EQ(ids(library), (QList<qint64>{-12, -10, -11, -14, -13}));
     for (const auto &v : library) {
@@ -120,9 +120,9 @@ TEST_F(CliLibraryTest, AHandBuiltLibraryFileLoadsAsWritten)
     // The row without a path is not in the library but stays in the file.
     EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_song WHERE songID = -15;")), QStringLiteral("1"));
 
-    EXPECT_EQ(ids(cli.json({QStringLiteral("songs"), QStringLiteral("--playlist"), QStringLiteral("100"), QStringLiteral("--json")})),
+    EXPECT_EQ(ids(cli.songs({QStringLiteral("--playlist"), QStringLiteral("100")})),
               (QList<qint64>{-10, -14, -12}));
-    EXPECT_EQ(ids(cli.json({QStringLiteral("songs"), QStringLiteral("--playlist"), QStringLiteral("200"), QStringLiteral("--json")})),
+    EXPECT_EQ(ids(cli.songs({QStringLiteral("--playlist"), QStringLiteral("200")})),
               (QList<qint64>{-11, -10})); // "Track 9" before "Track 10"
 
     const QJsonArray playlists = cli.json({QStringLiteral("playlists"), QStringLiteral("--json")});
@@ -155,8 +155,7 @@ TEST_F(CliLibraryTest, ChangesSurviveEveryRestartAndReachTheRows)
     ok({QStringLiteral("playlist"), QStringLiteral("rename"), id, QStringLiteral("Rock 'n' Roll")});
     ok({QStringLiteral("playlist"), QStringLiteral("add"), id, QStringLiteral("-12"), QStringLiteral("-13")});
     ok({QStringLiteral("playlist"), QStringLiteral("move"), id, QStringLiteral("2"), QStringLiteral("3"), QStringLiteral("--to"), QStringLiteral("0")});
-    EXPECT_EQ(ids(cli.json({QStringLiteral("songs"), QStringLiteral("--playlist"), id, QStringLiteral("--json")})),
-              (QList<qint64>{-12, -13, -10, -11}));
+    EXPECT_EQ(ids(cli.songs({QStringLiteral("--playlist"), id})), (QList<qint64>{-12, -13, -10, -11}));
     ok({QStringLiteral("playlist"), QStringLiteral("remove"), id, QStringLiteral("1")});
     ok({QStringLiteral("playlist"), QStringLiteral("set"), QStringLiteral("200"), QStringLiteral("--sort"), QStringLiteral("name"), QStringLiteral("--descending"), QStringLiteral("--repeat"), QStringLiteral("2")});
     ok({QStringLiteral("playlist"), QStringLiteral("set"), QStringLiteral("100"), QStringLiteral("--shuffle"), QStringLiteral("on")});
@@ -167,13 +166,13 @@ TEST_F(CliLibraryTest, ChangesSurviveEveryRestartAndReachTheRows)
     const QStringList songsOfNew = {QStringLiteral("songs"), QStringLiteral("--playlist"), id, QStringLiteral("--json")};
     const QJsonArray playlists = withoutStamps(cli.json({QStringLiteral("playlists"), QStringLiteral("--json")}));
     const QJsonArray newSongs = cli.json(songsOfNew);
-    const QJsonArray shuffled = cli.json({QStringLiteral("songs"), QStringLiteral("--playlist"), QStringLiteral("100"), QStringLiteral("--json")});
+    const QJsonArray shuffled = cli.songs({QStringLiteral("--playlist"), QStringLiteral("100")});
     EXPECT_EQ(ids(newSongs), (QList<qint64>{-12, -10}));
     for (int restart = 0; restart < 3; ++restart) {
         EXPECT_EQ(withoutStamps(cli.json({QStringLiteral("playlists"), QStringLiteral("--json")})), playlists);
         EXPECT_EQ(cli.json(songsOfNew), newSongs);
         // Shuffle stays on; each start deals its own order of the same songs.
-        QList<qint64> dealt = ids(cli.json({QStringLiteral("songs"), QStringLiteral("--playlist"), QStringLiteral("100"), QStringLiteral("--json")}));
+        QList<qint64> dealt = ids(cli.songs({QStringLiteral("--playlist"), QStringLiteral("100")}));
         QList<qint64> before = ids(shuffled);
         std::sort(dealt.begin(), dealt.end());
         std::sort(before.begin(), before.end());
@@ -211,13 +210,12 @@ TEST_F(CliLibraryTest, ChangesSurviveEveryRestartAndReachTheRows)
 TEST_F(CliLibraryTest, SearchNarrowsTheListing)
 {
     buildLibrary();
-    EXPECT_EQ(ids(cli.json({QStringLiteral("songs"), QStringLiteral("--search"), QStringLiteral("zed"), QStringLiteral("--json")})),
-              (QList<qint64>{-12, -10}));
-    EXPECT_EQ(ids(cli.json({QStringLiteral("songs"), QStringLiteral("--search"), QStringLiteral("ALPHA"), QStringLiteral("--scope"),
-                            QStringLiteral("2"), QStringLiteral("--json")})),
+    EXPECT_EQ(ids(cli.songs({QStringLiteral("--search"), QStringLiteral("zed")})), (QList<qint64>{-12, -10}));
+    EXPECT_EQ(ids(cli.songs({QStringLiteral("--search"), QStringLiteral("ALPHA"), QStringLiteral("--scope"),
+                             QStringLiteral("2")})),
               QList<qint64>{});
-    EXPECT_EQ(ids(cli.json({QStringLiteral("songs"), QStringLiteral("--search"), QStringLiteral("track 9"), QStringLiteral("--scope"),
-                            QStringLiteral("1"), QStringLiteral("--json")})),
+    EXPECT_EQ(ids(cli.songs({QStringLiteral("--search"), QStringLiteral("track 9"), QStringLiteral("--scope"),
+                             QStringLiteral("1")})),
               (QList<qint64>{-11}));
 }
 
@@ -271,8 +269,8 @@ TEST_F(CliLibraryTest, SettingsRoundTripAsJson)
 {
     EXPECT_EQ(QString::fromUtf8(cli.run({QStringLiteral("settings"), QStringLiteral("get"), QStringLiteral("librarySplitPosition")}).out).trimmed(),
               QStringLiteral("167"));
-    EXPECT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("preferredFormat"),
-                       QStringLiteral("{\"format\": 6, \"sampleRate\": 96000, \"bitDepth\": 24}")}).status, 0);
+    cli.set(QStringLiteral("preferredFormat"),
+            QStringLiteral("{\"format\": 6, \"sampleRate\": 96000, \"bitDepth\": 24}"));
     EXPECT_EQ(QString::fromUtf8(cli.run({QStringLiteral("settings"), QStringLiteral("get"), QStringLiteral("preferredFormat")}).out).trimmed(),
               QStringLiteral("{\"bitDepth\":24,\"format\":6,\"sampleRate\":96000}"));
     EXPECT_EQ(QString::fromUtf8(cli.run({QStringLiteral("settings"), QStringLiteral("get"), QStringLiteral("noSuchKey")}).out).trimmed(),

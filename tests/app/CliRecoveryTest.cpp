@@ -1,6 +1,6 @@
 // Old property lists carried into a new library file, damaged files met at launch, and full disks.
 
-#include "CliHarness.h"
+#include "support/CliHarness.h"
 #include "support/Processes.h"
 #include "support/SmallFilesystem.h"
 #include "support/TestEnvironment.h"
@@ -57,7 +57,7 @@ with open(config + '/Preferences.plist', 'wb') as f:
 
 void expectMigrated(const CliHarness &cli, const QString &songFile)
 {
-    const QJsonArray songs = cli.json({QStringLiteral("songs"), QStringLiteral("--playlist"), QStringLiteral("42"), QStringLiteral("--json")});
+    const QJsonArray songs = cli.songs({QStringLiteral("--playlist"), QStringLiteral("42")});
     ASSERT_EQ(songs.size(), 3);
     const QJsonObject gone = songs.at(0).toObject();
     EXPECT_EQ(gone.value(QStringLiteral("name")).toString(), QStringLiteral("It's gone"));
@@ -93,7 +93,7 @@ TEST(CliMigration, XmlListsAreCarriedOverOnceIntoANewLibraryFile)
     // The lists stay; a second start does not read them again.
     ASSERT_TRUE(QFile::exists(cli.dataDir() + QStringLiteral("/library.plist")));
     ASSERT_EQ(cli.run({QStringLiteral("remove"), QStringLiteral("-5")}).status, 0);
-    EXPECT_EQ(cli.json({QStringLiteral("songs"), QStringLiteral("--json")}).size(), 1);
+    EXPECT_EQ(cli.songs().size(), 1);
 }
 
 // A migration killed half-way leaves no library at all, so the next start migrates again, whole.
@@ -235,8 +235,8 @@ TEST(CliRecovery, ASettingThatCannotBeWrittenFailsAndKeepsTheFile)
     if (!fs.available())
         GTEST_SKIP() << fs.reason().toStdString();
     const QString prefs = cli.configDir() + QStringLiteral("/Preferences.plist");
-    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("volume"), QStringLiteral("0.5")}).status, 0);
-    ASSERT_EQ(cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("dim"), QStringLiteral("true")}).status, 0);
+    cli.set(QStringLiteral("volume"), QStringLiteral("0.5"));
+    cli.set(QStringLiteral("dim"), QStringLiteral("true"));
     const QByteArray before = TestEnvironment::readFile(prefs);
     ASSERT_TRUE(before.contains("<key>dim</key>"));
     fs.fill();
@@ -265,7 +265,7 @@ namespace {
 QString importOne(const CliHarness &cli, const QString &file)
 {
     EXPECT_EQ(cli.run({QStringLiteral("import"), file}).status, 0);
-    const QJsonArray songs = cli.json({QStringLiteral("songs"), QStringLiteral("--json")});
+    const QJsonArray songs = cli.songs();
     return songs.isEmpty() ? QString()
                            : QString::number(songs.last().toObject().value(QStringLiteral("songID")).toInteger());
 }

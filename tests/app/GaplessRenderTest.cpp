@@ -2,8 +2,8 @@
 // imported in order and played through the player's whole graph (into a WAV with `render`, or to
 // an ALSA device with `play`), must come back as the signal, every frame in its place.
 
-#include "CliHarness.h"
 #include "support/AlsaWorld.h"
+#include "support/CliHarness.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 #include "support/WaveFile.h"
@@ -284,23 +284,16 @@ QStringList absolute(const QStringList &files)
     return out;
 }
 
-void setSetting(const CliHarness &cli, const QString &key, const QString &json)
-{
-    const CliHarness::Result r = cli.run({QStringLiteral("settings"), QStringLiteral("set"), key, json});
-    ASSERT_EQ(r.status, 0) << r.err.constData();
-}
-
 // Imports `files` into the library and checks that the library plays them in that order; a
 // `depth` other than 16 is set as the dither's word, which the render is compared at.
 void importInOrder(const CliHarness &cli, const QStringList &files, int depth = 16)
 {
     if (depth != 16)
-        setSetting(cli, QStringLiteral("ditherProperties"), QStringLiteral("{\"depth\":%1}").arg(depth));
+        cli.set(QStringLiteral("ditherProperties"), QStringLiteral("{\"depth\":%1}").arg(depth));
     const CliHarness::Result r = cli.run(QStringList{QStringLiteral("import")} + files);
     ASSERT_EQ(r.status, 0) << r.err.constData();
-    const QJsonArray songs = cli.json({QStringLiteral("songs"), QStringLiteral("--json")});
     QStringList paths;
-    for (const QJsonValue &s : songs)
+    for (const QJsonValue &s : cli.songs())
         paths << s.toObject().value(QStringLiteral("path")).toString();
     ASSERT_EQ(paths, absolute(files));
 }
@@ -666,7 +659,7 @@ TEST_P(GaplessConverter, TransitionsMatchAContinuousConversion)
     const QStringList files = encodeAll(pieces, 24, {Format::Flac}, cli.musicDir());
     for (const CliHarness *h : {&whole, &cli}) {
         importInOrder(*h, h == &whole ? QStringList{wholeFile} : files, 32);
-        setSetting(*h, QStringLiteral("convertorType"), type);
+        h->set(QStringLiteral("convertorType"), type);
     }
     ASSERT_FALSE(HasFailure());
     const Pcm reference = render(whole, 32, rate), out = render(cli, 32, rate);

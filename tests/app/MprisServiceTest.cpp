@@ -1,8 +1,8 @@
 // MPRIS: the rules behind what it publishes, the cover art it hands out, and the player driven
 // over a private session bus by a Qt client and by playerctl, as a desktop drives it.
 
-#include "CliHarness.h"
 #include "MprisTestSupport.h"
+#include "support/CliHarness.h"
 
 #include "app/ApplicationDelegate.h"
 #include "app/MprisArtCache.h"

@@ -1,7 +1,7 @@
 // quivera-cli probe, run as a user would: what it reports of real files, and that it leaves the
 // library alone.
 
-#include "CliHarness.h"
+#include "support/CliHarness.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 

@@ -2,8 +2,8 @@
 // commands to the running one over its socket, and a socket left by a player that died does not
 // stop the next one.
 
-#include "CliHarness.h"
 #include "MprisTestSupport.h"
+#include "support/CliHarness.h"
 
 #include "support/TestEnvironment.h"
 
@@ -23,8 +23,8 @@ protected:
     {
         ASSERT_FALSE(bus.address().isEmpty());
         // A user who answered the iTunes question and plays to no sound card.
-        ASSERT_EQ(cli.run({u"settings"_s, u"set"_s, u"seenAccessiTunesLibraryQuery"_s, u"true"_s}).status, 0);
-        ASSERT_EQ(cli.run({u"settings"_s, u"set"_s, u"outputDevice"_s, uR"({"UID": "null"})"_s}).status, 0);
+        cli.set(u"seenAccessiTunesLibraryQuery"_s, u"true"_s);
+        cli.set(u"outputDevice"_s, uR"({"UID": "null"})"_s);
         env = cli.environment();
         env.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, bus.address());
         const QString runtime = TestEnvironment::makeTempDir(u"runtime"_s);
@@ -81,7 +81,7 @@ TEST_F(PlayerSession, ALaterStartHandsOverItsFilesAndCommandsAndEnds)
     relative.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera"), {u"tone.wav"_s});
     ASSERT_TRUE(relative.waitForFinished(15000));
     EXPECT_EQ(relative.exitCode(), 0);
-    ASSERT_TRUE(waitUntil([&] { return cli.json({u"songs"_s, u"--json"_s}).size() == 1; }, 30000))
+    ASSERT_TRUE(waitUntil([&] { return cli.songs().size() == 1; }, 30000))
         << "the running player did not import the file";
 
     EXPECT_EQ(start({u"--play-pause"_s}).status, 0);

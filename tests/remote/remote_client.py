@@ -4,7 +4,9 @@
 Messages are keyed archives in frames of a 4-byte big-endian length, written and read by
 keyed_archive.py with plistlib alone, a reader that shares no code with ours.
 
-    remote_client.py session PORT LIBRARY.json   library, playlists, dim, volume and transport
+    remote_client.py session PORT LIBRARY.json   library, playlists, dim, volume and transport reach
+                                                  the real player (each command's rules are the C++
+                                                  tests' against a fake host)
     remote_client.py refused PORT                 exit 0 when no status arrives (refused)
 
 Exit code 0 when everything went as expected; otherwise the reason is on standard error.
@@ -42,14 +44,6 @@ class Client:
         self.sock.settimeout(timeout)
         return read_frame(self.sock)
 
-    def expect_nothing(self, seconds=0.5):
-        """True when no message arrives within `seconds`."""
-        try:
-            self.receive(timeout=seconds)
-            return False
-        except socket.timeout:
-            return True
-
     def close(self):
         self.sock.close()
 
@@ -75,12 +69,10 @@ def is_status_push(message):
 
 def session(port, library_file):
     with open(library_file, encoding="utf-8") as f:
-        library = json.load(f)  # {"songs": [{name, artist, album}], "playlist", "playlistOrder"}
+        library = json.load(f)  # {"names": [...], "playlist", "playlistOrder"}
     c = Client(port)
     first = c.receive()
-    check(is_status_push(first), "the first message is a status push: %r" % first)
-    check(first["isPlaying"] is False and first["position"] == 0.0, "nothing plays yet: %r" % first)
-    check({"name", "artist", "length"}.isdisjoint(first), "no song, no song keys: %r" % first)
+    check(is_status_push(first) and first["isPlaying"] is False, "the first message is a status push: %r" % first)
 
     serial = [0]
 
@@ -97,46 +89,21 @@ def session(port, library_file):
             check(is_status_push(reply), "only pushes come between: %r" % reply)
 
     # Browsing.
-    songs = ask("getSongs")["songs"]
-    check(len(songs) == len(library["songs"]), "all songs: %d" % len(songs))
-    by_name = {}
-    for entry in songs:
-        check(isinstance(entry["songID"], int), "songID is an integer")
-        by_name[entry.get("name")] = entry
-    for known in library["songs"]:
-        entry = by_name.get(known["name"])
-        check(entry is not None, "song %s listed" % known["name"])
-        expected = {"songID": entry["songID"], "name": known["name"]}
-        if known.get("artist"):
-            expected["artist"] = known["artist"]
-            if known.get("album"):
-                expected["album"] = known["album"]
-        check(entry == expected, "full entry of %s: %r" % (known["name"], entry))
-    ids = {k["name"]: by_name[k["name"]]["songID"] for k in library["songs"]}
-
-    playlists = ask("getPlaylists")["playlists"]
-    check(set(playlists) == {"Quivera", "iTunes"}, "both lists: %r" % playlists)
-    check(len(playlists["iTunes"]) == 1, "the iTunes all-songs playlist: %r" % playlists["iTunes"])
-    local = playlists["Quivera"]
-    check(local[0]["playlistID"] == -1, "the library comes first: %r" % local)
-    named = [p for p in local if p.get("name") == library["playlist"]]
-    check(len(named) == 1, "the imported playlist is listed: %r" % local)
+    ids = {e.get("name"): e["songID"] for e in ask("getSongs")["songs"]}
+    check(set(ids) == set(library["names"]), "the library's songs: %r" % ids)
+    named = [p for p in ask("getPlaylists")["playlists"]["Quivera"] if p.get("name") == library["playlist"]]
+    check(len(named) == 1, "the made playlist is listed")
     playlist_id = named[0]["playlistID"]
-
     in_playlist = ask("getSongsForPlaylist", playlistID=playlist_id)["songs"]
     check([e["songID"] for e in in_playlist] == [ids[n] for n in library["playlistOrder"]],
           "the playlist in its manual order: %r" % in_playlist)
-    # The playlist's own time stamp.
-    stamp = ask("getPlaylistLastModification", playlistID=playlist_id)["lastModification"]
-    check(isinstance(stamp, float) and stamp > 6e8, "playlist stamp: %r" % stamp)
 
-    # Settings: a change of dim is pushed; the volume is not.
+    # Settings reach the player's store (the test reads the volume afterwards).
     c.send({"command": "dim", "value": True})
     push = c.receive()
     check(is_status_push(push) and push["dim"] is True, "dim pushes: %r" % push)
     c.send({"command": "volumeUp", "target": 1})
     c.send({"command": "volumeDown", "target": 2})
-    check(c.expect_nothing(), "volume steps send nothing")
 
     # Transport. Each change may come as more than one push (song, then playing state).
     def wait_push(predicate, what):
@@ -151,15 +118,9 @@ def session(port, library_file):
 
     order = library["playlistOrder"]
     c.send({"command": "playSong", "songID": ids[order[0]], "playlistID": playlist_id})
-    status = wait_push(lambda s: s.get("name") == order[0] and s["isPlaying"], "playSong plays it")
-    check(isinstance(status["length"], float) and status["length"] > 0, "length: %r" % status)
-    check(status.get("artist") == next(k for k in library["songs"] if k["name"] == order[0]).get("artist"),
-          "artist in the status: %r" % status)
-
+    wait_push(lambda s: s.get("name") == order[0] and s["isPlaying"], "playSong plays it")
     reply = ask("position", value=0.5)
-    check(reply.get("name") == order[0] and set(reply) <= STATUS_KEYS, "position replies status")
     check(0.3 <= reply["position"] <= 0.8, "seeked to the middle: %r" % reply)
-    check(ask("getCurrentStatus").get("name") == order[0], "current status")
 
     c.send({"command": "play"})  # a toggle: this one pauses
     wait_push(lambda s: s["isPlaying"] is False, "play toggles to pause")

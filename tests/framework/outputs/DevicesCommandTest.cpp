@@ -1,42 +1,24 @@
 #include "OutputTestSupport.h"
+#include "support/CliHarness.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <gtest/gtest.h>
 
 using namespace OutputTestSupport;
 
 namespace {
 
-struct CliRun {
-    int status = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-CliRun cli(const QStringList &args)
-{
-    QProcess p;
-    p.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"), args);
-    CliRun r;
-    if (!p.waitForStarted() || !p.waitForFinished(60000))
-        return r;
-    r.status = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    r.out = p.readAllStandardOutput();
-    r.err = p.readAllStandardError();
-    return r;
-}
-
 class DevicesCommand : public ::testing::Test {
 protected:
     void SetUp() override { installALSAConfiguration(); } // inherited by the child
+    CliHarness cli;
 };
 
 TEST_F(DevicesCommand, JsonListsEveryOutputWithItsRatesAndExclusivity)
 {
-    const CliRun r = cli({QStringLiteral("devices"), QStringLiteral("--json")});
+    const CliHarness::Result r = cli.run({QStringLiteral("devices"), QStringLiteral("--json")});
     ASSERT_EQ(r.status, 0) << r.err.constData();
     EXPECT_TRUE(r.err.isEmpty()) << "ALSA's chatter must stay off: " << r.err.constData();
     const QJsonArray devices = QJsonDocument::fromJson(r.out).array();
@@ -57,13 +39,13 @@ TEST_F(DevicesCommand, JsonListsEveryOutputWithItsRatesAndExclusivity)
 
 TEST_F(DevicesCommand, PlainListingMarksTheDefaultAndNamesRates)
 {
-    const CliRun r = cli({QStringLiteral("devices")});
+    const CliHarness::Result r = cli.run({QStringLiteral("devices")});
     ASSERT_EQ(r.status, 0) << r.err.constData();
     const QString text = QString::fromUtf8(r.out);
     EXPECT_TRUE(text.contains(QStringLiteral("card44"))) << r.out.constData();
     EXPECT_TRUE(text.contains(QStringLiteral("44100 96000"))) << r.out.constData();
     EXPECT_TRUE(text.contains(QStringLiteral("* default"))) << r.out.constData();
-    EXPECT_EQ(cli({QStringLiteral("devices"), QStringLiteral("extra")}).status, 2);
+    EXPECT_EQ(cli.run({QStringLiteral("devices"), QStringLiteral("extra")}).status, 2);
 }
 
 } // namespace

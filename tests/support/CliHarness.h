@@ -6,7 +6,8 @@
 #include <QString>
 #include <QStringList>
 
-// Runs the real quivera-cli with its own isolated settings and data folders, as a user would.
+// Runs the real quivera-cli with its own isolated settings and data folders, as a user would: the
+// one way every test binary starts it.
 class CliHarness {
 public:
     CliHarness();
@@ -24,6 +25,10 @@ public:
     QProcessEnvironment environment() const;
     // Runs and parses standard output as a JSON array; fails the test on a bad status.
     QJsonArray json(const QStringList &args) const;
+    // `songs --json` with `more` arguments.
+    QJsonArray songs(const QStringList &more = {}) const;
+    // `settings set KEY JSON`; fails the test on a bad status.
+    void set(const QString &key, const QString &json) const;
 
     QString dataDir() const { return m_root + QStringLiteral("/data/Quivera"); }
     QString configDir() const { return m_root + QStringLiteral("/config/Quivera"); }
@@ -32,8 +37,6 @@ public:
 
     // Runs SQL through the sqlite3 command line on the library file; returns its output.
     QString sql(const QString &statements) const;
-    // The schema of a new library file, as sqlite3 reads it from our statements.
-    static QString schemaSQL();
 
 private:
     QString m_root;

@@ -1,6 +1,5 @@
-#include "CliHarness.h"
+#include "support/CliHarness.h"
 
-#include "library/Database.h"
 #include "support/TestEnvironment.h"
 
 #include <QDir>
@@ -59,6 +58,17 @@ QJsonArray CliHarness::json(const QStringList &args) const
     return doc.array();
 }
 
+QJsonArray CliHarness::songs(const QStringList &more) const
+{
+    return json(QStringList{QStringLiteral("songs"), QStringLiteral("--json")} + more);
+}
+
+void CliHarness::set(const QString &key, const QString &json) const
+{
+    const Result r = run({QStringLiteral("settings"), QStringLiteral("set"), key, json});
+    EXPECT_EQ(r.status, 0) << key.toStdString() << " = " << json.toStdString() << ": " << r.err.constData();
+}
+
 QString CliHarness::sql(const QString &statements) const
 {
     QProcess p;
@@ -70,9 +80,4 @@ QString CliHarness::sql(const QString &statements) const
     const QByteArray err = p.readAllStandardError();
     EXPECT_TRUE(err.isEmpty()) << err.constData();
     return QString::fromUtf8(p.readAllStandardOutput()).trimmed();
-}
-
-QString CliHarness::schemaSQL()
-{
-    return Database::buildStatements().join(u'\n');
 }
