@@ -6,6 +6,7 @@
 #include "library/Playlist.h"
 #include "library/Song.h"
 #include "ops/OperationQueue.h"
+#include "ops/SerialTaskQueue.h"
 #include "outputs/VEKAudioDevice.h"
 
 #include <QHash>
@@ -147,6 +148,13 @@ public:
     void refreshCurrentSongs();
     void rescan();
     void setMetadataForSong(const QVariantMap &metadata, const SongPtr &song);
+    // The same change with the file's part off the main thread, for the windows: the playing
+    // song pauses, the tags are written and read back on the tag writer's thread (one edit
+    // after another, in order), then on the main thread the song takes the facts read back, the
+    // library file stores them and the song plays on. `done` runs there with the outcome, after
+    // an error was shown. Nothing arrives after the delegate is gone.
+    void setMetadataForSongInBackground(const QVariantMap &metadata, const SongPtr &song,
+                                        std::function<void(bool)> done = {});
     void deleteSelectedPlaylist();
     void newPlaylistWithSongs(const QList<SongPtr> &songs);
     void setNameOfPlaylist(const QString &name, const PlaylistPtr &playlist);
@@ -235,6 +243,8 @@ private:
     bool buildLibraryFile(const QString &path);
 
     void updateAllControls();
+    // Writes the song's tags, size and sort numbers to its row of the library file.
+    bool storeSongFacts(const Song &song, VEKError *error);
     void queueOperation(const std::shared_ptr<Operation> &operation);
     void mergeImport(const ImportOperation &import);
     void mergeITunesLibrary(const LoadiTunesOperation &load);
@@ -258,4 +268,6 @@ private:
     mutable std::optional<QList<QVariantMap>> m_effectDescriptions;
     std::unique_ptr<Stream> m_stream;
     MprisService *m_mpris = nullptr; // child
+    // Made at the first edit in the background; declared last, so it is joined first.
+    std::unique_ptr<SerialTaskQueue> m_tagWriter;
 };

@@ -114,24 +114,7 @@ void ApplicationDelegate::setMetadataForSong(const QVariantMap &metadata, const 
         streamPause();
 
     VEKError error;
-    bool ok = song->setMetadata(metadata, &error);
-    std::unique_ptr<VEKDatabaseQuery> update;
-    if (ok)
-        ok = m_database && (update = m_database->queryWithStatement(Database::updateSongStatement, &error));
-    if (ok) {
-        const Song &s = *song;
-        ok = update->setStringValue(s.name(), 0, &error) && update->setStringValue(s.artist(), 1, &error)
-             && update->setStringValue(s.album(), 2, &error)
-             && update->setStringValue(s.albumArtist(), 3, &error)
-             && update->setStringValue(s.composer(), 4, &error)
-             && update->setStringValue(s.genre(), 5, &error)
-             && update->setStringValue(s.track(), 6, &error)
-             && update->setStringValue(s.disc(), 7, &error)
-             && update->setIntValue(qint64(s.size()), 8, &error)
-             && update->setIntValue(qint64(s.track_sortable()), 9, &error)
-             && update->setIntValue(qint64(s.disc_sortable()), 10, &error)
-             && update->setIntValue(s.songID(), 11, &error) && update->execute(&error);
-    }
+    bool ok = song->setMetadata(metadata, &error) && storeSongFacts(*song, &error);
     if (ok) {
         refreshCurrentSongs();
         if (paused)
@@ -140,6 +123,64 @@ void ApplicationDelegate::setMetadataForSong(const QVariantMap &metadata, const 
         updateAllControls();
     }
     error.alert();
+}
+
+void ApplicationDelegate::setMetadataForSongInBackground(const QVariantMap &metadata, const SongPtr &song,
+                                                         std::function<void(bool)> done)
+{
+    if (!song) {
+        if (done)
+            done(false);
+        return;
+    }
+    const SongPtr current = streamCurrentSong();
+    const bool paused = current && current->songID() == song->songID() && streamIsPlaying();
+    if (paused)
+        streamPause();
+    if (!m_tagWriter)
+        m_tagWriter = std::make_unique<SerialTaskQueue>("quivera-tags");
+    // The worker writes through a copy: the library's song changes on the main thread only.
+    auto copy = std::make_shared<Song>(*song);
+    m_tagWriter->async([this, copy, song, metadata, paused, done = std::move(done)] {
+        auto error = std::make_shared<VEKError>();
+        const bool written = copy->setMetadata(metadata, error.get());
+        QMetaObject::invokeMethod(
+            this,
+            [this, copy, song, paused, done, error, written] {
+                bool ok = written;
+                if (ok) {
+                    *song = *copy;
+                    ok = storeSongFacts(*song, error.get());
+                }
+                if (ok)
+                    refreshCurrentSongs();
+                // The file is whole either way (it is replaced only when complete): play on.
+                if (paused)
+                    streamPlay();
+                if (ok) {
+                    m_frontEnd->revealCurrentSong();
+                    updateAllControls();
+                }
+                error->alert();
+                if (done)
+                    done(ok);
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+bool ApplicationDelegate::storeSongFacts(const Song &s, VEKError *error)
+{
+    std::unique_ptr<VEKDatabaseQuery> update;
+    return m_database && (update = m_database->queryWithStatement(Database::updateSongStatement, error))
+           && update->setStringValue(s.name(), 0, error) && update->setStringValue(s.artist(), 1, error)
+           && update->setStringValue(s.album(), 2, error) && update->setStringValue(s.albumArtist(), 3, error)
+           && update->setStringValue(s.composer(), 4, error) && update->setStringValue(s.genre(), 5, error)
+           && update->setStringValue(s.track(), 6, error) && update->setStringValue(s.disc(), 7, error)
+           && update->setIntValue(qint64(s.size()), 8, error)
+           && update->setIntValue(qint64(s.track_sortable()), 9, error)
+           && update->setIntValue(qint64(s.disc_sortable()), 10, error)
+           && update->setIntValue(s.songID(), 11, error) && update->execute(error);
 }
 
 void ApplicationDelegate::deleteSelectedPlaylist()

@@ -1,0 +1,191 @@
+// The song info sheet: what it shows of a song, which tags it lets edit, the walk with its
+// question about unsaved edits, and a save that reaches the file and the library file.
+
+#include "librarywindow/SongInfo.h"
+#include "app/ApplicationDelegate.h"
+#include "db/VEKDatabaseQuery.h"
+#include "settings/UserDefaults.h"
+#include "support/Processes.h"
+#include "support/TestEnvironment.h"
+
+#include <QApplication>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTimer>
+#include <gtest/gtest.h>
+
+namespace {
+
+class SongInfoTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        TestEnvironment::resetUserFolders();
+        ApplicationDelegate::registerDefaults(UserDefaults::standard());
+        delegate = std::make_unique<ApplicationDelegate>();
+        ApplicationDelegate::LaunchOptions options;
+        options.stream = false;
+        options.remote = false;
+        options.mpris = false;
+        delegate->applicationWillFinishLaunching(options);
+        const QString music = TestEnvironment::makeTempDir(QStringLiteral("music"));
+        TestEnvironment::ffmpeg(TestEnvironment::makeSine(music + QStringLiteral("/a.wav"), 0.2),
+                                music + QStringLiteral("/1.flac"),
+                                {QStringLiteral("-metadata"), QStringLiteral("title=First"),
+                                 QStringLiteral("-metadata"), QStringLiteral("track=3/12"),
+                                 QStringLiteral("-metadata"), QStringLiteral("disc=1")});
+        TestEnvironment::ffmpeg(music + QStringLiteral("/1.flac"), music + QStringLiteral("/2.flac"),
+                                {QStringLiteral("-metadata"), QStringLiteral("title=Second")});
+        QFile::remove(music + QStringLiteral("/a.wav"));
+        delegate->addFilesToLibrary({music});
+        delegate->queue()->waitUntilAllOperationsAreFinished();
+        delegate->setSortKey(QStringLiteral("name"));
+        songs = delegate->songs();
+        ASSERT_EQ(songs.size(), 2);
+    }
+    void TearDown() override
+    {
+        sheet.reset();
+        delegate->applicationWillTerminate();
+    }
+
+    void open(qsizetype index)
+    {
+        sheet = std::make_unique<SongInfo>(delegate.get(), songs, index);
+        QSignalSpy loaded(sheet.get(), &SongInfo::fileFactsLoaded);
+        sheet->show();
+        ASSERT_TRUE(loaded.wait(5000));
+    }
+    QString text(const char *key) const { return sheet->field(QLatin1String(key))->text(); }
+    bool editable(const char *key) const { return !sheet->field(QLatin1String(key))->isReadOnly(); }
+    void type(const char *key, const QString &text)
+    {
+        QLineEdit *edit = sheet->field(QLatin1String(key));
+        edit->selectAll();
+        QTest::keyClick(edit, Qt::Key_Backspace);
+        QTest::keyClicks(edit, text);
+    }
+    // Presses the button `text` of the next question.
+    void answerNextQuestion(const QString &text)
+    {
+        QTimer::singleShot(0, [text] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            ASSERT_TRUE(box);
+            for (QAbstractButton *b : box->buttons())
+                if (b->text() == text)
+                    b->click();
+        });
+    }
+
+    std::unique_ptr<ApplicationDelegate> delegate;
+    QList<SongPtr> songs;
+    std::unique_ptr<SongInfo> sheet;
+};
+
+} // namespace
+
+TEST(SongInfoText, NumbersSplitAtOfAndBitRatesBelowAKbpsAreNotAvailable)
+{
+    EXPECT_EQ(SongInfo::splitNumber(QStringLiteral("3 of 12")),
+              std::make_pair(QStringLiteral("3"), QStringLiteral("12")));
+    EXPECT_EQ(SongInfo::splitNumber(QStringLiteral("3")), std::make_pair(QStringLiteral("3"), QString()));
+    EXPECT_EQ(SongInfo::joinNumber(QStringLiteral("3"), QStringLiteral("12")),
+              QVariant(QStringLiteral("3 of 12")));
+    EXPECT_EQ(SongInfo::joinNumber(QStringLiteral("3"), QString()), QVariant(QStringLiteral("3")));
+    // A total without a number is dropped with it: the tag goes.
+    EXPECT_FALSE(SongInfo::joinNumber(QString(), QStringLiteral("12")).isValid());
+
+    EXPECT_EQ(SongInfo::bitRateText(320000), QStringLiteral("320 kbps"));
+    EXPECT_EQ(SongInfo::bitRateText(1000), QStringLiteral("1 kbps"));
+    EXPECT_EQ(SongInfo::bitRateText(999), QStringLiteral("n/a"));
+    EXPECT_EQ(SongInfo::bitRateText(0), QStringLiteral("n/a"));
+    EXPECT_EQ(SongInfo::sampleRateText(44100), QStringLiteral("44.100 kHz"));
+}
+
+TEST_F(SongInfoTest, TheFieldsShowTheSongAndTheFileDecidesWhatCanBeEdited)
+{
+    open(0);
+    EXPECT_EQ(text("title"), QStringLiteral("First"));
+    EXPECT_EQ(text("trackNumber"), QStringLiteral("3"));
+    EXPECT_EQ(text("trackTotal"), QStringLiteral("12"));
+    EXPECT_EQ(text("discNumber"), QStringLiteral("1"));
+    EXPECT_EQ(text("discTotal"), QString());
+    EXPECT_EQ(sheet->factText(QStringLiteral("sampleRate")), QStringLiteral("44.100 kHz"));
+    EXPECT_EQ(sheet->factText(QStringLiteral("kind")), songs.at(0)->kind());
+    for (const char *key : {"title", "artist", "albumArtist", "genre", "trackTotal", "discNumber"})
+        EXPECT_TRUE(editable(key)) << key;
+    EXPECT_FALSE(sheet->findChild<QPushButton *>(QStringLiteral("saveChangesButton"))->isEnabled());
+
+    // The same file as a song of the iTunes library: shown, never written.
+    auto iTunes = std::make_shared<Song>(*songs.at(0));
+    iTunes->setSongID(101);
+    songs = {iTunes};
+    open(0);
+    EXPECT_EQ(text("title"), QStringLiteral("First"));
+    for (const char *key : {"title", "artist", "album", "albumArtist", "composer", "genre", "trackNumber",
+                            "trackTotal", "discNumber", "discTotal"})
+        EXPECT_FALSE(editable(key)) << key;
+}
+
+TEST_F(SongInfoTest, WalkingAwayFromEditsAsksAndCancelKeepsThem)
+{
+    open(0);
+    auto *previous = sheet->findChild<QPushButton *>(QStringLiteral("previousButton"));
+    auto *next = sheet->findChild<QPushButton *>(QStringLiteral("nextButton"));
+    EXPECT_FALSE(previous->isEnabled());
+    EXPECT_TRUE(next->isEnabled());
+
+    type("artist", QStringLiteral("Someone"));
+    EXPECT_TRUE(sheet->hasChanges());
+    answerNextQuestion(QStringLiteral("Cancel"));
+    next->click();
+    EXPECT_EQ(sheet->index(), 0);
+    EXPECT_EQ(text("artist"), QStringLiteral("Someone"));
+
+    answerNextQuestion(QStringLiteral("Don\u2019t Save"));
+    next->click();
+    EXPECT_EQ(sheet->index(), 1);
+    EXPECT_EQ(text("title"), QStringLiteral("Second"));
+    EXPECT_FALSE(sheet->hasChanges());
+    EXPECT_TRUE(previous->isEnabled());
+    EXPECT_FALSE(next->isEnabled());
+    EXPECT_TRUE(songs.at(0)->artist().isEmpty());
+}
+
+TEST_F(SongInfoTest, SavingWritesTheTagsToTheFileAndTheLibraryFile)
+{
+    open(0);
+    type("artist", QStringLiteral("Aurelia Strand"));
+    type("trackTotal", QStringLiteral("14"));
+    type("discNumber", QString()); // emptied: the tag goes
+    QSignalSpy saved(sheet.get(), &SongInfo::saved);
+    sheet->findChild<QPushButton *>(QStringLiteral("saveChangesButton"))->click();
+    ASSERT_TRUE(saved.wait(10000));
+    EXPECT_TRUE(saved.at(0).at(0).toBool());
+    EXPECT_EQ(songs.at(0)->artist(), QStringLiteral("Aurelia Strand"));
+    EXPECT_EQ(songs.at(0)->track(), QStringLiteral("3 of 14"));
+
+    QByteArray probe;
+    ASSERT_EQ(TestEnvironment::run(QStringLiteral("ffprobe"),
+                                   {QStringLiteral("-v"), QStringLiteral("error"),
+                                    QStringLiteral("-show_entries"), QStringLiteral("format_tags"),
+                                    QStringLiteral("-of"), QStringLiteral("flat"), songs.at(0)->URL()},
+                                   &probe),
+              0);
+    const QString tags = QString::fromUtf8(probe).toLower();
+    EXPECT_TRUE(tags.contains(QStringLiteral("artist=\"aurelia strand\""))) << tags.toStdString();
+    EXPECT_TRUE(tags.contains(QStringLiteral("tracktotal=\"14\""))
+                || tags.contains(QStringLiteral("totaltracks=\"14\"")))
+        << tags.toStdString();
+    EXPECT_FALSE(tags.contains(QStringLiteral("disc="))) << tags.toStdString();
+
+    auto row = delegate->database()->queryWithStatement(
+        QStringLiteral("SELECT artist, track FROM t_song WHERE songID = ?"));
+    row->setIntValue(songs.at(0)->songID(), 0);
+    ASSERT_TRUE(row->evaluateNextRow());
+    EXPECT_EQ(row->stringValueAtColumn(0), QStringLiteral("Aurelia Strand"));
+    EXPECT_EQ(row->stringValueAtColumn(1), QStringLiteral("3 of 14"));
+}
