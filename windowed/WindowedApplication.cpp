@@ -2,6 +2,9 @@
 
 #include "app/MprisService.h"
 #include "core/VEKLocalizedString.h"
+#include "librarywindow/LibraryController.h"
+#include "librarywindow/LibraryWindow.h"
+#include "librarywindow/SongTableModel.h"
 #include "player/AboutWindow.h"
 #include "player/AddToLibraryDialog.h"
 #include "player/MiniPlayerController.h"
@@ -70,6 +73,11 @@ void WindowedApplication::createControllers()
     // The library window comes first here and the mini player after the player, when they
     // exist; each then answers its `has` question in the header and takes the main menu (the
     // library window as its menu bar).
+    m_library = std::make_unique<LibraryController>(*m_delegate, m_menu.get());
+    for (const QString &identifier : SongTableModel::identifiers())
+        if (identifier != QLatin1String("ordinal") && identifier != QLatin1String("name"))
+            m_menu->addSongColumnItem(VEKLocalizedString(QStringLiteral("SongTable_column_") + identifier),
+                                      identifier);
     m_player = std::make_unique<PlayerController>(*m_delegate);
     m_mini = std::make_unique<MiniPlayerController>(*m_delegate);
     PreferencesController::Services services;
@@ -110,6 +118,7 @@ void WindowedApplication::releaseWindows()
     m_preferences.reset();
     m_mini.reset();
     m_player.reset();
+    m_library.reset();
     delete m_about;
     delete m_progress;
 }
@@ -165,6 +174,28 @@ QWidget *WindowedApplication::frontWindow() const
     return QApplication::activeWindow();
 }
 
+void WindowedApplication::openLibrary()
+{
+    if (!m_library)
+        return;
+    // Ctrl+L in the library itself means "to the search", as in a browser's address bar.
+    const bool inFront = m_library->window()->isActiveWindow();
+    m_library->open();
+    if (inFront)
+        m_library->focusSearch();
+}
+
+bool WindowedApplication::isSongColumnHidden(const QString &identifier) const
+{
+    return m_library && m_library->isHiddenForColumn(identifier);
+}
+
+void WindowedApplication::setSongColumnHidden(const QString &identifier, bool hidden)
+{
+    if (m_library)
+        m_library->setIsHiddenForColumn(hidden, identifier);
+}
+
 void WindowedApplication::openAbout(bool credits)
 {
     if (!m_about)
@@ -185,7 +216,11 @@ void WindowedApplication::openUserGuideAsBook() { m_guide->openAsBook(frontWindo
 
 void WindowedApplication::addToLibrary()
 {
-    auto *dialog = new AddToLibraryDialog(frontWindow());
+    // The chooser stands on the library window, which comes up for it.
+    if (m_library && !m_library->window()->isVisible())
+        m_library->open();
+    auto *dialog =
+        new AddToLibraryDialog(m_library ? static_cast<QWidget *>(m_library->window()) : frontWindow());
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     connect(dialog, &QDialog::accepted, this, [this, dialog] {
         if (m_delegate)

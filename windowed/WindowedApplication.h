@@ -13,6 +13,7 @@
 #include <optional>
 
 class AboutWindow;
+class LibraryController;
 class MiniPlayerController;
 class PlayerController;
 class PreferencesController;
@@ -50,24 +51,26 @@ public:
 
     // MainMenu::Windows
     bool hasPlayerWindow() const override { return m_player != nullptr; }
-    bool hasLibraryWindow() const override { return false; }
+    bool hasLibraryWindow() const override { return m_library != nullptr; }
     bool hasMiniPlayer() const override { return m_mini != nullptr; }
     bool hasPreferences() const override { return m_preferences != nullptr; }
     void showPlayer() override;
-    void openLibrary() override {}
+    // Brings the library window forward; asked again while it is in front, it goes to the search.
+    void openLibrary() override;
     void openPreferences(const QString &pane) override;
     void openAbout(bool credits) override;
     void openUserGuideAsPDF() override;
     void openUserGuideAsBook() override;
     void addToLibrary() override;
     void setPlayerSize(quint64 size) override;
-    bool isSongColumnHidden(const QString &) const override { return false; }
-    void setSongColumnHidden(const QString &, bool) override {}
+    bool isSongColumnHidden(const QString &identifier) const override;
+    void setSongColumnHidden(const QString &identifier, bool hidden) override;
     void quit() override;
 
     PlayerController *playerController() const { return m_player.get(); }
     MiniPlayerController *miniPlayerController() const { return m_mini.get(); }
     PreferencesController *preferencesController() const { return m_preferences.get(); }
+    LibraryController *libraryController() const { return m_library.get(); }
 
 private:
     // What the core asks of the windows, through the front end's signals.
@@ -90,6 +93,7 @@ private:
     std::unique_ptr<PlayerController> m_player;
     std::unique_ptr<MiniPlayerController> m_mini;
     std::unique_ptr<PreferencesController> m_preferences;
+    std::unique_ptr<LibraryController> m_library;
     QPointer<AboutWindow> m_about;
     QPointer<QProgressDialog> m_progress;
     bool m_launched = false;

@@ -42,10 +42,14 @@ def player_application():
     return None
 
 
-def controls(app):
+def controls(app, title="Quivera"):
+    # By window: the library window has a Shuffle and a Repeat of its own and a menu bar.
     found = {}
-    for node in pyatspi.utils.findAllDescendants(app, lambda n: bool(n.name)):
-        found.setdefault(node.name, node)
+    for window in app:
+        if window is None or window.name != title:
+            continue
+        for node in pyatspi.utils.findAllDescendants(window, lambda n: bool(n.name)):
+            found.setdefault(node.name, node)
     return found
 
 
@@ -94,4 +98,19 @@ def volume_setting():
 
 
 wait_for("the volume setting to read 0.5", volume_setting, 10.0)
+# The library window: its parts by name, and the song table's rows read out cell by cell.
+library = wait_for("the library window's parts",
+                   lambda: (lambda c: c if "Songs" in c else None)(controls(app, "Quivera Library")))
+for name, role in {"Songs": "table", "Search": "text", "Summary": "label"}.items():
+    if name not in library:
+        fail("no library part named %r (names: %s)" % (name, sorted(library)))
+    if library[name].getRoleName() != role:
+        fail("%r is a %s, not a %s" % (name, library[name].getRoleName(), role))
+for name in ("Shuffle", "Repeat", "Artwork"):
+    if name not in library:
+        fail("no library button named %r" % name)
+cells = [c.name for c in pyatspi.utils.findAllDescendants(library["Songs"], lambda n: n.getRoleName() == "table cell")]
+if not any(name.startswith("song") for name in cells):
+    fail("the song table's cells read %s" % cells[:20])
+
 print("OK: %d controls by name, Play played, the volume is 0.5" % len(expected))
