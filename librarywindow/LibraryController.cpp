@@ -1,6 +1,7 @@
 #include "LibraryController.h"
 
 #include "LibraryWindow.h"
+#include "PlaylistTableController.h"
 #include "SongTable.h"
 #include "SongTableController.h"
 #include "app/ApplicationDelegate.h"
@@ -28,6 +29,7 @@
 #include <QShortcut>
 #include <QSplitter>
 #include <QToolButton>
+#include <QTreeView>
 
 namespace {
 const QString kOpenKey = QStringLiteral("libraryOpen");
@@ -117,6 +119,11 @@ void LibraryController::build(MainMenu *menu)
     m_window = new LibraryWindow;
     m_songTable = new SongTableController(&m_delegate);
     m_window->setTable(m_songTable->view(), m_songTable->footer());
+    m_playlistTable = new PlaylistTableController(&m_delegate, m_window->leftColumn());
+    m_window->setSidebar(m_playlistTable->view());
+    // The sidebar's choice passes here, so each playlist keeps its own song selection.
+    m_playlistTable->setSelectionHandler(
+        [this](const PlaylistPtr &playlist) { setSelectedPlaylist(playlist); });
     connect(m_window, &LibraryWindow::closing, this,
             [] { UserDefaults::standard().setValue(kOpenKey, false); });
 
@@ -278,6 +285,7 @@ void LibraryController::refreshSongs()
 
 void LibraryController::refreshPlaylists()
 {
+    // The sidebar redraws itself on the same notice.
     clearSearchField();
     m_songTable->deselectAll();
 }

@@ -10,6 +10,7 @@
 class ApplicationDelegate;
 class LibraryWindow;
 class MainMenu;
+class PlaylistTableController;
 class Operation;
 class QMenu;
 class QPropertyAnimation;
@@ -36,6 +37,7 @@ public:
 
     LibraryWindow *window() const { return m_window; }
     SongTableController *songTableController() const { return m_songTable; }
+    PlaylistTableController *playlistTableController() const { return m_playlistTable; }
 
     // Brings the window to the front and remembers it open.
     void open();
@@ -84,6 +86,7 @@ private:
     ApplicationDelegate &m_delegate;
     LibraryWindow *m_window = nullptr;
     SongTableController *m_songTable = nullptr;
+    PlaylistTableController *m_playlistTable = nullptr; // child of the window's left column
     QMenu *m_scopeMenu = nullptr;
     QMenu *m_tableMenu = nullptr;
     QPointer<MainMenu> m_menu;

@@ -1,43 +1,21 @@
 #include "SongDrag.h"
 
-#include <QUrl>
+#include "SongIDsMimeData.h"
 
-const QString SongDrag::songIDsType = QStringLiteral("application/x-quivera-songids");
+#include <QUrl>
 
 SongDrag::SongDrag(QList<SongPtr> songs) : m_songs(std::move(songs))
 {
-    QByteArray ids;
-    ids.reserve(m_songs.size() * 8);
-    for (const SongPtr &song : std::as_const(m_songs)) {
-        ids += QByteArray::number(song->songID());
-        ids += '\n';
-    }
-    setData(songIDsType, ids);
-}
-
-bool SongDrag::hasSongIDs(const QMimeData *data)
-{
-    return data && data->hasFormat(songIDsType);
-}
-
-QList<qint64> SongDrag::songIDs(const QMimeData *data)
-{
     QList<qint64> ids;
-    if (!hasSongIDs(data))
-        return ids;
-    const QByteArray bytes = data->data(songIDsType);
-    for (const QByteArray &line : bytes.split('\n')) {
-        bool ok = false;
-        const qint64 id = line.trimmed().toLongLong(&ok);
-        if (ok)
-            ids.append(id);
-    }
-    return ids;
+    ids.reserve(m_songs.size());
+    for (const SongPtr &song : std::as_const(m_songs))
+        ids.append(song->songID());
+    setData(SongIDsMimeData::mimeType, SongIDsMimeData::encode(ids));
 }
 
 QStringList SongDrag::formats() const
 {
-    return {songIDsType, QStringLiteral("text/uri-list")};
+    return {SongIDsMimeData::mimeType, QStringLiteral("text/uri-list")};
 }
 
 bool SongDrag::hasFormat(const QString &mimeType) const

@@ -1,6 +1,7 @@
 #include "SongTableController.h"
 
 #include "SongDrag.h"
+#include "SongIDsMimeData.h"
 #include "SongTable.h"
 #include "SongTableModel.h"
 #include "app/ApplicationDelegate.h"
@@ -126,7 +127,7 @@ SongTableController::DropKind SongTableController::dropKind(const QMimeData *dat
 {
     if (!data || !playlist)
         return DropKind::Refuse;
-    if (!SongDrag::hasSongIDs(data)) {
+    if (!data->hasFormat(SongIDsMimeData::mimeType)) {
         if (data->hasUrls() && !playlist->locked())
             return DropKind::Files;
         return DropKind::Refuse;
@@ -440,7 +441,7 @@ bool SongTableController::acceptDrop(const QMimeData *data, int row)
         return false;
     const QList<SongPtr> selected = selectedSongs();
     QList<SongPtr> moved;
-    for (qint64 id : SongDrag::songIDs(data))
+    for (qint64 id : SongIDsMimeData::songIDs(data))
         if (const SongPtr song = m_delegate->library().value(id))
             moved.append(song);
     m_delegate->moveSongsToIndex(moved, row < 0 ? m_model->rowCount() : row);
