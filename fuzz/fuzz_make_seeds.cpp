@@ -1,9 +1,9 @@
 // Writes the seed corpora of the fuzzers: archives of the messages the remote connection
 // really carries (requests, the status record, song lists, playlists), an archive in the
 // platform's own shape (mutable classes, string records, a shared object), and framed
-// streams of them for the frame reader.
+// streams of them for the frame reader, and starts of MP3 files for the MP3 header reader.
 //
-//   fuzz_make_seeds DIR   ->  DIR/keyed_archive/*, DIR/frame_reader/*
+//   fuzz_make_seeds DIR   ->  DIR/keyed_archive/*, DIR/frame_reader/*, DIR/mp3_header/*
 
 #include "net/VEKFrameReader.h"
 #include "net/VEKKeyedArchive.h"
@@ -87,6 +87,45 @@ QByteArray framed(const QByteArray &payload)
     return lengthBytes(quint32(payload.size())) + payload;
 }
 
+// The first frame of an MP3 file: a layer III frame header, the side information left zero,
+// then `tail` (a Xing, Info or VBRI header or nothing), padded to the frame's 417 bytes.
+QByteArray mp3Frame(bool mpeg1, bool mono, const QByteArray &tail)
+{
+    // 128 kbit/s at 44.1 kHz for MPEG-1, 64 kbit/s at 22.05 kHz for MPEG-2.
+    QByteArray frame = mpeg1 ? QByteArray("\xff\xfb\x90", 3) : QByteArray("\xff\xf3\x80", 3);
+    frame.append(char(mono ? 0xc0 : 0x00));
+    const int sideInfo = mpeg1 ? (mono ? 17 : 32) : (mono ? 9 : 17);
+    frame.append(QByteArray(sideInfo, '\0'));
+    frame.append(tail);
+    frame.append(QByteArray(qMax<qsizetype>(0, 417 - frame.size()), '\0'));
+    return frame;
+}
+
+// A Xing/Info header with every field (frames, bytes, table of contents, quality) and a LAME
+// extension recording 576 frames of delay and 1000 of padding.
+QByteArray infoWithLame(const char *marker, const char *encoder)
+{
+    QByteArray h(marker, 4);
+    h.append(lengthBytes(0x0f));
+    h.append(lengthBytes(200));
+    h.append(lengthBytes(200 * 417));
+    h.append(QByteArray(100, '\x10'));
+    h.append(lengthBytes(57));
+    h.append(QByteArray(encoder).leftJustified(9, ' '));
+    h.append(QByteArray(12, '\0'));
+    const quint32 delays = 576u << 12 | 1000u;
+    h.append(char(delays >> 16)).append(char(delays >> 8)).append(char(delays));
+    return h;
+}
+
+QByteArray id3(int bodySize)
+{
+    QByteArray tag("ID3\x03\x00\x00", 6);
+    for (int shift = 21; shift >= 0; shift -= 7)
+        tag.append(char((bodySize >> shift) & 0x7f));
+    return tag + QByteArray("TIT2", 4) + QByteArray(bodySize - 4, 'a');
+}
+
 bool write(const QString &path, const QByteArray &bytes)
 {
     QFile f(path);
@@ -104,7 +143,8 @@ int main(int argc, char **argv)
     const QString root = QString::fromLocal8Bit(argv[1]);
     const QString archives = root + QStringLiteral("/keyed_archive");
     const QString frames = root + QStringLiteral("/frame_reader");
-    if (!QDir().mkpath(archives) || !QDir().mkpath(frames)) {
+    const QString mp3 = root + QStringLiteral("/mp3_header");
+    if (!QDir().mkpath(archives) || !QDir().mkpath(frames) || !QDir().mkpath(mp3)) {
         std::fprintf(stderr, "fuzz_make_seeds: cannot create folders in %s\n", argv[1]);
         return 1;
     }
@@ -135,6 +175,20 @@ int main(int argc, char **argv)
     const QByteArray giant = lengthBytes(VEKFrameReader::maxFrameSize + 1);
     ok &= write(frames + QStringLiteral("/over-limit"), QByteArray("\x02\x01\x02", 3) + framed(payloads.at(2)) + giant);
     ok &= write(frames + QStringLiteral("/truncated"), QByteArray(1, '\0') + stream.left(stream.size() - 5));
+
+    // MP3 file starts: each kind of length header, behind an ID3 tag, and none at all.
+    const QByteArray plain = mp3Frame(true, false, {});
+    ok &= write(mp3 + QStringLiteral("/lame"),
+                mp3Frame(true, false, infoWithLame("Info", "LAME3.100")) + plain);
+    ok &= write(mp3 + QStringLiteral("/id3-lavc"),
+                id3(64) + mp3Frame(true, true, infoWithLame("Xing", "Lavc60.3")) + plain);
+    QByteArray xingFramesOnly("Xing", 4);
+    xingFramesOnly.append(lengthBytes(1)).append(lengthBytes(99));
+    ok &= write(mp3 + QStringLiteral("/mpeg2-xing"), mp3Frame(false, true, xingFramesOnly));
+    QByteArray vbri("VBRI\x00\x01\x04\x00\x00\x32", 10);
+    vbri.append(lengthBytes(200 * 417)).append(lengthBytes(200));
+    ok &= write(mp3 + QStringLiteral("/vbri"), mp3Frame(true, false, vbri));
+    ok &= write(mp3 + QStringLiteral("/no-header"), QByteArray(7, '\0') + plain + plain);
     if (!ok) {
         std::fprintf(stderr, "fuzz_make_seeds: could not write the seeds\n");
         return 1;
