@@ -208,6 +208,45 @@ void VEKWaveFileWriter::close()
     m_buffer.shrink_to_fit();
 }
 
+namespace {
+
+// Where the chunks of a WAV file lie that holdsFrames() and truncateFile() need.
+struct WaveChunks {
+    quint32 blockAlign = 0;
+    qint64 factBody = -1; // the frame count of a "fact" chunk
+    qint64 dataHeader = 0;
+    quint32 dataSize = 0;
+};
+
+// Walks the chunks of the file's first 4 KiB, which hold all that comes before our samples, up
+// to the data chunk. An empty string on success, else why not.
+QString findChunks(QFile &file, WaveChunks &chunks)
+{
+    const QByteArray head = file.read(4096);
+    if (head.size() < 12 || !head.startsWith("RIFF") || head.mid(8, 4) != "WAVE")
+        return QStringLiteral("not a WAV file");
+    qint64 at = 12;
+    while (at + 8 <= head.size()) {
+        const QByteArray id = head.mid(at, 4);
+        const quint32 size = qFromLittleEndian<quint32>(head.constData() + at + 4);
+        if (id == "fmt " && at + 8 + 14 <= head.size()) {
+            chunks.blockAlign = qFromLittleEndian<quint16>(head.constData() + at + 8 + 12);
+        } else if (id == "fact") {
+            chunks.factBody = at + 8;
+        } else if (id == "data") {
+            if (chunks.blockAlign == 0)
+                return QStringLiteral("no format chunk");
+            chunks.dataHeader = at;
+            chunks.dataSize = size;
+            return {};
+        }
+        at += 8 + size + (size % 2);
+    }
+    return QStringLiteral("no data chunk");
+}
+
+} // namespace
+
 bool VEKWaveFileWriter::holdsFrames(const QString &path, quint64 frames, VEKError *error)
 {
     QFile file(path);
@@ -218,30 +257,19 @@ bool VEKWaveFileWriter::holdsFrames(const QString &path, quint64 frames, VEKErro
     };
     if (!file.open(QIODevice::ReadOnly))
         return fail(file.errorString());
-    const QByteArray head = file.read(4096);
-    if (head.size() < 12 || !head.startsWith("RIFF") || head.mid(8, 4) != "WAVE")
-        return fail(QStringLiteral("not a WAV file"));
-    quint32 blockAlign = 0;
-    qint64 at = 12;
-    while (at + 8 <= head.size()) {
-        const QByteArray id = head.mid(at, 4);
-        const quint32 size = qFromLittleEndian<quint32>(head.constData() + at + 4);
-        if (id == "fmt " && at + 8 + 14 <= head.size())
-            blockAlign = qFromLittleEndian<quint16>(head.constData() + at + 8 + 12);
-        if (id == "data") {
-            if (blockAlign == 0)
-                return fail(QStringLiteral("no format chunk"));
-            const quint64 stored = quint64(file.size()) - quint64(at + 8);
-            const quint64 wanted = std::min<quint64>(frames * blockAlign, size);
-            if (stored < wanted || quint64(size) < frames * blockAlign)
-                return fail(QStringLiteral("only %1 of %2 frames reached the disk")
-                                .arg(std::min(stored, quint64(size)) / blockAlign)
-                                .arg(frames));
-            return true;
-        }
-        at += 8 + size + (size % 2);
-    }
-    return fail(QStringLiteral("no data chunk"));
+    WaveChunks chunks;
+    const QString problem = findChunks(file, chunks);
+    if (!problem.isEmpty())
+        return fail(problem);
+    const quint64 blockAlign = chunks.blockAlign;
+    const quint64 size = chunks.dataSize;
+    const quint64 stored = quint64(file.size()) - quint64(chunks.dataHeader + 8);
+    const quint64 wanted = std::min<quint64>(frames * blockAlign, size);
+    if (stored < wanted || size < frames * blockAlign)
+        return fail(QStringLiteral("only %1 of %2 frames reached the disk")
+                        .arg(std::min(stored, size) / blockAlign)
+                        .arg(frames));
+    return true;
 }
 
 bool VEKWaveFileWriter::truncateFile(const QString &path, quint64 frames, VEKError *error)
@@ -254,43 +282,28 @@ bool VEKWaveFileWriter::truncateFile(const QString &path, quint64 frames, VEKErr
     };
     if (!file.open(QIODevice::ReadWrite))
         return fail(file.errorString());
-    const QByteArray head = file.read(4096);
-    if (head.size() < 12 || !head.startsWith("RIFF") || head.mid(8, 4) != "WAVE")
-        return fail(QStringLiteral("not a WAV file"));
-    quint32 blockAlign = 0;
-    qint64 factAt = -1;
-    qint64 at = 12;
-    while (at + 8 <= head.size()) {
-        const QByteArray id = head.mid(at, 4);
-        const quint32 size = qFromLittleEndian<quint32>(head.constData() + at + 4);
-        if (id == "fmt " && at + 8 + 14 <= head.size())
-            blockAlign = qFromLittleEndian<quint16>(head.constData() + at + 8 + 12);
-        else if (id == "fact")
-            factAt = at + 8;
-        else if (id == "data") {
-            if (blockAlign == 0)
-                return fail(QStringLiteral("no format chunk"));
-            const quint64 have = (quint64(file.size()) - quint64(at + 8)) / blockAlign;
-            if (frames >= have)
-                return true;
-            const quint64 bytes = frames * blockAlign;
-            const bool odd = bytes % 2 != 0;
-            char buffer[4];
-            bool ok = file.resize(qint64(at + 8 + bytes + (odd ? 1 : 0)));
-            if (odd) {
-                ok = ok && file.seek(qint64(at + 8 + bytes)) && file.write("\0", 1) == 1;
-            }
-            qToLittleEndian(clamp32(quint64(at) + bytes + (odd ? 1 : 0)), buffer);
-            ok = ok && file.seek(4) && file.write(buffer, 4) == 4;
-            qToLittleEndian(clamp32(bytes), buffer);
-            ok = ok && file.seek(at + 4) && file.write(buffer, 4) == 4;
-            if (factAt >= 0) {
-                qToLittleEndian(clamp32(frames), buffer);
-                ok = ok && file.seek(factAt) && file.write(buffer, 4) == 4;
-            }
-            return ok ? true : fail(file.errorString());
-        }
-        at += 8 + size + (size % 2);
+    WaveChunks chunks;
+    const QString problem = findChunks(file, chunks);
+    if (!problem.isEmpty())
+        return fail(problem);
+    const qint64 at = chunks.dataHeader;
+    const quint64 have = (quint64(file.size()) - quint64(at + 8)) / chunks.blockAlign;
+    if (frames >= have)
+        return true;
+    const quint64 bytes = frames * chunks.blockAlign;
+    const bool odd = bytes % 2 != 0;
+    char buffer[4];
+    bool ok = file.resize(qint64(at + 8 + bytes + (odd ? 1 : 0)));
+    if (odd) {
+        ok = ok && file.seek(qint64(at + 8 + bytes)) && file.write("\0", 1) == 1;
     }
-    return fail(QStringLiteral("no data chunk"));
+    qToLittleEndian(clamp32(quint64(at) + bytes + (odd ? 1 : 0)), buffer);
+    ok = ok && file.seek(4) && file.write(buffer, 4) == 4;
+    qToLittleEndian(clamp32(bytes), buffer);
+    ok = ok && file.seek(at + 4) && file.write(buffer, 4) == 4;
+    if (chunks.factBody >= 0) {
+        qToLittleEndian(clamp32(frames), buffer);
+        ok = ok && file.seek(chunks.factBody) && file.write(buffer, 4) == 4;
+    }
+    return ok ? true : fail(file.errorString());
 }
