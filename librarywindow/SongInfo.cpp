@@ -390,6 +390,9 @@ void SongInfo::setHasChanges(bool changes)
 {
     m_hasChanges = changes;
     m_save->setEnabled(changes);
+    // Return in a field saves the edits; without any it closes the sheet.
+    m_save->setDefault(changes);
+    m_done->setDefault(!changes);
 }
 
 void SongInfo::update()

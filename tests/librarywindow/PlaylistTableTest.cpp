@@ -9,6 +9,7 @@
 #include "librarywindow/PlaylistTableController.h"
 #include "librarywindow/PlaylistTableModel.h"
 #include "librarywindow/SongIDsMimeData.h"
+#include "player/MainMenu.h"
 #include "settings/UserDefaults.h"
 #include "support/TestEnvironment.h"
 
@@ -280,6 +281,11 @@ TEST_F(PlaylistTableTest, DeleteAsksUnlessToldNotToAndSparesLibraries)
     const PlaylistPtr mine = newPlaylist();
     view()->closePersistentEditor(model()->indexOfPlaylist(mine));
     EXPECT_TRUE(controller->validateCommand(QStringLiteral("deleteSelection"), nullptr));
+    // The menus' commands reach the controller while the sidebar has the focus.
+    QApplication::setActiveWindow(window.get());
+    view()->setFocus();
+    EXPECT_EQ(MainMenu::commandTarget("deleteSelection"), controller.get());
+    EXPECT_EQ(MainMenu::commandTarget("rename"), controller.get());
     // "No" with the box ticked: the playlist stays, the question is not asked again.
     answerNextBox(QStringLiteral("Cancel"), true);
     controller->deleteSelection();

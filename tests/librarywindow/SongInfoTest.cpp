@@ -4,6 +4,7 @@
 #include "librarywindow/SongInfo.h"
 #include "app/ApplicationDelegate.h"
 #include "db/VEKDatabaseQuery.h"
+#include "librarywindow/SongInfoCover.h"
 #include "settings/UserDefaults.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
@@ -103,6 +104,12 @@ TEST(SongInfoText, NumbersSplitAtOfAndBitRatesBelowAKbpsAreNotAvailable)
     EXPECT_EQ(SongInfo::bitRateText(999), QStringLiteral("n/a"));
     EXPECT_EQ(SongInfo::bitRateText(0), QStringLiteral("n/a"));
     EXPECT_EQ(SongInfo::sampleRateText(44100), QStringLiteral("44.100 kHz"));
+
+    // Covers fill the square across their long side, centred and framed on whole pixels.
+    const QRectF square(0, 0, 100, 100);
+    EXPECT_EQ(SongInfoCover::imageRect(square, QSizeF(500, 500)), QRectF(0.5, 0.5, 99, 99));
+    EXPECT_EQ(SongInfoCover::imageRect(square, QSizeF(200, 100)), QRectF(0.5, 25.5, 99, 49));
+    EXPECT_EQ(SongInfoCover::imageRect(square, QSizeF(100, 200)), QRectF(25.5, 0.5, 49, 99));
 }
 
 TEST_F(SongInfoTest, TheFieldsShowTheSongAndTheFileDecidesWhatCanBeEdited)
