@@ -297,11 +297,27 @@ TEST_F(PlaylistTableTest, DeleteAsksUnlessToldNotToAndSparesLibraries)
     EXPECT_EQ(delegate->localPlaylists().size(), 1);
 }
 
-TEST_F(PlaylistTableTest, ThePreferredVersionCommandNeedsSongs)
+TEST_F(PlaylistTableTest, ThePreferredVersionOfAWholePlaylistLandsInIt)
 {
     launch(false);
     EXPECT_TRUE(controller->validateCommand(QStringLiteral("createPreferredVersion"), nullptr));
     newPlaylist();
     EXPECT_FALSE(controller->validateCommand(QStringLiteral("createPreferredVersion"), nullptr));
     EXPECT_FALSE(controller->validateCommand(QStringLiteral("somethingElse"), nullptr));
+
+    // Every song of the playlist, also those its search hides, gets a version in it.
+    const PlaylistPtr mine = newPlaylist(library()->songsInManualOrder());
+    auto search = std::make_shared<SongPredicate>();
+    search->addGroup(
+        {SongPredicate::equals(QStringLiteral("name"), mine->songsInManualOrder().first()->name())});
+    mine->setPredicate(search);
+    ASSERT_EQ(mine->countOfSongs(), 1);
+    UserDefaults::standard().setValue(
+        QStringLiteral("preferredFormat"),
+        QVariantMap{{QStringLiteral("format"), 1}, {QStringLiteral("sampleRate"), 44100}});
+    controller->createPreferredVersion();
+    delegate->queue()->waitUntilAllOperationsAreFinished();
+    UserDefaults::standard().removeValue(QStringLiteral("preferredFormat"));
+    EXPECT_EQ(mine->songsInManualOrder().size(), 4);
+    EXPECT_EQ(delegate->library().size(), 4);
 }
