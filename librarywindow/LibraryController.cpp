@@ -1,5 +1,7 @@
 #include "LibraryController.h"
 
+#include "ArtworkView.h"
+#include "ArtworkViewController.h"
 #include "LibraryWindow.h"
 #include "PlaylistTableController.h"
 #include "SongTable.h"
@@ -37,8 +39,6 @@ const QString kSplitKey = QStringLiteral("librarySplitPosition");
 const QString kArtworkKey = QStringLiteral("libraryShowArtwork");
 constexpr float kMinimumSplit = 150;
 constexpr float kMaximumSplit = 320;
-// The artwork is square, under a header of its own.
-constexpr int kArtworkHeader = 17;
 
 // A magnifier with a small caret: the field's scopes open from it.
 QIcon searchIcon()
@@ -121,6 +121,8 @@ void LibraryController::build(MainMenu *menu)
     m_window->setTable(m_songTable->view(), m_songTable->footer());
     m_playlistTable = new PlaylistTableController(&m_delegate, m_window->leftColumn());
     m_window->setSidebar(m_playlistTable->view());
+    m_artwork = new ArtworkViewController(&m_delegate, m_window->artworkPanel());
+    m_window->setArtwork(m_artwork->view());
     // The sidebar's choice passes here, so each playlist keeps its own song selection.
     m_playlistTable->setSelectionHandler(
         [this](const PlaylistPtr &playlist) { setSelectedPlaylist(playlist); });
@@ -186,7 +188,6 @@ void LibraryController::build(MainMenu *menu)
     m_artworkAnimation = new QPropertyAnimation(m_window, "artworkHeight", this);
     m_artworkAnimation->setDuration(250);
     m_artworkAnimation->setEasingCurve(QEasingCurve::InOutQuad);
-    connect(m_songTable, &SongTableController::songInfoRequested, this, [](const SongPtr &) {});
 }
 
 void LibraryController::open()
@@ -219,14 +220,14 @@ void LibraryController::setSplitPosition(float position)
     }
     // The artwork stays square with the column.
     if (m_showArtwork && m_artworkAnimation->state() != QAbstractAnimation::Running)
-        m_window->setArtworkHeight(int(p) + kArtworkHeader);
+        m_window->setArtworkHeight(ArtworkViewController::heightForWidth(int(p)));
     UserDefaults::standard().setValue(kSplitKey, double(p));
 }
 
 void LibraryController::setShowArtwork(bool show, bool animated)
 {
     if (show != m_showArtwork) {
-        const int target = show ? int(m_splitPosition) + kArtworkHeader : 0;
+        const int target = show ? ArtworkViewController::heightForWidth(int(m_splitPosition)) : 0;
         m_artworkAnimation->stop();
         if (animated) {
             m_artworkAnimation->setStartValue(m_window->artworkHeight());

@@ -8,6 +8,7 @@
 #include <memory>
 
 class ApplicationDelegate;
+class ArtworkViewController;
 class LibraryWindow;
 class MainMenu;
 class PlaylistTableController;
@@ -87,6 +88,7 @@ private:
     LibraryWindow *m_window = nullptr;
     SongTableController *m_songTable = nullptr;
     PlaylistTableController *m_playlistTable = nullptr; // child of the window's left column
+    ArtworkViewController *m_artwork = nullptr;         // child of the artwork panel
     QMenu *m_scopeMenu = nullptr;
     QMenu *m_tableMenu = nullptr;
     QPointer<MainMenu> m_menu;

@@ -2,6 +2,7 @@
 
 #include "SongDrag.h"
 #include "SongIDsMimeData.h"
+#include "SongInfo.h"
 #include "SongTable.h"
 #include "SongTableModel.h"
 #include "app/ApplicationDelegate.h"
@@ -456,9 +457,11 @@ void SongTableController::newPlaylistFromSelection()
 
 void SongTableController::getInfo()
 {
-    const SongPtr song = m_model->songAt(int(firstSelectedSongIndex()));
+    // The sheet walks the table's list from the first selected song; a missing file opens none.
+    const qsizetype row = firstSelectedSongIndex();
+    const SongPtr song = m_model->songAt(int(row));
     if (song && !song->isMissing())
-        emit songInfoRequested(song);
+        SongInfo::open(m_delegate, m_model->songs(), row, m_view);
 }
 
 void SongTableController::showInFileManager()

@@ -80,6 +80,7 @@ public:
 public slots:
     // Commands of the main menu's responder chain.
     void newPlaylistFromSelection();
+    // The song info sheet of the first selected song, on the table's window.
     void getInfo();
     void showInFileManager();
     void createPreferredVersion();
@@ -92,10 +93,6 @@ public slots:
 
 public:
     Q_INVOKABLE bool validateCommand(const QString &command, QAction *item);
-
-signals:
-    // Get Info on a song whose file is there.
-    void songInfoRequested(const SongPtr &song);
 
 private:
     QList<SongPtr> selectedSongs() const;

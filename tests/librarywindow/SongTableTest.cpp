@@ -1,0 +1,254 @@
+// The library window's song table and search on a real library of three songs: the search's
+// groups, the footer's total time, the status column's width, the drop rules, the selection
+// each playlist keeps, and the menu commands reaching the table.
+
+#include "librarywindow/SongTable.h"
+#include "app/ApplicationDelegate.h"
+#include "app/SignalFrontEnd.h"
+#include "library/LibraryPlaylist.h"
+#include "librarywindow/LibraryController.h"
+#include "librarywindow/LibraryWindow.h"
+#include "librarywindow/SongIDsMimeData.h"
+#include "librarywindow/SongTableController.h"
+#include "librarywindow/SongTableModel.h"
+#include "player/MainMenu.h"
+#include "settings/UserDefaults.h"
+#include "support/TestEnvironment.h"
+
+#include <QApplication>
+#include <QFont>
+#include <QFontMetricsF>
+#include <QHeaderView>
+#include <QLineEdit>
+#include <QMimeData>
+#include <QTest>
+#include <QUrl>
+#include <cmath>
+#include <gtest/gtest.h>
+
+namespace {
+
+using Drop = SongTableController::DropKind;
+
+class SongTableTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        TestEnvironment::resetUserFolders();
+        UserDefaults &d = UserDefaults::standard();
+        for (const char *key : {"selectedPlaylistID", "songTableColumns", "libraryOpen", "preferredFormat"})
+            d.removeValue(QString::fromLatin1(key));
+        ApplicationDelegate::registerDefaults(d);
+        d.setValue(QStringLiteral("suppressConfirmDeleteSongAlert"), true);
+        delegate = std::make_unique<ApplicationDelegate>(&frontEnd);
+        ApplicationDelegate::LaunchOptions options;
+        options.stream = false;
+        options.remote = false;
+        options.mpris = false;
+        delegate->applicationWillFinishLaunching(options);
+        const QString music = TestEnvironment::makeTempDir(QStringLiteral("music"));
+        for (const char *name : {"/c.flac", "/a.flac", "/b.flac"})
+            TestEnvironment::makeSine(music + QString::fromLatin1(name), 0.1);
+        delegate->addFilesToLibrary({music});
+        delegate->queue()->waitUntilAllOperationsAreFinished();
+        library = delegate->localPlaylists().first();
+        delegate->setSelectedPlaylist(library);
+        controller = std::make_unique<LibraryController>(*delegate);
+    }
+    void TearDown() override
+    {
+        controller.reset();
+        delegate->applicationWillTerminate();
+        UserDefaults::standard().removeValue(QStringLiteral("suppressConfirmDeleteSongAlert"));
+    }
+
+    SongTableController *table() const { return controller->songTableController(); }
+    QStringList names() const
+    {
+        QStringList out;
+        for (const SongPtr &s : delegate->songs())
+            out << s->name();
+        return out;
+    }
+
+    SignalFrontEnd frontEnd;
+    std::unique_ptr<ApplicationDelegate> delegate;
+    std::unique_ptr<LibraryController> controller;
+    PlaylistPtr library;
+};
+
+TEST_F(SongTableTest, EveryWordOfASearchMustBeFoundWithinOneField)
+{
+    QLineEdit *field = controller->window()->searchField();
+    field->setText(QStringLiteral("  harbour  lights "));
+    ASSERT_TRUE(library->predicate());
+    const auto &groups = library->predicate()->groups();
+    ASSERT_EQ(groups.size(), 7);
+    for (const auto &group : groups) {
+        ASSERT_EQ(group.size(), 2);
+        EXPECT_EQ(group.at(0).key, group.at(1).key);
+        EXPECT_EQ(group.at(0).value, QStringLiteral("harbour"));
+        EXPECT_EQ(group.at(1).value, QStringLiteral("lights"));
+    }
+    // A change of scope runs the search again at once.
+    controller->setSearchScope(2);
+    ASSERT_EQ(library->predicate()->groups().size(), 1);
+    EXPECT_EQ(library->predicate()->groups().at(0).at(0).key, QStringLiteral("artist"));
+
+    field->setText(QStringLiteral("a"));
+    controller->setSearchScope(1);
+    EXPECT_EQ(names(), QStringList{QStringLiteral("a")});
+    field->setText(QStringLiteral(" \t "));
+    EXPECT_FALSE(library->predicate());
+    EXPECT_EQ(names().size(), 3);
+}
+
+TEST(SongTableFooter, TheTotalTimeCutsMinutesAndRoundsSeconds)
+{
+    EXPECT_EQ(SongTableController::totalTimeText(119.7), QStringLiteral("01:00"));
+    EXPECT_EQ(SongTableController::totalTimeText(59.6), QStringLiteral("00:00"));
+    EXPECT_EQ(SongTableController::totalTimeText(3600), QStringLiteral("1:00:00"));
+    EXPECT_EQ(SongTableController::totalTimeText(7322.4), QStringLiteral("2:02:02"));
+    EXPECT_EQ(SongTableController::totalTimeText(0), QStringLiteral("00:00"));
+    EXPECT_EQ(SongTableController::footerText(1, 61, 1500),
+              QStringLiteral("1 song, 01:01 total time, 1.50 KB"));
+    EXPECT_EQ(SongTableController::footerText(0, 0, 0), QStringLiteral("0 songs, 00:00 total time, 0 bytes"));
+}
+
+TEST(SongTableStatusColumn, IsSizedForTheNumberBelowTheLastRow)
+{
+    QFont font;
+    font.setPixelSize(14);
+    const auto width = [&](const QString &text) {
+        return int(std::ceil(float(QFontMetricsF(font).horizontalAdvance(text)) + 4 + 4 + 18));
+    };
+    Playlist plain;
+    EXPECT_EQ(SongTableController::ordinalColumnWidth(&plain, 10, font), width(QStringLiteral("9")));
+    EXPECT_EQ(SongTableController::ordinalColumnWidth(&plain, 101, font), width(QStringLiteral("100")));
+    EXPECT_EQ(SongTableController::ordinalColumnWidth(&plain, 0, font), width(QStringLiteral("-1")));
+    LibraryPlaylist library;
+    EXPECT_EQ(SongTableController::ordinalColumnWidth(&library, 100000, font), 18);
+}
+
+TEST(SongTableDrops, FilesGoToAnyOpenListAndSongsMoveOnlyInAManualOrder)
+{
+    QMimeData files;
+    files.setUrls({QUrl::fromLocalFile(QStringLiteral("/music/x.flac"))});
+    QMimeData songs;
+    songs.setData(SongIDsMimeData::mimeType, SongIDsMimeData::encode({-1, -2}));
+    // Our own drag carries the files too: it is a move, not an import.
+    QMimeData ours;
+    ours.setData(SongIDsMimeData::mimeType, SongIDsMimeData::encode({-1}));
+    ours.setUrls(files.urls());
+    QMimeData text;
+    text.setText(QStringLiteral("hello"));
+
+    Playlist manual;
+    manual.setSortKey(QStringLiteral("ordinal"));
+    EXPECT_EQ(SongTableController::dropKind(&files, &manual), Drop::Files);
+    EXPECT_EQ(SongTableController::dropKind(&songs, &manual), Drop::Move);
+    EXPECT_EQ(SongTableController::dropKind(&ours, &manual), Drop::Move);
+    EXPECT_EQ(SongTableController::dropKind(&text, &manual), Drop::Refuse);
+    EXPECT_EQ(SongTableController::dropKind(&files, nullptr), Drop::Refuse);
+
+    Playlist sorted;
+    sorted.setSortKey(QStringLiteral("artist"));
+    EXPECT_EQ(SongTableController::dropKind(&songs, &sorted), Drop::Refuse);
+    EXPECT_EQ(SongTableController::dropKind(&files, &sorted), Drop::Files);
+    Playlist shuffled;
+    shuffled.setSortKey(QStringLiteral("ordinal"));
+    shuffled.setShuffle(true, nullptr);
+    EXPECT_EQ(SongTableController::dropKind(&songs, &shuffled), Drop::Refuse);
+    Playlist locked;
+    locked.setSortKey(QStringLiteral("ordinal"));
+    locked.setLocked(true);
+    EXPECT_EQ(SongTableController::dropKind(&songs, &locked), Drop::Refuse);
+    EXPECT_EQ(SongTableController::dropKind(&files, &locked), Drop::Refuse);
+    LibraryPlaylist library;
+    library.setSortKey(QStringLiteral("ordinal"));
+    EXPECT_EQ(SongTableController::dropKind(&files, &library), Drop::Files);
+    EXPECT_EQ(SongTableController::dropKind(&songs, &library), Drop::Refuse);
+}
+
+TEST_F(SongTableTest, EachPlaylistKeepsItsSelectionAndASortKeepsTheSelectedSongs)
+{
+    library->setSortKey(QStringLiteral("name"));
+    delegate->refreshCurrentSongs();
+    ASSERT_EQ(names(), (QStringList{QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")}));
+    table()->setSelectedSongIndexes({0});
+    // Sorting the other way round: "a" is still the one selected, now at the bottom.
+    table()->columnClicked(QStringLiteral("name"));
+    ASSERT_EQ(names().first(), QStringLiteral("c"));
+    EXPECT_EQ(table()->selectedSongIndexes(), Playlist::Rows{2});
+
+    delegate->newPlaylistWithSongs(delegate->songs());
+    const PlaylistPtr other = delegate->selectedPlaylist();
+    ASSERT_NE(other, library);
+    table()->setSelectedSongIndexes({0, 1});
+    controller->setSelectedPlaylist(library);
+    EXPECT_EQ(table()->selectedSongIndexes(), Playlist::Rows{2});
+    controller->setSelectedPlaylist(other);
+    EXPECT_EQ(table()->selectedSongIndexes(), (Playlist::Rows{0, 1}));
+
+    // The drag of the selection: the songs' IDs in row order, and their files.
+    std::unique_ptr<QMimeData> drag(table()->dragData());
+    EXPECT_EQ(SongIDsMimeData::songIDs(drag.get()),
+              (QList<qint64>{delegate->songs().at(0)->songID(), delegate->songs().at(1)->songID()}));
+    ASSERT_EQ(drag->urls().size(), 2);
+    EXPECT_EQ(drag->urls().at(1).toLocalFile(), delegate->songs().at(1)->URL());
+}
+
+TEST_F(SongTableTest, TheMenusCommandsReachTheFocusedTable)
+{
+    controller->window()->show();
+    SongTable *view = table()->view();
+    view->setFocus();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return QApplication::focusWidget() == view; }, 2000));
+    EXPECT_EQ(MainMenu::commandTarget("deleteSelection"), table());
+    EXPECT_EQ(MainMenu::commandTarget("cut"), nullptr) << "the table has nothing to cut";
+    EXPECT_FALSE(table()->validateCommand(QStringLiteral("deleteSelection"), nullptr)) << "nothing selected";
+    table()->setSelectedSongIndexes({1});
+    EXPECT_TRUE(table()->validateCommand(QStringLiteral("getInfo"), nullptr));
+    EXPECT_TRUE(table()->validateCommand(QStringLiteral("deleteSelection"), nullptr));
+    QMetaObject::invokeMethod(MainMenu::commandTarget("deleteSelection"), "deleteSelection");
+    EXPECT_EQ(names().size(), 2);
+    EXPECT_EQ(delegate->library().size(), 2);
+
+    controller->window()->searchField()->setFocus();
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return QApplication::focusWidget() == controller->window()->searchField(); }, 2000));
+    EXPECT_EQ(MainMenu::commandTarget("selectAll"), controller->window()->searchField());
+    EXPECT_EQ(MainMenu::commandTarget("deleteSelection"), nullptr);
+
+    UserDefaults::standard().setValue(QStringLiteral("preferredFormat"),
+                                      QVariantMap{{QStringLiteral("format"), 6}});
+    EXPECT_EQ(MainMenu::createVersionTitle(), QStringLiteral("Create FLAC Version"));
+    UserDefaults::standard().setValue(QStringLiteral("preferredFormat"),
+                                      QVariantMap{{QStringLiteral("format"), 9}});
+    EXPECT_EQ(MainMenu::createVersionTitle(), QStringLiteral("Create Unknown Version"));
+}
+
+TEST_F(SongTableTest, TheColumnLayoutIsKeptWithStatusAndNameInFront)
+{
+    QHeaderView *header = table()->view()->horizontalHeader();
+    const int artist = SongTableModel::columnOf(QStringLiteral("artist"));
+    const int name = SongTableModel::columnOf(QStringLiteral("name"));
+    // Nothing goes before the name, and the name does not move.
+    header->moveSection(header->visualIndex(artist), 0);
+    EXPECT_EQ(header->visualIndex(artist), 2);
+    header->moveSection(header->visualIndex(name), 4);
+    EXPECT_EQ(header->visualIndex(name), 1);
+    header->moveSection(header->visualIndex(artist), 4);
+    table()->setIsHiddenForColumn(false, QStringLiteral("composer"));
+    table()->setIsHiddenForColumn(true, QStringLiteral("genre"));
+
+    controller.reset();
+    controller = std::make_unique<LibraryController>(*delegate);
+    header = table()->view()->horizontalHeader();
+    EXPECT_EQ(header->visualIndex(artist), 4);
+    EXPECT_EQ(header->visualIndex(name), 1);
+    EXPECT_FALSE(table()->isHiddenForColumn(QStringLiteral("composer")));
+    EXPECT_TRUE(table()->isHiddenForColumn(QStringLiteral("genre")));
+}
+
+} // namespace
