@@ -148,8 +148,9 @@ bool PlaylistTableModel::setData(const QModelIndex &index, const QVariant &value
 
 Qt::ItemFlags PlaylistTableModel::flags(const QModelIndex &index) const
 {
+    // Headers count as disabled, so the arrow keys pass over them to the next playlist.
     if (isGroup(index))
-        return Qt::ItemIsEnabled;
+        return Qt::NoItemFlags;
     const PlaylistPtr playlist = playlistAt(index);
     if (!playlist)
         return Qt::NoItemFlags;

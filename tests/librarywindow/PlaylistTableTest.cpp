@@ -153,6 +153,13 @@ TEST_F(PlaylistTableTest, TheSelectedRowFollowsTheSelectedPlaylistWhoeverChoseIt
     const PlaylistPtr mine = newPlaylist();
     EXPECT_EQ(selectedRow(), mine);
 
+    // The arrow keys pass over the header to the next group's first playlist.
+    view()->setFocus();
+    QTest::keyClick(view(), Qt::Key_Down);
+    EXPECT_EQ(delegate->selectedPlaylist(), iTunesList(0));
+    QTest::keyClick(view(), Qt::Key_Up);
+    EXPECT_EQ(delegate->selectedPlaylist(), mine);
+
     // Another part of the program (the remote) chooses: the row follows.
     delegate->setSelectedPlaylist(iTunesList(2));
     EXPECT_EQ(selectedRow(), iTunesList(2));
