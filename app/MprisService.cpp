@@ -189,7 +189,7 @@ QVariantMap MprisService::metadataForSong(const Song *song, const QString &artUr
     if (const quint64 disc = Song::leadingInteger(song->disc()); disc > 0)
         m.insert(QStringLiteral("xesam:discNumber"), qint32(disc));
     if (!song->URL().isEmpty())
-        m.insert(QStringLiteral("xesam:url"), QUrl::fromLocalFile(song->URL()).toString(QUrl::FullyEncoded));
+        m.insert(QStringLiteral("xesam:url"), VEKPaths::toURL(song->URL()).toString(QUrl::FullyEncoded));
     if (!artUrl.isEmpty())
         m.insert(QStringLiteral("mpris:artUrl"), artUrl);
     return m;
@@ -398,9 +398,9 @@ bool MprisService::openUri(const QString &uri, QString *problem)
     const QUrl url(uri);
     if (!url.isLocalFile())
         return refuse(QStringLiteral("Only file:// URIs can be opened"));
-    const QString path = url.toLocalFile();
+    const QString path = VEKPaths::fromURL(url);
     if (!VEKPaths::existsAsFile(path))
-        return refuse(QStringLiteral("No such file: %1").arg(path));
+        return refuse(QStringLiteral("No such file: %1").arg(VEKPaths::readable(path)));
     if (!stream())
         return refuse(QStringLiteral("Nothing can play without the audio engine"));
 

@@ -3,6 +3,7 @@
 #include "Database.h"
 #include "core/VEKLocalizedString.h"
 #include "core/VEKLog.h"
+#include "core/VEKPaths.h"
 #include "db/VEKDatabase.h"
 #include "db/VEKDatabaseQuery.h"
 #include "io/VEKAudioFileReader.h"
@@ -28,8 +29,7 @@ using FileIdentity = QPair<quint64, quint64>; // device, inode
 
 bool statPath(const QString &path, struct stat &st)
 {
-    const QByteArray local = QFile::encodeName(path);
-    return !local.isEmpty() && ::stat(local.constData(), &st) == 0;
+    return VEKPaths::stat(path, &st);
 }
 
 FileIdentity identityOf(const struct stat &st)
@@ -43,11 +43,11 @@ QString pathOfArgument(const QString &file)
     QString path = file;
     if (file.startsWith(QLatin1String("file:"), Qt::CaseInsensitive)) {
         const QUrl url(file);
-        path = url.isLocalFile() ? url.toLocalFile() : QString();
+        path = url.isLocalFile() ? VEKPaths::fromURL(url) : QString();
     }
     if (path.isEmpty())
         return {};
-    return QDir::cleanPath(QFileInfo(path).absoluteFilePath());
+    return VEKPaths::absolute(path);
 }
 
 // Dates are stored to the second: keep the song in memory as it will read back.
@@ -71,27 +71,6 @@ bool looksLikeAudio(const QString &path)
         QStringLiteral("mka"),  QStringLiteral("dsf"),  QStringLiteral("dff"),  QStringLiteral("au"),
     };
     return extensions.contains(QFileInfo(path).suffix().toLower());
-}
-
-// The name's UTF-8 as text and every byte that is not part of it as \xNN.
-QString readableName(const QByteArray &name)
-{
-    QString out;
-    qsizetype i = 0;
-    while (i < name.size()) {
-        const auto byte = uchar(name.at(i));
-        const qsizetype length = byte < 0x80 ? 1 : (byte >> 5) == 0x6 ? 2 : (byte >> 4) == 0xe ? 3 : (byte >> 3) == 0x1e ? 4 : 0;
-        const QByteArray piece = length ? name.mid(i, length) : QByteArray();
-        const QString text = QString::fromUtf8(piece);
-        if (length && piece.size() == length && text.toUtf8() == piece) {
-            out += text;
-            i += length;
-        } else {
-            out += QStringLiteral("\\x") + QString::number(byte, 16).toUpper().rightJustified(2, u'0');
-            ++i;
-        }
-    }
-    return out;
 }
 
 } // namespace
@@ -125,11 +104,11 @@ struct ImportOperation::Run {
 
 void ImportOperation::Run::passOver(const QString &path, const QString &reason, bool named)
 {
-    op.m_passedOver.append({path,
-                            VEKError(QStringLiteral("ImportOperation"), 2,
-                                     VEKLocalizedString("Error_importPassedOver"),
-                                     path + QStringLiteral(": ") + reason),
-                            named});
+    op.m_passedOver.append(
+        {path,
+         VEKError(QStringLiteral("ImportOperation"), 2, VEKLocalizedString("Error_importPassedOver"),
+                  VEKPaths::readable(path) + QStringLiteral(": ") + reason),
+         named});
 }
 
 void ImportOperation::Run::walk(const QString &root)
@@ -153,25 +132,18 @@ void ImportOperation::Run::walk(const QString &root)
             if (seenFolders.contains(folder))
                 continue; // a link back up the tree, or a folder named twice
             seenFolders.insert(folder);
-            if (::access(QFile::encodeName(path).constData(), R_OK | X_OK) != 0) {
+            if (::access(VEKPaths::native(path).constData(), R_OK | X_OK) != 0) {
                 passOver(path, QString::fromLocal8Bit(std::strerror(errno)), named);
                 continue;
             }
             const QString prefix = path.endsWith(u'/') ? path : path + u'/';
             QStringList children;
-            if (DIR *dir = ::opendir(QFile::encodeName(path).constData())) {
+            if (DIR *dir = ::opendir(VEKPaths::native(path).constData())) {
                 while (const dirent *entry = ::readdir(dir)) {
                     const QByteArray name(entry->d_name);
-                    if (name.startsWith('.'))
-                        continue;
-                    // A name that is not UTF-8 (an old archive's Latin-1) would come back as
-                    // another name and never be found: said, with its odd bytes shown.
-                    const QString text = QString::fromUtf8(name);
-                    if (text.toUtf8() != name)
-                        passOver(prefix + readableName(name),
-                                 QStringLiteral("its name is not UTF-8, which Quivera cannot keep yet"), false);
-                    else
-                        children.append(text);
+                    // Names that are not UTF-8 (an old archive's Latin-1) are kept byte for byte.
+                    if (!name.startsWith('.'))
+                        children.append(VEKPaths::fromNative(name));
                 }
                 ::closedir(dir);
             }
@@ -220,10 +192,10 @@ void ImportOperation::Run::consider(const QString &path, bool preferredOnAdd)
             VEKLog(QStringLiteral("import failed without error: %1")
                        .arg(QUrl::fromLocalFile(path).toString()));
         if (fileError.isNull())
-            fileError = VEKError(QStringLiteral("ImportOperation"), 1,
-                                 VEKLocalizedString("Error_audioFileOpen"),
-                                 path + QStringLiteral(": ")
-                                     + VEKLocalizedString("Error_audioFileMissing"));
+            fileError =
+                VEKError(QStringLiteral("ImportOperation"), 1, VEKLocalizedString("Error_audioFileOpen"),
+                         VEKPaths::readable(path) + QStringLiteral(": ")
+                             + VEKLocalizedString("Error_audioFileMissing"));
         op.m_failures.append({path, fileError, op.m_roots.contains(path)});
         return;
     }

@@ -252,8 +252,8 @@ QByteArray Song::imageData(QString *source) const
     for (const char *base : {"cover", "folder", "front", "Cover", "Folder", "Front"}) {
         for (const char *ext : {".jpg", ".jpeg", ".png", ".JPG", ".JPEG", ".PNG"}) {
             const QString path = folder.filePath(QLatin1String(base) + QLatin1String(ext));
-            QFile file(path);
-            if (VEKPaths::existsAsFile(path) && file.open(QIODevice::ReadOnly)) {
+            QFile file;
+            if (VEKPaths::existsAsFile(path) && VEKPaths::open(file, path, QIODevice::ReadOnly)) {
                 if (source)
                     *source = path;
                 return file.readAll();

@@ -101,7 +101,7 @@ QString iTunesSong::pathForLocation(const QString &location)
     }
     if (path.contains('\0'))
         return {};
-    return QString::fromUtf8(path);
+    return VEKPaths::fromNative(path); // an escape that is not UTF-8 stays the byte it names
 }
 
 QString iTunesSong::movedPath(const QString &path, const QString &libraryLocation)

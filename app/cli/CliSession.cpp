@@ -1,4 +1,5 @@
 #include "CliSession.h"
+#include "core/VEKPaths.h"
 
 #include "audio/Stream.h"
 #include "core/VEKDate.h"
@@ -144,7 +145,7 @@ QJsonObject CliSession::songJson(const Song &song)
     o.insert(QStringLiteral("bitrate"), qint64(song.bitrate()));
     put("dateAdded", VEKDate::iso8601(song.dateAdded()));
     o.insert(QStringLiteral("isMissing"), song.isMissing());
-    put("path", song.URL());
+    put("path", VEKPaths::readable(song.URL()));
     return o;
 }
 

@@ -1,5 +1,6 @@
 #include "CliCommand.h"
 #include "CliProgressBar.h"
+#include "core/VEKPaths.h"
 
 #include "io/VEKAudioFileReader.h"
 #include "io/VEKAudioFileWriter.h"
@@ -87,10 +88,10 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
     int skipped = 0;
     QList<SongPtr> toConvert;
     for (const SongPtr &song : std::as_const(songs)) {
-        if (!QFileInfo(song->URL()).isFile()) {
+        if (!VEKPaths::existsAsFile(song->URL())) {
             session.fail(QStringLiteral("song %1: its file is missing: %2")
                              .arg(song->songID())
-                             .arg(song->URL()));
+                             .arg(VEKPaths::readable(song->URL())));
             ++failed;
         } else if (alreadyPreferred(*song)) {
             out << "skipped: song " << song->songID() << " is in the preferred format already\n";
@@ -152,7 +153,8 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
         if (operation->success()) {
             ++converted;
             out << "converted: song " << operation->song()->songID() << " -> song "
-                << operation->resultSong()->songID() << ": " << operation->resultURL() << '\n';
+                << operation->resultSong()->songID() << ": " << VEKPaths::readable(operation->resultURL())
+                << '\n';
         } else if (!operation->error().isNull()) {
             ++failed;
             out << "failed: song " << operation->song()->songID() << ": "

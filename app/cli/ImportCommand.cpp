@@ -1,5 +1,6 @@
 #include "CliCommand.h"
 #include "CliProgressBar.h"
+#include "core/VEKPaths.h"
 
 #include "library/ImportOperation.h"
 
@@ -23,10 +24,10 @@ void onInterrupt(int) { g_interrupted.store(true); }
 QString reasonFor(const ImportOperation::Failure &failure)
 {
     QString reason = failure.error.failureReason();
-    const QString prefix = failure.path + QStringLiteral(": ");
+    const QString prefix = VEKPaths::readable(failure.path) + QStringLiteral(": ");
     if (reason.startsWith(prefix))
         reason = reason.mid(prefix.size());
-    else if (reason == failure.path)
+    else if (reason == VEKPaths::readable(failure.path))
         reason.clear();
     QString text = failure.error.localizedDescription();
     if (!reason.isEmpty())
@@ -43,10 +44,10 @@ bool argumentIsMissing(const QString &argument)
         const QUrl url(argument);
         if (!url.isLocalFile())
             return true;
-        path = url.toLocalFile();
+        path = VEKPaths::fromURL(url);
     }
     struct stat st;
-    return ::stat(QFile::encodeName(path).constData(), &st) != 0 && (errno == ENOENT || errno == ENOTDIR);
+    return !VEKPaths::stat(path, &st) && (errno == ENOENT || errno == ENOTDIR);
 }
 
 int run(CliSession &session, const QStringList &argv, const CliCommand &command)
@@ -126,13 +127,14 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
     out << '\n';
     bool namedFailed = !missing.isEmpty();
     for (const QString &argument : std::as_const(missing))
-        out << "failed: " << argument << ": no such file or folder\n";
+        out << "failed: " << VEKPaths::readable(argument) << ": no such file or folder\n";
     for (const ImportOperation::Failure &failure : operation->failures()) {
-        out << "failed: " << failure.path << ": " << reasonFor(failure) << '\n';
+        out << "failed: " << VEKPaths::readable(failure.path) << ": " << reasonFor(failure) << '\n';
         namedFailed = namedFailed || failure.named;
     }
     for (const ImportOperation::Failure &item : operation->passedOver()) {
-        out << "passed over: " << item.path << ": " << item.error.failureReason().mid(item.path.size() + 2) << '\n';
+        out << "passed over: " << VEKPaths::readable(item.path) << ": "
+            << item.error.failureReason().mid(item.path.size() + 2) << '\n';
         namedFailed = namedFailed || item.named;
     }
     if (g_interrupted.load())

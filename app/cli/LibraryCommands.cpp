@@ -1,4 +1,5 @@
 #include "CliCommand.h"
+#include "core/VEKPaths.h"
 
 #include <QRegularExpression>
 
@@ -91,7 +92,9 @@ CliCommand tagCommand()
         if (!song)
             return 1;
         if (song->isMissing()) {
-            session.fail(QStringLiteral("the file of song %1 is missing: %2").arg(song->songID()).arg(song->URL()));
+            session.fail(QStringLiteral("the file of song %1 is missing: %2")
+                             .arg(song->songID())
+                             .arg(VEKPaths::readable(song->URL())));
             return 1;
         }
         session.delegate().setMetadataForSong(metadata, song);

@@ -1,5 +1,6 @@
 #include "CliCommand.h"
 #include "CliPlayback.h"
+#include "core/VEKPaths.h"
 
 #include "audio/Stream.h"
 
@@ -42,8 +43,9 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
         if (!terminal || !song)
             return;
         const double length = stream->lengthOfSongInPlayerAtIndex(stream->indexOfEnabledPlayer());
-        QString line = CliPlayback::statusLine(song->name().isEmpty() ? song->URL() : song->name(),
-                                               stream->location(), length, stream->outputFormat());
+        QString line =
+            CliPlayback::statusLine(song->name().isEmpty() ? VEKPaths::readable(song->URL()) : song->name(),
+                                    stream->location(), length, stream->outputFormat());
         const int width = int(line.size());
         if (width < shown)
             line += QString(shown - width, QLatin1Char(' '));

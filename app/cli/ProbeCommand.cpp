@@ -1,4 +1,5 @@
 #include "CliCommand.h"
+#include "core/VEKPaths.h"
 
 #include "io/VEKAudioFileReader.h"
 #include "text/VEKFileSizeFormatter.h"
@@ -12,7 +13,7 @@ namespace {
 QJsonObject probeJson(const VEKAudioFileReader &reader)
 {
     QJsonObject o;
-    o.insert(QStringLiteral("path"), reader.URL());
+    o.insert(QStringLiteral("path"), VEKPaths::readable(reader.URL()));
     o.insert(QStringLiteral("format"), reader.format().isNull() ? QJsonValue() : QJsonValue(reader.format()));
     o.insert(QStringLiteral("sampleRate"), reader.sampleRate());
     o.insert(QStringLiteral("numberOfChannels"), qint64(reader.numberOfChannels()));
@@ -35,7 +36,7 @@ void printFacts(QTextStream &out, const VEKAudioFileReader &reader)
     const auto line = [&out](const QString &label, const QString &value) {
         out << "  " << label.leftJustified(15) << value << '\n';
     };
-    out << reader.URL() << '\n';
+    out << VEKPaths::readable(reader.URL()) << '\n';
     line(QStringLiteral("format"), reader.format().isNull() ? QStringLiteral("(another kind)") : reader.format());
     line(QStringLiteral("sample rate"), QStringLiteral("%1 Hz").arg(reader.sampleRate()));
     line(QStringLiteral("channels"), QString::number(reader.numberOfChannels()));

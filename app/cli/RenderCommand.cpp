@@ -1,6 +1,7 @@
 #include "CliCommand.h"
 #include "CliPlayback.h"
 #include "CliProgressBar.h"
+#include "core/VEKPaths.h"
 
 #include "audio/Stream.h"
 #include "core/VEKAtomicFile.h"
@@ -63,7 +64,7 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
         bits = depth <= 16 ? 16 : depth <= 24 ? 24 : 32;
     }
 
-    const QString path = QFileInfo(args.value(outOption)).absoluteFilePath();
+    const QString path = VEKPaths::absolute(args.value(outOption));
     // The audio goes to a hidden file beside the result, which takes the result's name only
     // when every frame is on disk: a full disk never leaves a file that looks complete.
     const QFileInfo target(path);
@@ -71,7 +72,7 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
         QStringLiteral(".%1.%2.part").arg(target.fileName().left(200)).arg(QCoreApplication::applicationPid()));
     struct PartFile {
         QString path;
-        ~PartFile() { QFile::remove(path); }
+        ~PartFile() { ::unlink(VEKPaths::native(path).constData()); }
     } part{partPath};
     ApplicationDelegate::LaunchOptions options = CliSession::libraryOnly();
     options.stream = true;
@@ -122,20 +123,24 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
     const quint64 frames = end ? *end : 0;
     if (!VEKWaveFileWriter::holdsFrames(partPath, ended ? frames : 0, &error)
         || (end && !VEKWaveFileWriter::truncateFile(partPath, frames, &error))) {
-        session.fail(QStringLiteral("render failed, nothing was written to %1: %2").arg(path, error.text()));
+        session.fail(QStringLiteral("render failed, nothing was written to %1: %2")
+                         .arg(VEKPaths::readable(path), error.text()));
         return 1;
     }
-    if (std::rename(QFile::encodeName(partPath).constData(), QFile::encodeName(path).constData()) != 0) {
-        session.fail(QStringLiteral("%1: %2").arg(path, QString::fromLocal8Bit(std::strerror(errno))));
+    if (std::rename(VEKPaths::native(partPath).constData(), VEKPaths::native(path).constData()) != 0) {
+        session.fail(QStringLiteral("%1: %2").arg(VEKPaths::readable(path),
+                                                  QString::fromLocal8Bit(std::strerror(errno))));
         return 1;
     }
     VEKAtomicFile::syncFolderOf(path);
     if (!ended) {
-        session.err() << "quivera-cli: render interrupted; " << path << " holds what was rendered\n";
+        session.err() << "quivera-cli: render interrupted; " << VEKPaths::readable(path)
+                      << " holds what was rendered\n";
         return 1;
     }
-    session.out() << "rendered " << (end ? *end : 0) << " frames (" << VEKTimeFormatter().stringForSeconds(end ? double(*end) / outputRate : 0)
-                  << ") at " << outputRate << " Hz, " << bits << " bits to " << path << '\n';
+    session.out() << "rendered " << (end ? *end : 0) << " frames ("
+                  << VEKTimeFormatter().stringForSeconds(end ? double(*end) / outputRate : 0) << ") at "
+                  << outputRate << " Hz, " << bits << " bits to " << VEKPaths::readable(path) << '\n';
     return session.status();
 }
 

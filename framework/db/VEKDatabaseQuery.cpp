@@ -1,6 +1,7 @@
 #include "VEKDatabaseQuery.h"
 
 #include "VEKDatabase.h"
+#include "core/VEKPaths.h"
 
 #include <sqlite3.h>
 
@@ -39,7 +40,8 @@ bool VEKDatabaseQuery::setStringValue(const QString &value, int index, VEKError 
 {
     if (value.isNull())
         return setNullValue(index, error);
-    const QByteArray utf8 = value.toUtf8();
+    // A path's bytes that are not UTF-8 are stored as they are, so the file is found again.
+    const QByteArray utf8 = VEKPaths::native(value);
     return check(sqlite3_bind_text(m_statement, index + 1, utf8.constData(), int(utf8.size()),
                                    SQLITE_TRANSIENT),
                  error, "bind");
@@ -86,7 +88,7 @@ QString VEKDatabaseQuery::stringValueAtColumn(int column) const
     const int bytes = sqlite3_column_bytes(m_statement, column);
     if (bytes == 0)
         return QStringLiteral(""); // empty, not absent
-    return QString::fromUtf8(text, bytes);
+    return VEKPaths::fromNative(QByteArray::fromRawData(text, bytes));
 }
 
 bool VEKDatabaseQuery::isNullAtColumn(int column) const

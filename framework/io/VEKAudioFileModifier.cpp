@@ -37,10 +37,11 @@ VEKAudioFileModifier::~VEKAudioFileModifier() = default;
 bool VEKAudioFileModifier::initWithURL(const QString &path, VEKError *error)
 {
     d = std::make_unique<Impl>();
-    d->path = path.isEmpty() ? QString() : QFileInfo(path).absoluteFilePath();
+    d->path = path.isEmpty() ? QString() : VEKPaths::absolute(path);
     const auto fail = [&](ErrorCode code, const char *reason) {
-        VEKError::set(error, VEKError(kDomain, code, VEKLocalizedString("Error_audioFileOpen"),
-                                      d->path + QStringLiteral(": ") + VEKLocalizedString(reason)));
+        VEKError::set(
+            error, VEKError(kDomain, code, VEKLocalizedString("Error_audioFileOpen"),
+                            VEKPaths::readable(d->path) + QStringLiteral(": ") + VEKLocalizedString(reason)));
         return false;
     };
 
@@ -56,7 +57,7 @@ bool VEKAudioFileModifier::initWithURL(const QString &path, VEKError *error)
     d->kind = tags->kind();
     if (!VEKTagFile::canWrite(d->kind))
         return true; // commit() reports it, once there is something to write
-    if (!QFileInfo(d->path).isWritable() || !QFileInfo(QFileInfo(d->path).absolutePath()).isWritable())
+    if (!VEKPaths::canReplace(d->path))
         return fail(OpenFailed, "Error_audioFileTagsReadOnly");
     return fail(OpenFailed, "Error_audioFileDamaged");
 }
@@ -92,7 +93,7 @@ bool VEKAudioFileModifier::commit(VEKError *error)
         return true;
     if (!d->tags) {
         VEKError::set(error, VEKError(kDomain, Unsupported, VEKLocalizedString("Error_audioFileTags"),
-                                      d->path + QStringLiteral(": ")
+                                      VEKPaths::readable(d->path) + QStringLiteral(": ")
                                           + VEKLocalizedString("Error_audioFileTagsUnsupported")));
         return false;
     }
@@ -100,8 +101,10 @@ bool VEKAudioFileModifier::commit(VEKError *error)
     // full disk) leaves it as it was.
     if (!d->tags->write(d->pending, d->picture)) {
         const QString why = d->tags->errorText();
-        VEKError::set(error, VEKError(kDomain, WriteFailed, VEKLocalizedString("Error_audioFileTags"),
-                                      why.isEmpty() ? d->path : d->path + QStringLiteral(": ") + why));
+        VEKError::set(error,
+                      VEKError(kDomain, WriteFailed, VEKLocalizedString("Error_audioFileTags"),
+                               why.isEmpty() ? VEKPaths::readable(d->path)
+                                             : VEKPaths::readable(d->path) + QStringLiteral(": ") + why));
         auto reopened = std::make_unique<VEKTagFile>();
         d->tags = reopened->open(d->path, true) ? std::move(reopened) : nullptr;
         return false;

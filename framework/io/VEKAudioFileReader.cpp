@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <mutex>
+#include <sys/stat.h>
 
 using namespace VEKAudioFileReaderParts;
 
@@ -36,15 +37,17 @@ bool VEKAudioFileReader::initWithURL(const QString &path, VEKError *error)
 {
     silenceFFmpeg();
     d = std::make_unique<Impl>();
-    const QString absolute = path.isEmpty() ? QString() : QFileInfo(path).absoluteFilePath();
+    const QString absolute = path.isEmpty() ? QString() : VEKPaths::absolute(path);
     d->url = absolute;
 
     if (absolute.isEmpty() || !VEKPaths::existsAsFile(absolute)) {
         VEKError::set(error, VEKError(kDomain, FileMissing, VEKLocalizedString("Error_audioFileOpen"),
-                                      absolute + QStringLiteral(": ") + VEKLocalizedString("Error_audioFileMissing")));
+                                      VEKPaths::readable(absolute) + QStringLiteral(": ")
+                                          + VEKLocalizedString("Error_audioFileMissing")));
         return false;
     }
-    d->fileSize = static_cast<quint64>(QFileInfo(absolute).size());
+    struct stat st = {};
+    d->fileSize = VEKPaths::stat(absolute, &st) ? static_cast<quint64>(st.st_size) : 0;
     if (!d->open(absolute, error)) {
         // A failed reader keeps only its URL, never half-read facts.
         d = std::make_unique<Impl>();
@@ -91,7 +94,7 @@ bool VEKAudioFileReader::getAudio(VEKAudioBufferList &list, quint64 fromFrame, V
     list.setFrames(0);
     const auto fail = [&](ErrorCode code, const QString &detail) {
         VEKError::set(error, VEKError(kDomain, code, VEKLocalizedString("Error_audioFileRead"),
-                                      d->url + QStringLiteral(": ") + detail));
+                                      VEKPaths::readable(d->url) + QStringLiteral(": ") + detail));
         return false;
     };
     if (!d->fmt || !d->decoder)
@@ -148,7 +151,7 @@ bool VEKAudioFileReader::loadIntoMemory(VEKError *error)
 {
     const auto fail = [&](ErrorCode code, const QString &detail) {
         VEKError::set(error, VEKError(kDomain, code, VEKLocalizedString("Error_audioFileRead"),
-                                      d->url + QStringLiteral(": ") + detail));
+                                      VEKPaths::readable(d->url) + QStringLiteral(": ") + detail));
         return false;
     };
     if (!d->fmt || !d->decoder)

@@ -1,6 +1,7 @@
 // Opening a file: the demuxer, the decoder, the stream's facts, its exact length and its tags.
 
 #include "VEKAudioFileReaderImpl.h"
+#include "core/VEKPaths.h"
 
 #include "VEKMp3Header.h"
 #include "VEKTagFile.h"
@@ -96,7 +97,7 @@ int VEKAudioFileReader::Impl::openDecoder(const AVCodec *codec)
 // Returns FFmpeg's status.
 int VEKAudioFileReader::Impl::openDemuxer(const QString &path)
 {
-    const QByteArray local = QFile::encodeName(path);
+    const QByteArray local = VEKPaths::native(path);
     AVDictionary *options = nullptr;
     if (memory) {
         fmt = avformat_alloc_context();
@@ -139,8 +140,10 @@ void VEKAudioFileReader::Impl::closeDemuxer()
 bool VEKAudioFileReader::Impl::open(const QString &path, VEKError *error)
 {
     const auto fail = [&](ErrorCode code, const char *description, const QString &detail) {
-        VEKError::set(error, VEKError(kDomain, code, VEKLocalizedString(description),
-                                      detail.isEmpty() ? path : path + QStringLiteral(": ") + detail));
+        VEKError::set(error,
+                      VEKError(kDomain, code, VEKLocalizedString(description),
+                               detail.isEmpty() ? VEKPaths::readable(path)
+                                                : VEKPaths::readable(path) + QStringLiteral(": ") + detail));
         return false;
     };
 

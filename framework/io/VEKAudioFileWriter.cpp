@@ -4,6 +4,7 @@
 #include "VEKTagFile.h"
 #include "core/VEKAtomicFile.h"
 #include "core/VEKLocalizedString.h"
+#include "core/VEKPaths.h"
 
 #include <QDir>
 #include <QFile>
@@ -230,7 +231,8 @@ struct VEKAudioFileWriter::Impl {
 
     bool fail(VEKError *error, ErrorCode code, const char *description, const QString &detail)
     {
-        const QString where = finalPath.isEmpty() ? QDir(baseDirectory).filePath(baseFilename) : finalPath;
+        const QString where =
+            VEKPaths::readable(finalPath.isEmpty() ? QDir(baseDirectory).filePath(baseFilename) : finalPath);
         VEKError::set(error, VEKError(kDomain, code, VEKLocalizedString(description),
                                       detail.isEmpty() ? where : where + QStringLiteral(": ") + detail));
         return false;
@@ -255,36 +257,16 @@ constexpr int kNameMax = 255;
 QString shortened(const QString &name, int maxBytes)
 {
     QString result = name;
-    while (!result.isEmpty() && QFile::encodeName(result).size() > maxBytes)
+    while (!result.isEmpty() && VEKPaths::native(result).size() > maxBytes)
         result.chop(result.size() >= 2 && result.at(result.size() - 1).isLowSurrogate() ? 2 : 1);
     return result;
 }
 
 // ".<name>.<8 hex digits>.part.<extension>": the hidden files this writer makes.
-bool isPartName(const QString &name)
+const QRegularExpression &partNames()
 {
     static const QRegularExpression pattern(QStringLiteral("^\\..+\\.[0-9a-f]{8}\\.part\\.[a-z0-9]+$"));
-    return pattern.match(name).hasMatch();
-}
-
-// Hidden files of ours that no writer holds any more (a conversion that was killed) are removed
-// when the next one starts in the folder: a live writer keeps a lock on its file.
-void clearStaleParts(const QDir &dir)
-{
-    const QStringList names = dir.entryList(QDir::Files | QDir::Hidden | QDir::System);
-    for (const QString &name : names) {
-        if (!isPartName(name))
-            continue;
-        const QByteArray path = QFile::encodeName(dir.absoluteFilePath(name));
-        const int fd = ::open(path.constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
-        if (fd < 0)
-            continue;
-        struct stat held {}, there {};
-        if (::flock(fd, LOCK_EX | LOCK_NB) == 0 && ::fstat(fd, &held) == 0 && S_ISREG(held.st_mode)
-            && ::lstat(path.constData(), &there) == 0 && held.st_ino == there.st_ino && held.st_dev == there.st_dev)
-            ::unlink(path.constData());
-        ::close(fd);
-    }
+    return pattern;
 }
 
 } // namespace
@@ -293,14 +275,15 @@ bool VEKAudioFileWriter::Impl::lockTemp()
 {
     if (tempLock >= 0)
         ::close(tempLock);
-    tempLock = ::open(QFile::encodeName(tempPath).constData(), O_RDONLY | O_CLOEXEC);
+    tempLock = ::open(VEKPaths::native(tempPath).constData(), O_RDONLY | O_CLOEXEC);
     return tempLock >= 0 && ::flock(tempLock, LOCK_EX | LOCK_NB) == 0;
 }
 
 bool VEKAudioFileWriter::Impl::chooseNames(VEKError *error)
 {
     const QDir dir(baseDirectory);
-    if (baseDirectory.isEmpty() || !dir.exists())
+    struct stat folder {};
+    if (baseDirectory.isEmpty() || !VEKPaths::stat(baseDirectory, &folder) || !S_ISDIR(folder.st_mode))
         return fail(error, CreateFailed, "Error_audioFileWrite", QStringLiteral("the folder does not exist"));
     const QString extension = QLatin1String(info->extension);
     const int extensionBytes = 1 + int(std::strlen(info->extension));
@@ -310,7 +293,8 @@ bool VEKAudioFileWriter::Impl::chooseNames(VEKError *error)
     // The result takes its name only when it is complete (giveFinalName), so a conversion that
     // is killed leaves nothing under a name of the user's.
     finalPath.clear();
-    clearStaleParts(dir);
+    // Hidden files that a killed conversion left go when the next one starts in the folder.
+    VEKAtomicFile::removeStale(baseDirectory, partNames());
 
     // The audio goes to a hidden file beside the result. Created like any new file (not 0600 as
     // QTemporaryFile would), so the result gets the permissions the user's umask gives.
@@ -321,7 +305,8 @@ bool VEKAudioFileWriter::Impl::chooseNames(VEKError *error)
                                                       .arg(hiddenStem)
                                                       .arg(QRandomGenerator::global()->generate(), 8, 16, QLatin1Char('0'))
                                                       .arg(extension));
-        const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        const int fd =
+            ::open(VEKPaths::native(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd >= 0) {
             ::close(fd);
             tempPath = path;
@@ -347,10 +332,10 @@ bool VEKAudioFileWriter::Impl::giveFinalName(VEKError *error)
 {
     const QDir dir(baseDirectory);
     const QString extension = QLatin1Char('.') + QLatin1String(info->extension);
-    const QByteArray from = QFile::encodeName(tempPath);
+    const QByteArray from = VEKPaths::native(tempPath);
     if (existsAction != QLatin1String("rename")) {
         finalPath = dir.absoluteFilePath(stem + extension);
-        if (std::rename(from.constData(), QFile::encodeName(finalPath).constData()) != 0)
+        if (std::rename(from.constData(), VEKPaths::native(finalPath).constData()) != 0)
             return fail(error, WriteFailed, "Error_audioFileWrite", QString::fromLocal8Bit(std::strerror(errno)));
         return true;
     }
@@ -358,7 +343,7 @@ bool VEKAudioFileWriter::Impl::giveFinalName(VEKError *error)
     // appeared meanwhile (another writer, in this process or another).
     for (int n = 0; n < 100000; ++n) {
         const QString path = dir.absoluteFilePath((n == 0 ? stem : QStringLiteral("%1 %2").arg(stem).arg(n)) + extension);
-        const QByteArray to = QFile::encodeName(path);
+        const QByteArray to = VEKPaths::native(path);
         int rc = ::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE);
         if (rc != 0 && (errno == EINVAL || errno == ENOSYS)) {
             // A filesystem without the flag: a hard link fails on a taken name as well.
@@ -395,7 +380,7 @@ bool VEKAudioFileWriter::Impl::startEncoder(VEKError *error)
     if (!codec)
         return fail(error, BadSettings, "Error_audioFileWriteFormat", QStringLiteral("no encoder for %1").arg(format));
 
-    const QByteArray local = QFile::encodeName(tempPath);
+    const QByteArray local = VEKPaths::native(tempPath);
     int rc = avformat_alloc_output_context2(&out, nullptr, info->muxer, local.constData());
     if (rc < 0 || !out)
         return fail(error, BadSettings, "Error_audioFileWriteFormat", ffmpegErrorText(rc));
@@ -556,7 +541,7 @@ bool VEKAudioFileWriter::Impl::writeTags(VEKError *error)
 void VEKAudioFileWriter::Impl::removeFiles()
 {
     if (!tempPath.isEmpty())
-        QFile::remove(tempPath);
+        ::unlink(VEKPaths::native(tempPath).constData());
     if (tempLock >= 0)
         ::close(tempLock);
     tempLock = -1;

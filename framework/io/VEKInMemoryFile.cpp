@@ -1,8 +1,11 @@
 #include "VEKInMemoryFile.h"
 
+#include "core/VEKPaths.h"
+
 #include <QFile>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -14,9 +17,9 @@ extern "C" {
 
 bool VEKInMemoryFile::load(const QString &path, QString *problem)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        *problem = file.errorString();
+    QFile file;
+    if (!VEKPaths::open(file, path, QIODevice::ReadOnly)) {
+        *problem = QString::fromLocal8Bit(std::strerror(errno));
         return false;
     }
     try {

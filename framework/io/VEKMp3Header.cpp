@@ -1,12 +1,14 @@
 #include "VEKMp3Header.h"
 
+#include "core/VEKPaths.h"
+
 #include <QByteArray>
 #include <QFile>
 
 VEKMp3Header VEKMp3Header::read(const QString &path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    QFile file;
+    if (!VEKPaths::open(file, path, QIODevice::ReadOnly))
         return {};
     return read(file);
 }

@@ -1,6 +1,7 @@
 #include "VEKTagFile.h"
 
 #include "core/VEKAtomicFile.h"
+#include "core/VEKPaths.h"
 
 #include <QDir>
 #include <QFile>
@@ -381,8 +382,8 @@ const QStringList &VEKTagFile::textKeys()
 
 VEKTagFile::Kind VEKTagFile::sniff(const QString &path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    QFile file;
+    if (!VEKPaths::open(file, path, QIODevice::ReadOnly))
         return Kind::Unknown;
 
     // FLAC, TTA and Monkey's Audio files sometimes start with an ID3v2 tag.
@@ -435,7 +436,7 @@ VEKTagFile::Kind VEKTagFile::sniff(const QString &path)
     file.close();
 
     // No magic of its own: MPEG audio is recognised by consecutive valid frame headers.
-    TagLib::FileStream stream(QFile::encodeName(path).constData(), true);
+    TagLib::FileStream stream(VEKPaths::native(path).constData(), true);
     if (stream.isOpen() && TagLib::MPEG::File::isSupported(&stream))
         return Kind::MPEG;
     return Kind::Unknown;
@@ -460,11 +461,10 @@ bool VEKTagFile::open(const QString &path, bool forWriting)
     if (forWriting) {
         // Tags are edited in memory and the file is replaced whole when they are saved: an
         // edit that fails half-way (a full disk) then never touches the audio.
-        const QFileInfo info(path);
-        if (!info.isWritable() || !QFileInfo(info.absolutePath()).isWritable())
+        if (!VEKPaths::canReplace(path))
             return false;
-        QFile file(path);
-        if (!file.open(QIODevice::ReadOnly))
+        QFile file;
+        if (!VEKPaths::open(file, path, QIODevice::ReadOnly))
             return false;
         const QByteArray bytes = file.readAll();
         if (file.error() != QFileDevice::NoError)
@@ -472,7 +472,7 @@ bool VEKTagFile::open(const QString &path, bool forWriting)
         stream = std::make_unique<TagLib::ByteVectorStream>(
             TagLib::ByteVector(bytes.constData(), static_cast<unsigned int>(bytes.size())));
     } else {
-        auto onDisk = std::make_unique<TagLib::FileStream>(QFile::encodeName(path).constData(), true);
+        auto onDisk = std::make_unique<TagLib::FileStream>(VEKPaths::native(path).constData(), true);
         if (!onDisk->isOpen())
             return false;
         stream = std::move(onDisk);

@@ -11,14 +11,16 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QSet>
+#include <QStandardPaths>
+#include <QTemporaryDir>
 #include <QThread>
+#include <cstdio>
 #include <gtest/gtest.h>
 #include <memory>
-#include <cstdio>
 #include <signal.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
 #include <vector>
-#include <sqlite3.h>
 
 namespace {
 
@@ -110,14 +112,73 @@ TEST_F(CliImportTest, PrintsWhatWasAddedSkippedAndWhyFilesFailed)
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(r.out.contains("passed over: " + QDir::cleanPath(fifo).toUtf8() + ": not a file to read")) << r.out.constData();
     EXPECT_TRUE(r.out.contains(": File name too long")) << r.out.constData();
-    // A Latin-1 name in a folder is not passed over in silence.
-    const QByteArray latin1 = QFile::encodeName(m) + "/caf\xe9.flac";
-    ASSERT_TRUE(QFile::copy(m + QStringLiteral("/a.flac"), m + QStringLiteral("/tmp.flac")));
-    ASSERT_EQ(::rename(QFile::encodeName(m + QStringLiteral("/tmp.flac")).constData(), latin1.constData()), 0);
-    r = cli.run({QStringLiteral("import"), m});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_TRUE(r.out.contains("passed over: " + QFile::encodeName(m) + "/caf\\xE9.flac: its name is not UTF-8")) << r.out.constData();
     EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_song;")), QStringLiteral("3"));
+}
+
+// File names are bytes: one in Latin-1 from an old archive is imported, read back from the
+// library to the same bytes (so it plays and takes tags) and shown readably.
+TEST_F(CliImportTest, NamesThatAreNotUtf8AreKeptByteForByte)
+{
+    const QString m = cli.musicDir() + QStringLiteral("/old");
+    ASSERT_TRUE(QDir().mkpath(m));
+    TestEnvironment::ffmpeg(TestEnvironment::makeSine(m + QStringLiteral("/../src.wav"), 0.3),
+                            m + QStringLiteral("/tmp.flac"));
+    const QByteArray latin1 = QFile::encodeName(m) + "/caf\xe9.flac";
+    ASSERT_EQ(::rename(QFile::encodeName(m + QStringLiteral("/tmp.flac")).constData(), latin1.constData()), 0);
+
+    auto r = cli.run({QStringLiteral("import"), m});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_TRUE(r.out.startsWith("1 added")) << r.out.constData();
+    EXPECT_EQ(cli.sql(QStringLiteral("SELECT hex(path) FROM t_song;")),
+              QString::fromLatin1(latin1.toHex().toUpper()));
+    r = cli.run({QStringLiteral("songs")});
+    EXPECT_TRUE(r.out.contains("caf\xc3\xa9")) << r.out.constData();
+    const QString id = QString::fromUtf8(r.out.trimmed().split(' ').first());
+
+    r = cli.run({QStringLiteral("render"), QStringLiteral("--song"), id, QStringLiteral("--out"),
+                 m + QStringLiteral("/../x.wav")});
+    EXPECT_EQ(r.status, 0) << r.err.constData();
+    r = cli.run({QStringLiteral("tag"), id, QStringLiteral("album=Zed")});
+    EXPECT_EQ(r.status, 0) << r.err.constData();
+    r = cli.run({QStringLiteral("rescan")});
+    EXPECT_TRUE(r.out.startsWith("1 songs, 0 missing")) << r.out.constData();
+    // Still there under its own name and under no mangled one (Qt lists only names it can decode).
+    struct stat st;
+    EXPECT_EQ(::stat(latin1.constData(), &st), 0);
+    EXPECT_TRUE(QDir(m).entryList(QDir::Files | QDir::Hidden).isEmpty());
+    ::unlink(latin1.constData()); // which the temporary folder's removal would not find
+}
+
+// A folder the user may not read is named with the reason, not counted as empty. Root reads
+// everything, so the import runs as nobody.
+TEST_F(CliImportTest, AFolderThatMayNotBeReadIsNamedWithItsReason)
+{
+    if (::geteuid() != 0 || QStandardPaths::findExecutable(QStringLiteral("setpriv")).isEmpty())
+        GTEST_SKIP() << "needs root and setpriv to run an import as another user";
+    QTemporaryDir root(QStringLiteral("/tmp/quivera-nobody-XXXXXX"));
+    const QString locked = root.path() + QStringLiteral("/locked");
+    for (const char *dir : {"/data", "/config", "/locked"})
+        ASSERT_TRUE(QDir().mkpath(root.path() + QLatin1String(dir)));
+    for (const char *dir : {"", "/data", "/config"})
+        ASSERT_EQ(::chmod(QFile::encodeName(root.path() + QLatin1String(dir)).constData(), 0777), 0);
+    ASSERT_EQ(::chmod(QFile::encodeName(locked).constData(), 0700), 0);
+    TestEnvironment::makeSine(locked + QStringLiteral("/a.wav"), 0.1);
+
+    QProcess p;
+    QProcessEnvironment env = cli.environment();
+    env.insert(QStringLiteral("XDG_DATA_HOME"), root.path() + QStringLiteral("/data"));
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), root.path() + QStringLiteral("/config"));
+    env.insert(QStringLiteral("HOME"), root.path());
+    p.setProcessEnvironment(env);
+    p.start(QStringLiteral("setpriv"),
+            {QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
+             QStringLiteral("--clear-groups"), QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"),
+             QStringLiteral("import"), locked});
+    ASSERT_TRUE(p.waitForFinished(60000));
+    const QByteArray out = p.readAllStandardOutput();
+    EXPECT_EQ(p.exitCode(), 1) << p.readAllStandardError().constData();
+    EXPECT_TRUE(out.contains("passed over: " + QFile::encodeName(locked) + ": Permission denied"))
+        << out.constData();
 }
 
 TEST_F(CliImportTest, NewSongsJoinTheChosenPlaylistButNeverAnITunesOne)

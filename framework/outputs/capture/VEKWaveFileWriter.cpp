@@ -1,4 +1,5 @@
 #include "VEKWaveFileWriter.h"
+#include "core/VEKPaths.h"
 
 #include "core/VEKLocalizedString.h"
 
@@ -98,7 +99,7 @@ bool VEKWaveFileWriter::open(const QString &path, const VEKAudioFormat &format, 
     close();
     quint32 factOffset = 0;
     const QByteArray h = header(format, &factOffset);
-    const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    const int fd = ::open(VEKPaths::native(path).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd < 0 || ::pwrite(fd, h.constData(), size_t(h.size()), 0) != h.size()) {
         const int e = errno;
         if (fd >= 0)

@@ -8,7 +8,10 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 namespace {
 
@@ -199,6 +202,25 @@ TEST(ModifierErrors, FullDiskLeavesTheFileWhole)
         QFile::remove(QDir(disk).filePath(QStringLiteral(".filler")));
         QFile::remove(path);
     }
+}
+
+// A tag write that was killed leaves its hidden copy beside the song; the next write in the
+// folder removes it, but never one that a live writer holds, nor a file that is not ours.
+TEST(ModifierErrors, HiddenCopiesOfKilledWritesGoAtTheNextWrite)
+{
+    const QString dir = TestEnvironment::makeTempDir("stale");
+    const QString path = dir + "/a16.flac";
+    ASSERT_TRUE(QFile::copy(QDir(IOFixtures::dir()).filePath("a16.flac"), path));
+    for (const char *name : {".a16.flac.0123abcd.tmp", ".a16.flac.89abcdef.tmp", ".notes.tmp"})
+        ASSERT_TRUE(TestEnvironment::writeFile(dir + "/" + name, QByteArray(5000, 'x')));
+    const int held =
+        ::open(QFile::encodeName(dir + "/.a16.flac.89abcdef.tmp").constData(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(::flock(held, LOCK_EX), 0);
+
+    ASSERT_TRUE(writeTags(path, {{"album", "X"}}));
+    EXPECT_EQ(QDir(dir).entryList(QDir::Files | QDir::Hidden, QDir::Name),
+              QStringList({".a16.flac.89abcdef.tmp", ".notes.tmp", "a16.flac"}));
+    ::close(held);
 }
 
 TEST(ModifierErrors, MissingOrBrokenFileDoesNotOpen)
