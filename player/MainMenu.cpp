@@ -41,6 +41,11 @@ MainMenu::MainMenu(ApplicationDelegate *delegate, Windows *windows, QObject *par
     : QObject(parent), m_delegate(delegate), m_windows(windows)
 {
     build();
+    applyShortcuts();
+    connect(&UserDefaults::standard(), &UserDefaults::valueChanged, this, [this](const QString &key) {
+        if (key == shortcutsKey())
+            applyShortcuts();
+    });
     // Before the shortcut map looks for a match, Qt offers every key press as a
     // ShortcutOverride: the moment to bring the enabled states up to date.
     qApp->installEventFilter(this);
@@ -68,6 +73,7 @@ QAction *MainMenu::addItem(QMenu *menu, const char *titleKey, MenuItem item, con
     QAction *a = menu->addAction(VEKLocalizedString(titleKey));
     a->setObjectName(QString::fromLatin1(titleKey));
     a->setShortcut(shortcut);
+    m_defaultShortcuts.insert(a, shortcut);
     a->setShortcutContext(Qt::ApplicationShortcut);
     connect(a, &QAction::triggered, this, [this, a] { perform(a); });
     m_items.insert(a, std::move(item));
@@ -372,4 +378,24 @@ bool MainMenu::eventFilter(QObject *watched, QEvent *event)
     if (event->type() == QEvent::ShortcutOverride)
         validate();
     return QObject::eventFilter(watched, event);
+}
+
+QList<QAction *> MainMenu::commands() const
+{
+    QList<QAction *> named;
+    for (QAction *a : m_actions)
+        if (!a->objectName().isEmpty())
+            named.append(a);
+    return named;
+}
+
+void MainMenu::applyShortcuts()
+{
+    const QVariantMap chosen = UserDefaults::standard().dictionaryForKey(shortcutsKey());
+    for (QAction *a : std::as_const(m_actions)) {
+        const auto it = chosen.constFind(a->objectName());
+        a->setShortcut(it == chosen.cend() || a->objectName().isEmpty()
+                           ? m_defaultShortcuts.value(a)
+                           : QKeySequence::fromString(it->toString(), QKeySequence::PortableText));
+    }
 }

@@ -86,6 +86,15 @@ public:
 
     // Runs the validation on every item now.
     void validate();
+
+    // The commands whose keys the user may change: every item with a name of its own, in the
+    // order of the menus. Their keys are the built-in ones overlaid with the setting
+    // `keyboardShortcuts` (item name to a key sequence in portable text, empty for none), applied
+    // as soon as the setting changes.
+    QList<QAction *> commands() const;
+    QKeySequence defaultShortcut(QAction *command) const { return m_defaultShortcuts.value(command); }
+    static QString shortcutsKey() { return QStringLiteral("keyboardShortcuts"); }
+    void applyShortcuts();
     // The item that sends `action` (with `tag` where several do); null if there is none.
     QAction *action(MenuItem::Action action, qint64 tag = 0) const;
     // The item of a responder-chain command, by its slot name (see above); null if none.
@@ -120,5 +129,6 @@ private:
     // The items that act on the front end alone (edit, window): when enabled, what they do.
     QHash<QAction *, std::pair<std::function<bool()>, std::function<void()>>> m_windowItems;
     QList<QAction *> m_actions;
+    QHash<QAction *, QKeySequence> m_defaultShortcuts;
     QHash<QString, QAction *> m_commandItems;
 };

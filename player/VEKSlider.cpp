@@ -15,6 +15,8 @@ VEKSlider::VEKSlider(Qt::Orientation orientation, QWidget *parent) : QSlider(ori
     connect(this, &QSlider::valueChanged, this, [this] {
         if (isTipShown())
             placeTip();
+        if (m_valueLabel)
+            m_valueLabel->setText(tipText());
         if (!m_quiet)
             emit edited(doubleValue());
     });
@@ -69,6 +71,14 @@ void VEKSlider::setTipText(TipText tipText)
 QString VEKSlider::tipText() const
 {
     return m_tipText ? m_tipText(*this) : QString();
+}
+
+QLabel *VEKSlider::makeValueLabel(QWidget *parent)
+{
+    m_valueLabel = new QLabel(tipText(), parent);
+    m_valueLabel->setObjectName(QStringLiteral("PreferencesValue"));
+    m_valueLabel->setMinimumWidth(52);
+    return m_valueLabel;
 }
 
 bool VEKSlider::isTipShown() const

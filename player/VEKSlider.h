@@ -36,6 +36,9 @@ public:
     QString tipText() const;
     // Whether the tip is up now (while the knob is held).
     bool isTipShown() const;
+    // A label that shows the tip text at all times, to stand beside the slider; the slider keeps
+    // it up to date.
+    QLabel *makeValueLabel(QWidget *parent);
 
 signals:
     void edited(double value);
@@ -50,4 +53,5 @@ private:
     bool m_quiet = false;
     TipText m_tipText;
     QPointer<QLabel> m_tip;
+    QPointer<QLabel> m_valueLabel;
 };

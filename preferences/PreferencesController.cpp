@@ -1,9 +1,15 @@
 #include "PreferencesController.h"
 
+#include "AdvancedPreferencesPane.h"
+#include "CommandsPreferencesPane.h"
+#include "GeneralPreferencesPane.h"
+#include "HeadphonesPreferencesPane.h"
+#include "ITunesPreferencesPane.h"
 #include "OutputDeviceProbe.h"
 #include "OutputPreferencesPane.h"
 #include "PreferencesPane.h"
 #include "PreferencesWindow.h"
+#include "PreferredFormatPreferencesPane.h"
 #include "settings/UserDefaults.h"
 
 PreferencesController::PreferencesController(UserDefaults &defaults, Services services, QObject *parent)
@@ -11,7 +17,13 @@ PreferencesController::PreferencesController(UserDefaults &defaults, Services se
 {
     m_probe = new OutputDeviceProbe(services.stream, services.probeDevices, this);
     m_panes = {
+        new GeneralPreferencesPane(defaults),
+        new CommandsPreferencesPane(defaults, services.menu),
+        new PreferredFormatPreferencesPane(defaults),
+        new ITunesPreferencesPane(defaults, services.rescan),
         new OutputPreferencesPane(defaults, m_probe),
+        new HeadphonesPreferencesPane(defaults),
+        new AdvancedPreferencesPane(defaults, m_probe, services.stream),
     };
     for (PreferencesPane *pane : std::as_const(m_panes))
         m_window->addPane(pane);

@@ -10,7 +10,7 @@ PreferencesPane::PreferencesPane(UserDefaults &defaults, QWidget *parent)
     : QWidget(parent), m_defaults(defaults), m_layout(new QVBoxLayout(this))
 {
     m_layout->setContentsMargins(0, 0, 0, 0);
-    m_layout->setSpacing(16);
+    m_layout->setSpacing(14);
 }
 
 void PreferencesPane::addTaggedItem(QComboBox *popup, const QString &text, qint64 tag)

@@ -32,12 +32,13 @@ QLabel *PreferencesSection::makeNote(const QString &note)
     return label;
 }
 
-void PreferencesSection::addRow(const QString &label, QWidget *control, const QString &note)
+QLabel *PreferencesSection::addRow(const QString &label, QWidget *control, const QString &note)
 {
-    addRow(label, QList<QWidget *>{control}, note);
+    return addRow(label, QList<QWidget *>{control}, note);
 }
 
-void PreferencesSection::addRow(const QString &label, const QList<QWidget *> &controls, const QString &note)
+QLabel *PreferencesSection::addRow(const QString &label, const QList<QWidget *> &controls,
+                                   const QString &note)
 {
     auto *name = new QLabel(label, this);
     name->setObjectName(QStringLiteral("PreferencesLabel"));
@@ -51,19 +52,23 @@ void PreferencesSection::addRow(const QString &label, const QList<QWidget *> &co
     }
     // The first control is what the label names (a popup's own name is the item it shows, so
     // its role goes in the description).
-    if (!controls.isEmpty() && !label.isEmpty()) {
-        QWidget *first = controls.first();
+    QWidget *first = nullptr;
+    for (QWidget *control : controls)
+        if (!first && !control->inherits("QLabel"))
+            first = control;
+    if (first && !label.isEmpty()) {
         if (first->accessibleName().isEmpty() && !first->inherits("QAbstractButton"))
             first->setAccessibleName(label);
         if (first->accessibleDescription().isEmpty())
             first->setAccessibleDescription(label);
     }
-    if (!controls.isEmpty())
-        name->setBuddy(controls.first());
+    if (first)
+        name->setBuddy(first);
     row->addStretch(1);
     m_grid->addLayout(row, m_row++, 1);
     if (!note.isEmpty())
         m_grid->addWidget(makeNote(note), m_row++, 1);
+    return name;
 }
 
 void PreferencesSection::addWide(QWidget *control, const QString &note)

@@ -14,11 +14,12 @@ public:
 
     // A row: the label on the left, the control on the right, the note (if any) under it. The
     // label names the control for assistive tools when it has no name of its own.
-    void addRow(const QString &label, QWidget *control, const QString &note = {});
+    // Returns the label, for panes whose label changes with a choice.
+    QLabel *addRow(const QString &label, QWidget *control, const QString &note = {});
     // A control across the whole width (a check box with its own text, a table).
     void addWide(QWidget *control, const QString &note = {});
     // A row of controls side by side under one label.
-    void addRow(const QString &label, const QList<QWidget *> &controls, const QString &note = {});
+    QLabel *addRow(const QString &label, const QList<QWidget *> &controls, const QString &note = {});
 
 private:
     QLabel *makeNote(const QString &note);

@@ -45,6 +45,11 @@ QComboBox QAbstractItemView {
 }
 QPushButton { padding: 6px 16px; }
 QPushButton:pressed { background: #24303f; }
+QPushButton[segment] { border-radius: 0; padding: 6px 18px; min-width: 56px; }
+QPushButton[segment="first"] { border-top-left-radius: 7px; border-bottom-left-radius: 7px; }
+QPushButton[segment="last"] { border-top-right-radius: 7px; border-bottom-right-radius: 7px; }
+QPushButton[segment="middle"], QPushButton[segment="last"] { border-left: none; }
+QPushButton[segment]:checked { background: #2b4261; color: #ffffff; border-color: #3d5a80; }
 
 QCheckBox { spacing: 10px; }
 QCheckBox::indicator {
@@ -70,6 +75,9 @@ QTableWidget, QTreeWidget {
     background: #131922; alternate-background-color: #161d27; border: 1px solid #1f2733;
     border-radius: 8px; gridline-color: transparent; selection-background-color: #22344b;
 }
+QTableWidget#commandsTable { background: transparent; border: none; }
+QTableWidget#commandsTable QKeySequenceEdit { background: transparent; border: none; padding: 2px 4px; min-height: 0; }
+QTableWidget#commandsTable QLineEdit { padding: 2px 8px; min-height: 0; border-radius: 6px; }
 QHeaderView::section {
     background: #131922; color: #6f89a6; border: none; border-bottom: 1px solid #1f2733;
     padding: 6px 8px; font-size: 12px; font-weight: 600;

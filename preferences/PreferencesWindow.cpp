@@ -55,8 +55,12 @@ PreferencesWindow::PreferencesWindow(QWidget *parent)
     content->addWidget(m_stack, 1);
     layout->addLayout(content, 1);
 
-    connect(m_buttons, &QButtonGroup::idClicked, this, &PreferencesWindow::paneChosen);
-    resize(940, 700);
+    // Toggled rather than clicked: assistive tools check the button without clicking it.
+    connect(m_buttons, &QButtonGroup::idToggled, this, [this](int index, bool checked) {
+        if (checked && index != m_stack->currentIndex())
+            emit paneChosen(index);
+    });
+    resize(960, 850);
 }
 
 void PreferencesWindow::addPane(PreferencesPane *pane)

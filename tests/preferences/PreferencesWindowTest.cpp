@@ -1,0 +1,88 @@
+// The preferences as the program makes them: the panes in their order behind the menu's items,
+// and the Commands pane, whose keys the menu takes at once and where a key in use is refused.
+
+#include "app/ApplicationDelegate.h"
+#include "outputs/VEKAudioDevice.h"
+#include "player/MainMenu.h"
+#include "preferences/CommandsPreferencesPane.h"
+#include "preferences/PreferencesController.h"
+#include "preferences/PreferencesPane.h"
+#include "preferences/PreferencesWindow.h"
+#include "settings/UserDefaults.h"
+#include "support/TestEnvironment.h"
+#include "windowed/WindowedApplication.h"
+
+#include <QAction>
+#include <QKeySequenceEdit>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+using A = MenuItem::Action;
+
+namespace {
+
+class PreferencesWindowTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        TestEnvironment::resetUserFolders();
+        UserDefaults::standard().setValue(u"seenAccessiTunesLibraryQuery"_s, true);
+        ApplicationDelegate::LaunchOptions options;
+        options.remote = false;
+        options.mpris = false;
+        options.outputDevice = VEKAudioDevice::deviceWithUID(u"null"_s);
+        app.launch(options);
+        ASSERT_TRUE(app.preferencesController());
+    }
+    QAction *command(const QString &name) const
+    {
+        for (QAction *a : app.mainMenu()->commands())
+            if (a->objectName() == name)
+                return a;
+        return nullptr;
+    }
+
+    WindowedApplication app;
+};
+
+TEST_F(PreferencesWindowTest, TheHeadphonesItemOpensItsPaneAmongTheSevenInOrder)
+{
+    QStringList names;
+    for (PreferencesPane *pane : app.preferencesController()->panes())
+        names << pane->name();
+    EXPECT_EQ(names, (QStringList{u"GeneralPreferencesPane"_s, u"CommandsPreferencesPane"_s,
+                                  u"PreferredFormatPreferencesPane"_s, u"iTunesPreferencesPane"_s,
+                                  u"OutputPreferencesPane"_s, u"HeadphonesPreferencesPane"_s,
+                                  u"AdvancedPreferencesPane"_s}));
+    command(u"Commands_headphonesPreferences"_s)->trigger();
+    EXPECT_TRUE(app.preferencesController()->window()->isVisible());
+    EXPECT_EQ(app.preferencesController()->currentPane()->name(), u"HeadphonesPreferencesPane"_s);
+    // The plain item keeps the pane in front.
+    app.mainMenu()->action(A::OpenPreferences)->trigger();
+    EXPECT_EQ(app.preferencesController()->currentPane()->name(), u"HeadphonesPreferencesPane"_s);
+}
+
+TEST_F(PreferencesWindowTest, AKeyIsTakenAtOnceUnlessAnotherCommandHasIt)
+{
+    auto *pane = static_cast<CommandsPreferencesPane *>(app.preferencesController()->pane(u"CommandsPreferencesPane"_s));
+    QAction *next = app.mainMenu()->action(A::Next);
+    const QKeySequence before = next->shortcut();
+
+    EXPECT_FALSE(pane->assign(next, QKeySequence(Qt::CTRL | Qt::Key_N)));
+    EXPECT_TRUE(pane->message().contains(u"New Playlist"_s)) << pane->message().toStdString();
+    EXPECT_EQ(next->shortcut(), before);
+    EXPECT_EQ(pane->editor(next->objectName())->keySequence(), before);
+
+    QKeySequenceEdit *editor = pane->editor(next->objectName());
+    editor->setKeySequence(QKeySequence(Qt::CTRL | Qt::Key_J));
+    emit editor->editingFinished();
+    EXPECT_EQ(next->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_J));
+    EXPECT_EQ(UserDefaults::standard().dictionaryForKey(MainMenu::shortcutsKey()).value(next->objectName()).toString(),
+              u"Ctrl+J"_s);
+    // The old key is free again, and back at the built-in key the entry goes.
+    EXPECT_TRUE(pane->assign(command(u"Commands_controlsMenu_previous"_s), before));
+    EXPECT_TRUE(pane->assign(command(u"Commands_controlsMenu_previous"_s), QKeySequence(Qt::CTRL | Qt::Key_Left)));
+    EXPECT_FALSE(UserDefaults::standard().dictionaryForKey(MainMenu::shortcutsKey()).contains(u"Commands_controlsMenu_previous"_s));
+}
+
+} // namespace
