@@ -38,7 +38,7 @@ OutputPreferencesPane::OutputPreferencesPane(UserDefaults &defaults, OutputDevic
     device->addRow(QStringLiteral("Play through"), {m_devices, m_configure},
                    QStringLiteral("Devices named after a card can be used exclusively (Advanced). "
                                   "Configure opens the device's mixer."));
-    m_rates = makePopup(QStringLiteral("sampleRatesPopup"), QStringLiteral("Sample rate"));
+    m_rates = makePopup(QStringLiteral("sampleRatesPopup"), QStringLiteral("Device sample rate"));
     device->addRow(
         QStringLiteral("Sample rate"), m_rates,
         QStringLiteral("Match song sets the device to each song's own rate, so nothing is converted."));
