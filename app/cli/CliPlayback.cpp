@@ -2,9 +2,12 @@
 
 #include "app/SignalQuitter.h"
 #include "audio/Stream.h"
+#include "graph/VEKHardwareAudioProcessor.h"
 #include "text/VEKTimeFormatter.h"
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QThread>
 #include <QTimer>
 #include <algorithm>
 #include <cmath>
@@ -83,6 +86,15 @@ bool runUntilEnd(CliSession &session, const std::function<void()> &status)
     }
     QCoreApplication::exec();
     return ended;
+}
+
+void waitForPlayOut(Stream *stream, int timeoutMs)
+{
+    if (const std::optional<quint64> end = stream->endSampleTime()) {
+        QDeadlineTimer deadline(timeoutMs);
+        while (stream->hardware()->framesPlayed() < *end && !deadline.hasExpired())
+            QThread::msleep(5);
+    }
 }
 
 QString statusLine(const QString &name, double position, double length, const Stream::OutputFormat &format)

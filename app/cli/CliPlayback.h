@@ -18,6 +18,12 @@ bool cue(CliSession &session, const QString &playlistID, const QString &songID);
 // given) is called five times a second. Returns true when the playlist ended by itself.
 bool runUntilEnd(CliSession &session, const std::function<void()> &status = {});
 
+// After the playlist ended: waits, at most `timeoutMs`, until the output has played the last
+// frame of it. The end is found on the way into the converter to the device's rate, whose
+// filter still holds the end then, and the output may be blocks behind; stopping at once
+// would throw that tail away.
+void waitForPlayOut(Stream *stream, int timeoutMs);
+
 // The status line of `play`: "Name  1:02 / 4:05  44.1 kHz 16-bit, bit-perfect". The format is
 // left out while the device has none.
 QString statusLine(const QString &name, double position, double length, const Stream::OutputFormat &format);

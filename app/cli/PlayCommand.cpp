@@ -4,10 +4,6 @@
 
 #include "audio/Stream.h"
 
-#include "graph/VEKHardwareAudioProcessor.h"
-
-#include <QDeadlineTimer>
-#include <QThread>
 #include <cstdio>
 #include <unistd.h>
 
@@ -59,15 +55,8 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
     const bool ended = CliPlayback::runUntilEnd(session, terminal ? std::function<void()>(status) : nullptr);
     if (terminal)
         session.out() << '\n';
-    if (ended) {
-        // The device still holds the end of the last song: let it play out before stopping,
-        // which would throw away what is queued.
-        if (const std::optional<quint64> end = stream->endSampleTime()) {
-            QDeadlineTimer deadline(3000);
-            while (stream->hardware()->framesPlayed() < *end && !deadline.hasExpired())
-                QThread::msleep(5);
-        }
-    }
+    if (ended)
+        CliPlayback::waitForPlayOut(stream, 3000);
     stream->pause();
     if (!ended && terminal)
         session.out() << "stopped\n";

@@ -115,6 +115,9 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
         bar.show(QStringLiteral("Rendering"), float(done / double(count)));
     });
     bar.clear();
+    // Unpaced, the output is usually far past the end by now, but not on a busy machine.
+    if (ended)
+        CliPlayback::waitForPlayOut(stream, 60000);
     const double outputRate = stream->format().sampleRate;
     stream->stop();
     const std::optional<quint64> end = stream->endSampleTime();
