@@ -1,6 +1,7 @@
 #pragma once
 
 #include "AudioFile.h"
+#include "SignalPath.h"
 #include "graph/VEKAudioStream.h"
 #include "library/Playlist.h"
 #include "library/Song.h"
@@ -131,6 +132,10 @@ public:
         bool operator==(const OutputFormat &) const = default;
     };
     OutputFormat outputFormat() const;
+    // What the current song goes through on its way to the device, stage by stage, with the
+    // device's format as it reported it when it opened. Main thread; built afresh on each call
+    // from the settings and the graph, never from the render thread.
+    SignalPath signalPath() const;
 
     // --- Players ----------------------------------------------------------------------------
 
@@ -200,6 +205,8 @@ signals:
     void outputDeviceChanged();
     // outputFormat() changed: the negotiated format, or anything that decides bit-perfectness.
     void outputFormatChanged();
+    // signalPath() changed: the song, a setting on the way, the converter or the device.
+    void signalPathChanged();
 
 private:
     enum class Event : quint8 { NextSongDidStart, NextSongShouldStart, PlaylistDidEnd };
@@ -240,7 +247,7 @@ private:
     bool mixConverterReadyFor(double rate) const;
     void adoptMixSampleRate();
     quint64 mixInputOrigin() const;
-    // Emits outputFormatChanged() if outputFormat() is no longer what was last told.
+    // Emits outputFormatChanged() and signalPathChanged() for what is no longer as last told.
     void noteOutputFormat();
     void watchEffectSlot(VEKAudioDock *dock);
 
@@ -275,7 +282,10 @@ private:
     // The format the device settled on when last opened; none before that or after a change of
     // device.
     std::optional<VEKAudioFormat> m_negotiated;
+    // The device's own account of that format.
+    VEKAudioDeviceFormat m_deviceFormat;
     OutputFormat m_reportedFormat;
+    SignalPath m_reportedPath;
 
     // Read by the landmark on the render thread.
     std::atomic<qint64> m_ratePolicy{0};

@@ -47,10 +47,15 @@ bool Stream::initialize(VEKError *error)
 {
     const VEKAudioDevicePtr device = outputDevice();
     m_offline.store(device && !device->rendersInRealTime());
-    if (!VEKAudioStream::initialize(error))
+    if (!VEKAudioStream::initialize(error)) {
+        m_deviceFormat = {};
+        noteOutputFormat();
         return false;
-    if (m_hardware)
+    }
+    if (m_hardware) {
         m_negotiated = m_hardware->outputFormat();
+        m_deviceFormat = m_hardware->deviceFormat();
+    }
     // Opening the converter forgot any rate it had ready for the following song.
     prepareMixSampleRateFor(indexOfDisabledPlayer());
     noteOutputFormat();
@@ -104,8 +109,10 @@ void Stream::updateOutputDevice()
     if (!m_hardware->setDevice(device, &error))
         error.alert();
     const bool changed = m_hardware->device() != previous;
-    if (changed)
+    if (changed) {
         m_negotiated.reset();
+        m_deviceFormat = {};
+    }
     if (wasRunning) {
         initialize();
         start();
@@ -328,10 +335,15 @@ Stream::OutputFormat Stream::outputFormat() const
 void Stream::noteOutputFormat()
 {
     const OutputFormat f = outputFormat();
-    if (f == m_reportedFormat)
-        return;
-    m_reportedFormat = f;
-    emit outputFormatChanged();
+    if (f != m_reportedFormat) {
+        m_reportedFormat = f;
+        emit outputFormatChanged();
+    }
+    SignalPath path = signalPath();
+    if (path != m_reportedPath) {
+        m_reportedPath = std::move(path);
+        emit signalPathChanged();
+    }
 }
 
 void Stream::watchEffectSlot(VEKAudioDock *dock)

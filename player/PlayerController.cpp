@@ -9,6 +9,8 @@
 #include "PlayerMeter.h"
 #include "PlayerPosition.h"
 #include "PlayerRepeatButton.h"
+#include "PlayerSignalMark.h"
+#include "SignalPathView.h"
 #include "StreamTransport.h"
 #include "PlayerTitle.h"
 #include "PlayerVolume.h"
@@ -28,6 +30,7 @@
 #include <QScreen>
 
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -181,6 +184,9 @@ void PlayerController::buildControls()
     m_totalTimeText = label(PlayerLabel::Right, L::TotalTimeText, "Player_totalTimeText");
     m_formatText = label(PlayerLabel::Right, L::FormatText, "Player_formatText");
     m_sizeText = label(PlayerLabel::Right, L::SizeText, "Player_sizeText");
+    m_signalMark = new PlayerSignalMark(view);
+    m_contentView->place(m_signalMark, L::SignalMark);
+    connect(m_signalMark, &PlayerSignalMark::pressed, this, &PlayerController::showSignalPath);
 
     const auto button = [&](const char *image, quint32 states, bool latching, L::Item item) {
         auto *b = new PlayerButton(view);
@@ -242,6 +248,29 @@ void PlayerController::buildControls()
     remote->setAccessibleName(VEKLocalizedString("Player_remote"));
     m_contentView->place(remote, L::Remote);
     m_remoteImage = remote;
+}
+
+void PlayerController::showSignalPath()
+{
+    if (!m_signalPathPopup) {
+        m_signalPathPopup = new SignalPathView(m_window);
+        m_signalPathPopup->setWindowFlags(Qt::Popup | Qt::FramelessWindowHint);
+        // The view draws its own rounded panel; the corners outside it stay clear.
+        m_signalPathPopup->setAttribute(Qt::WA_TranslucentBackground);
+        m_signalPathPopup->setStream(m_stream);
+    }
+    const int width = m_signalPathPopup->sizeHint().width();
+    m_signalPathPopup->resize(width, m_signalPathPopup->heightForWidth(width));
+    // Under the mark, its left edge on the mark's, kept on the mark's screen.
+    QPoint at = m_signalMark->mapToGlobal(QPoint(0, m_signalMark->height() + 6));
+    if (const QScreen *screen = m_signalMark->screen()) {
+        const QRect area = screen->availableGeometry();
+        at.setX(std::clamp(at.x(), area.left(), std::max(area.left(), area.right() - m_signalPathPopup->width())));
+        if (at.y() + m_signalPathPopup->height() > area.bottom())
+            at.setY(m_signalMark->mapToGlobal(QPoint(0, 0)).y() - m_signalPathPopup->height() - 6);
+    }
+    m_signalPathPopup->move(at);
+    m_signalPathPopup->show();
 }
 
 void PlayerController::playButtonChanged()
@@ -329,6 +358,8 @@ void PlayerController::observe()
             updateOutputFormat();
         });
         connect(m_stream, &Stream::outputFormatChanged, this, &PlayerController::updateOutputFormat);
+        connect(m_stream, &Stream::signalPathChanged, this, [this] { m_signalMark->setPath(m_stream->signalPath()); });
+        m_signalMark->setPath(m_stream->signalPath());
         connect(m_stream, &Stream::locationChanged, this, &PlayerController::updatePositionTexts);
         connect(m_stream, &Stream::playingChanged, this, &PlayerController::playingChanged);
         for (int slot = 0; slot < numberOfEffectSlots; ++slot) {

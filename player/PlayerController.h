@@ -20,6 +20,8 @@ class PlayerLabel;
 class PlayerMeter;
 class PlayerPosition;
 class PlayerRepeatButton;
+class PlayerSignalMark;
+class SignalPathView;
 class PlayerTitle;
 class PlayerTransport;
 class PlayerVolume;
@@ -94,6 +96,10 @@ public:
     PlayerButton *effectButton(int slot) const { return m_effectButton[size_t(slot)]; }
     PlayerButton *effectEnableButton(int slot) const { return m_effectEnable[size_t(slot)]; }
     PlayerLabel *positionText() const { return m_positionText; }
+    PlayerSignalMark *signalMark() const { return m_signalMark; }
+    // Shows the whole signal path in a popup under the signal mark (what a press on it does).
+    void showSignalPath();
+    SignalPathView *signalPathPopup() const { return m_signalPathPopup; }
 
     // "{x, y}" and back, the form `playerCenter` is kept in. A text that is no point gives none.
     static QString stringFromPoint(QPointF point);
@@ -128,6 +134,8 @@ private:
     PlayerLabel *m_totalTimeText = nullptr;
     PlayerLabel *m_formatText = nullptr;
     PlayerLabel *m_sizeText = nullptr;
+    PlayerSignalMark *m_signalMark = nullptr;
+    SignalPathView *m_signalPathPopup = nullptr; // made on first use
     PlayerButton *m_shuffle = nullptr;
     PlayerRepeatButton *m_repeat = nullptr;
     PlayerButton *m_previous = nullptr;

@@ -37,7 +37,9 @@ constexpr std::array<QRectF, PlayerLayout::ItemCount> makeTable()
     t[L::Mute] = QRectF(rightX + 2 * toggleStep, 272, toggle, toggle);
     t[L::Dim] = QRectF(rightX + 3 * toggleStep, 272, toggle, toggle);
     t[L::FormatText] = QRectF(rightX, 420, rightWidth, 48);
-    t[L::SizeText] = QRectF(rightX, 488, rightWidth, 48);
+    // The size is right-aligned and short: the signal mark takes the left of its row.
+    t[L::SignalMark] = QRectF(rightX, 494, 150, 36);
+    t[L::SizeText] = QRectF(rightX + 156, 488, rightWidth - 156, 48);
     for (int slot = 0; slot < 3; ++slot) {
         const double x = barX + slot * slotWidth;
         t[L::Effect1Enable + 3 * slot] = QRectF(x, 496, 40, 40);

@@ -39,6 +39,7 @@ public:
         Effect3Button,
         Effect3Popup,
         Remote,
+        SignalMark, // the bit-perfect mark, left of the size text
         ItemCount
     };
 

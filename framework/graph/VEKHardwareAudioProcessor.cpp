@@ -45,6 +45,7 @@ bool VEKHardwareAudioProcessor::openSink(const VEKAudioStreamFormat &requested, 
     }
     m_openedRate = format.sampleRate;
     m_outputFormat = output->format();
+    m_deviceFormat = output->deviceFormat();
     m_output = std::move(output);
     return true;
 }
@@ -56,6 +57,7 @@ void VEKHardwareAudioProcessor::closeSink()
     m_output->stop();
     m_output->close();
     m_output.reset();
+    m_deviceFormat = {};
 }
 
 VEKAudioStreamFormat VEKHardwareAudioProcessor::sinkFormat() const

@@ -24,6 +24,8 @@ public:
     // What the device settled on while open (its word length is what the dither works towards);
     // a default format when closed.
     VEKAudioFormat outputFormat() const { return m_outputFormat; }
+    // The device's own record of that format, read back when it opened; invalid when closed.
+    const VEKAudioDeviceFormat &deviceFormat() const { return m_deviceFormat; }
     quint32 requestedFramesPerBuffer() const { return m_requestedFrames; }
     // Frames the device has played since the output started (what it still holds excluded); 0
     // when closed.
@@ -48,6 +50,7 @@ private:
     VEKAudioDevicePtr m_device;
     std::unique_ptr<VEKAudioOutput> m_output;
     VEKAudioFormat m_outputFormat;
+    VEKAudioDeviceFormat m_deviceFormat;
     double m_openedRate = 0.0;
     quint32 m_requestedFrames = 1024;
 };

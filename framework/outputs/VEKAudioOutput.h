@@ -3,6 +3,8 @@
 #include "core/VEKError.h"
 #include "rt/VEKAudioBufferList.h"
 
+#include <QList>
+#include <QString>
 #include <QtGlobal>
 #include <functional>
 
@@ -15,6 +17,28 @@ struct VEKAudioFormat {
     quint32 bitDepth = 24;
     bool isFloat = false;
     bool operator==(const VEKAudioFormat &) const = default;
+};
+
+// What a device says it was opened with, read back from it after opening rather than taken from
+// what we asked for. A PCM may be a chain (ALSA's plug converting, a file tee): `layers` holds
+// each stage from the one we write to down to the one nearest the hardware.
+struct VEKAudioDeviceFormat {
+    struct Layer {
+        QString name;         // "Plug PCM", "Hardware PCM card 0 ..."
+        QString sampleFormat; // ALSA's name of the word ("S24_3LE", "FLOAT_LE")
+        double sampleRate = 0.0;
+        quint32 numberOfChannels = 0;
+        // Bits that carry the signal (ALSA's msbits): 24 for S24_LE in 32-bit words.
+        quint32 significantBits = 0;
+        bool isFloat = false;
+        bool operator==(const Layer &) const = default;
+    };
+    QList<Layer> layers;
+
+    bool isValid() const { return !layers.isEmpty(); }
+    // The layer nearest the hardware: what the device really plays.
+    const Layer &hardware() const { return layers.last(); }
+    bool operator==(const VEKAudioDeviceFormat &) const = default;
 };
 
 // A running connection to a device: a thread of its own that asks the graph for buffers and
@@ -42,6 +66,10 @@ public:
     // opened at all or takes no sample format we can write.
     virtual bool open(const VEKAudioFormat &requested, quint32 framesPerBuffer, VEKError *error) = 0;
     virtual VEKAudioFormat format() const = 0;
+    // The device's own record of the format while open (ALSA: the PCM's current hardware
+    // parameters, layer by layer); backends with no record of their own describe format(). An
+    // invalid one when closed. Main thread, like open().
+    virtual VEKAudioDeviceFormat deviceFormat() const;
     virtual quint32 framesPerBuffer() const = 0;
 
     // Starts the render thread. Returns at once. False if the output is not open.

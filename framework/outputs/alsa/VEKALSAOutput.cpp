@@ -8,6 +8,7 @@
 #include <alsa/asoundlib.h>
 
 #include <cerrno>
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -28,6 +29,92 @@ constexpr Candidate kIntegerFormats[] = {
 constexpr Candidate kFloatFormat = {SND_PCM_FORMAT_FLOAT_LE, VEKSampleEncoding::Float32};
 
 constexpr int kWaitMs = 100;
+
+// The layers of the PCM's dump: a title line ("Plug PCM: ...", "Slave: Hardware PCM card 0 ..."),
+// "Its setup is:", then indented "key : value" lines, for each PCM of the chain in turn.
+QList<VEKAudioDeviceFormat::Layer> dumpedLayers(snd_pcm_t *pcm)
+{
+    QList<VEKAudioDeviceFormat::Layer> layers;
+    snd_output_t *out = nullptr;
+    if (snd_output_buffer_open(&out) < 0)
+        return layers;
+    char *text = nullptr;
+    QString dump;
+    if (snd_pcm_dump(pcm, out) == 0) {
+        const size_t size = snd_output_buffer_string(out, &text);
+        dump = QString::fromUtf8(text, qsizetype(size));
+    }
+    snd_output_close(out);
+
+    QString title;
+    for (const QString &line : dump.split(u'\n')) {
+        if (line.isEmpty())
+            continue;
+        if (!line.front().isSpace()) {
+            if (line == QLatin1String("Its setup is:")) {
+                VEKAudioDeviceFormat::Layer layer;
+                layer.name = title;
+                layers.append(layer);
+            } else {
+                title = line.startsWith(QLatin1String("Slave: ")) ? line.mid(7) : line;
+            }
+            continue;
+        }
+        if (layers.isEmpty())
+            continue;
+        const qsizetype colon = line.indexOf(u':');
+        if (colon < 0)
+            continue;
+        const QString key = line.left(colon).trimmed();
+        const QString value = line.mid(colon + 1).trimmed();
+        VEKAudioDeviceFormat::Layer &layer = layers.last();
+        if (key == QLatin1String("format")) {
+            layer.sampleFormat = value;
+            layer.isFloat = value.startsWith(QLatin1String("FLOAT"));
+        } else if (key == QLatin1String("rate")) {
+            layer.sampleRate = value.toDouble();
+        } else if (key == QLatin1String("channels")) {
+            layer.numberOfChannels = value.toUInt();
+        } else if (key == QLatin1String("msbits")) {
+            layer.significantBits = value.toUInt();
+        }
+    }
+    return layers;
+}
+
+// What the open PCM says it runs at: its current hardware parameters, not what we asked for.
+VEKAudioDeviceFormat readBack(snd_pcm_t *pcm)
+{
+    VEKAudioDeviceFormat d;
+    snd_pcm_hw_params_t *hw = nullptr;
+    snd_pcm_hw_params_alloca(&hw);
+    if (snd_pcm_hw_params_current(pcm, hw) < 0)
+        return d;
+    snd_pcm_format_t format = SND_PCM_FORMAT_UNKNOWN;
+    unsigned rate = 0, channels = 0;
+    int dir = 0;
+    snd_pcm_hw_params_get_format(hw, &format);
+    snd_pcm_hw_params_get_rate(hw, &rate, &dir);
+    snd_pcm_hw_params_get_channels(hw, &channels);
+    const int sbits = snd_pcm_hw_params_get_sbits(hw);
+
+    d.layers = dumpedLayers(pcm);
+    if (d.layers.isEmpty())
+        d.layers.append(VEKAudioDeviceFormat::Layer());
+    VEKAudioDeviceFormat::Layer &top = d.layers.first();
+    if (top.name.isEmpty())
+        top.name = QString::fromLatin1(snd_pcm_name(pcm));
+    top.sampleFormat = QString::fromLatin1(snd_pcm_format_name(format));
+    top.sampleRate = double(rate);
+    top.numberOfChannels = channels;
+    top.significantBits = sbits > 0 ? unsigned(sbits) : unsigned(std::max(snd_pcm_format_width(format), 0));
+    top.isFloat = snd_pcm_format_float(format) == 1;
+    for (VEKAudioDeviceFormat::Layer &layer : d.layers)
+        if (layer.significantBits == 0 && !layer.sampleFormat.isEmpty())
+            layer.significantBits = unsigned(std::max(
+                snd_pcm_format_width(snd_pcm_format_value(layer.sampleFormat.toLatin1().constData())), 0));
+    return d;
+}
 
 } // namespace
 
@@ -133,6 +220,7 @@ bool VEKALSAOutput::open(const VEKAudioFormat &requested, quint32 framesPerBuffe
     m_format.bitDepth = m_packer.bitDepth();
     m_format.isFloat = m_packer.isFloat();
     m_framesPerBuffer = framesPerBuffer;
+    m_deviceFormat = readBack(pcm);
     m_buffer.allocate(channels, framesPerBuffer);
     m_bytes.assign(size_t(framesPerBuffer) * channels * m_packer.bytesPerSample(), 0);
     return true;
@@ -228,4 +316,5 @@ void VEKALSAOutput::close()
     snd_pcm_close(m_pcm);
     m_pcm = nullptr;
     m_alsaFormat = -1;
+    m_deviceFormat = {};
 }

@@ -27,6 +27,10 @@ public:
 
     bool open(const VEKAudioFormat &requested, quint32 framesPerBuffer, VEKError *error) override;
     VEKAudioFormat format() const override { return m_format; }
+    // Read back from the open PCM once its hardware parameters are set: the layer we write to
+    // from snd_pcm_hw_params_current, those beneath it (ALSA's plug, a file tee's slave) from
+    // the PCM's own dump of its chain, since ALSA offers no call that reaches a slave.
+    VEKAudioDeviceFormat deviceFormat() const override { return m_deviceFormat; }
     quint32 framesPerBuffer() const override { return m_framesPerBuffer; }
     bool start(RenderCallback callback, VEKError *error) override;
     void stop() override;
@@ -50,6 +54,7 @@ private:
     _snd_pcm *m_pcm = nullptr;
     int m_alsaFormat = -1;
     VEKAudioFormat m_format;
+    VEKAudioDeviceFormat m_deviceFormat;
     quint32 m_framesPerBuffer = 0;
     VEKSamplePacker m_packer;
     VEKAudioBufferList m_buffer;

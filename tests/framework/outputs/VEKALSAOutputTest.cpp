@@ -106,6 +106,31 @@ TEST_F(ALSAOutput, OpensAtTheHighestIntegerDepthTheDeviceOffers)
     EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/card44.raw")), QStringLiteral("44100 S24_3LE 2"));
 }
 
+// The format read back from the open PCM, layer by layer, agrees with what the card itself was
+// given: through ALSA's plug we write 32-bit words that the plug repacks for the card.
+TEST_F(ALSAOutput, ReadsBackTheFormatOfEachLayerFromTheOpenPCM)
+{
+    VEKALSAOutput card(QStringLiteral("card44"), 0);
+    EXPECT_FALSE(card.deviceFormat().isValid()) << "closed";
+    ASSERT_TRUE(card.open({96000, 2, 16, false}, 256, nullptr));
+    VEKAudioDeviceFormat f = card.deviceFormat();
+    ASSERT_EQ(f.layers.size(), 1);
+    EXPECT_EQ(f.hardware(), (VEKAudioDeviceFormat::Layer{f.hardware().name, QStringLiteral("S24_3LE"), 96000, 2, 24, false}));
+    card.close();
+    EXPECT_FALSE(card.deviceFormat().isValid());
+
+    VEKALSAOutput plug(QStringLiteral("plughw:CARD=Layers,DEV=0"), 0);
+    ASSERT_TRUE(plug.open({88200, 2, 24, false}, 256, nullptr));
+    f = plug.deviceFormat();
+    ASSERT_GE(f.layers.size(), 2);
+    EXPECT_EQ(f.layers.first().sampleFormat, QStringLiteral("S32_LE"));
+    EXPECT_EQ(f.layers.first().sampleRate, 88200.0);
+    const VEKAudioDeviceFormat::Layer &hw = f.hardware();
+    EXPECT_EQ(QStringLiteral("%1 %2 %3").arg(hw.sampleRate).arg(hw.sampleFormat).arg(hw.numberOfChannels),
+              cardParams(alsaDir() + QStringLiteral("/hw-Layers-0.raw")));
+    EXPECT_EQ(hw.significantBits, hw.sampleFormat == QStringLiteral("S16_LE") ? 16u : 24u);
+}
+
 TEST_F(ALSAOutput, FloatIsTakenOnlyWhenAskedFor)
 {
     VEKALSAOutput output(QStringLiteral("floatcard"), 0);

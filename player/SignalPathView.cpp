@@ -1,0 +1,210 @@
+#include "SignalPathView.h"
+
+#include "PlayerArt.h"
+#include "audio/Stream.h"
+#include "core/VEKLocalizedString.h"
+
+#include <QPainter>
+#include <QPainterPath>
+
+namespace {
+
+// Measurements in pixels at a device pixel ratio of 1.
+constexpr int kMargin = 16;
+constexpr int kHeader = 34;
+constexpr int kRow = 46;
+constexpr int kRail = 30;     // x of the line through the nodes
+constexpr int kTextX = 52;    // where titles start
+constexpr int kFooterGap = 10;
+constexpr qreal kTitleSize = 15;
+constexpr qreal kDetailSize = 13;
+constexpr qreal kHeaderSize = 12;
+
+QColor amber() { return QColor(255, 186, 102); }
+QColor muted() { return QColor(128, 142, 160); }
+QColor faded(QColor c, int alpha)
+{
+    c.setAlpha(alpha);
+    return c;
+}
+
+} // namespace
+
+SignalPathView::SignalPathView(QWidget *parent) : QWidget(parent)
+{
+    setAccessibleName(VEKLocalizedString("SignalPathView_name"));
+    QSizePolicy policy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+    policy.setHeightForWidth(true);
+    setSizePolicy(policy);
+    setPath(SignalPath());
+}
+
+void SignalPathView::setPath(const SignalPath &path)
+{
+    const bool sameShape = path.stages().size() == m_path.stages().size()
+                           && path.reasons() == m_path.reasons();
+    m_path = path;
+    const QString words = describe(m_path);
+    setToolTip(words);
+    setAccessibleDescription(words);
+    if (!sameShape)
+        updateGeometry();
+    update();
+}
+
+void SignalPathView::setStream(Stream *stream)
+{
+    disconnect(m_connection);
+    m_stream = stream;
+    if (stream)
+        m_connection = connect(stream, &Stream::signalPathChanged, this, [this] {
+            if (m_stream)
+                setPath(m_stream->signalPath());
+        });
+    setPath(stream ? stream->signalPath() : SignalPath());
+}
+
+QString SignalPathView::describe(const SignalPath &path)
+{
+    QStringList lines;
+    if (path.hasSong())
+        lines << QStringLiteral("%1: %2").arg(VEKLocalizedString("SignalPath_source"), path.sourceText());
+    for (const SignalPath::Stage &stage : path.stages())
+        lines << QStringLiteral("%1: %2").arg(stage.title(), stage.detail());
+    if (path.device().isValid())
+        lines << QStringLiteral("%1: %2").arg(VEKLocalizedString("SignalPath_device"), path.deviceText());
+    lines << path.verdictText();
+    return lines.join(u'\n');
+}
+
+QList<SignalPathView::Node> SignalPathView::nodes() const
+{
+    QList<Node> list;
+    if (!m_path.hasSong())
+        return list;
+    list.append({VEKLocalizedString("SignalPath_source"), m_path.sourceText(), Node::Untouched});
+    for (const SignalPath::Stage &stage : m_path.stages())
+        list.append({stage.title(), stage.detail(), stage.changesSamples ? Node::Changes : Node::Repacks});
+    if (m_path.device().isValid()) {
+        const VEKAudioDeviceFormat::Layer &hw = m_path.device().hardware();
+        QString title = VEKLocalizedString("SignalPath_device");
+        if (!hw.name.isEmpty())
+            title += QStringLiteral("  ·  ") + hw.name;
+        list.append({title, m_path.deviceText(), Node::Untouched});
+    }
+    return list;
+}
+
+int SignalPathView::footerHeight(int width) const
+{
+    const QString text = m_path.isBitPerfect() ? VEKLocalizedString("SignalPathView_untouched")
+                                               : m_path.reasons().join(u'\n');
+    const QFontMetrics fm(PlayerArt::font(PlayerArt::Weight::Regular, kDetailSize));
+    const QRect r = fm.boundingRect(QRect(0, 0, std::max(width - 2 * kMargin, 40), 10000), Qt::TextWordWrap, text);
+    return r.height();
+}
+
+int SignalPathView::heightForWidth(int width) const
+{
+    const qsizetype rows = nodes().size();
+    return kMargin + kHeader + int(rows) * kRow + kFooterGap + footerHeight(width) + kMargin;
+}
+
+QSize SignalPathView::sizeHint() const { return QSize(460, heightForWidth(460)); }
+
+QSize SignalPathView::minimumSizeHint() const { return QSize(280, heightForWidth(280)); }
+
+void SignalPathView::paintEvent(QPaintEvent *)
+{
+    QPainter p(this);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setRenderHint(QPainter::TextAntialiasing);
+    const QColor accent = PlayerArt::accent();
+
+    // The panel: the player's dark, a hairline of the accent round it.
+    const QRectF panel = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
+    QLinearGradient shade(panel.topLeft(), panel.bottomLeft());
+    shade.setColorAt(0, PlayerArt::panel().lighter(118));
+    shade.setColorAt(1, PlayerArt::panel());
+    p.setPen(QPen(faded(accent, 40), 1));
+    p.setBrush(shade);
+    p.drawRoundedRect(panel, 10, 10);
+
+    // The header: the name on the left, the verdict as a pill on the right.
+    const int right = width() - kMargin;
+    p.setFont(PlayerArt::font(PlayerArt::Weight::Bold, kHeaderSize));
+    p.setPen(muted());
+    const QRect header(kMargin, kMargin, width() - 2 * kMargin, kHeader - 10);
+    p.drawText(header, Qt::AlignLeft | Qt::AlignVCenter, VEKLocalizedString("SignalPathView_header").toUpper());
+    if (m_path.hasSong()) {
+        const bool good = m_path.isBitPerfect();
+        const QString verdict = VEKLocalizedString(good ? "SignalPath_bitPerfect" : "SignalPath_notBitPerfect").toUpper();
+        const QFont font = PlayerArt::font(PlayerArt::Weight::Bold, kHeaderSize);
+        const int w = QFontMetrics(font).horizontalAdvance(verdict) + 22;
+        const QRectF pill(right - w, header.top() + 1, w, header.height() - 2);
+        const QColor colour = good ? accent : amber();
+        p.setPen(QPen(colour, 1.2));
+        p.setBrush(faded(colour, good ? 46 : 30));
+        p.drawRoundedRect(pill, pill.height() / 2, pill.height() / 2);
+        p.setFont(font);
+        p.setPen(colour);
+        p.drawText(pill, Qt::AlignCenter, verdict);
+    }
+
+    const QList<Node> list = nodes();
+    const int top = kMargin + kHeader;
+    // The rail: accent while the samples are the song's own, amber from the first stage on.
+    bool changed = false;
+    for (qsizetype i = 0; i + 1 < list.size(); ++i) {
+        changed = changed || list[i + 1].mark == Node::Changes;
+        const qreal y0 = top + i * kRow + kRow * 0.32;
+        const qreal y1 = top + (i + 1) * kRow + kRow * 0.32;
+        p.setPen(QPen(changed ? faded(amber(), 170) : faded(accent, 170), 2, Qt::SolidLine, Qt::RoundCap));
+        p.drawLine(QPointF(kRail, y0 + 7), QPointF(kRail, y1 - 7));
+    }
+    for (qsizetype i = 0; i < list.size(); ++i) {
+        const Node &node = list[i];
+        const qreal y = top + i * kRow;
+        const QPointF centre(kRail, y + kRow * 0.32);
+        const bool end = i == 0 || i == list.size() - 1;
+        if (end) {
+            p.setPen(Qt::NoPen);
+            p.setBrush(accent);
+            p.drawEllipse(centre, 5.5, 5.5);
+        } else if (node.mark == Node::Changes) {
+            QPainterPath diamond;
+            diamond.moveTo(centre + QPointF(0, -6.5));
+            diamond.lineTo(centre + QPointF(6.5, 0));
+            diamond.lineTo(centre + QPointF(0, 6.5));
+            diamond.lineTo(centre + QPointF(-6.5, 0));
+            diamond.closeSubpath();
+            p.setPen(Qt::NoPen);
+            p.setBrush(amber());
+            p.drawPath(diamond);
+        } else {
+            p.setPen(QPen(muted(), 1.6));
+            p.setBrush(PlayerArt::panel());
+            p.drawEllipse(centre, 4.5, 4.5);
+        }
+        const int textWidth = width() - kTextX - kMargin;
+        p.setFont(PlayerArt::font(PlayerArt::Weight::Medium, kTitleSize));
+        p.setPen(node.mark == Node::Changes ? amber() : accent);
+        const QFontMetrics tm(p.font());
+        p.drawText(QRectF(kTextX, y, textWidth, kRow * 0.55), Qt::AlignLeft | Qt::AlignVCenter,
+                   tm.elidedText(node.title, Qt::ElideRight, textWidth));
+        p.setFont(PlayerArt::font(PlayerArt::Weight::Regular, kDetailSize));
+        p.setPen(faded(accent, 175));
+        const QFontMetrics dm(p.font());
+        p.drawText(QRectF(kTextX, y + kRow * 0.5, textWidth, kRow * 0.4), Qt::AlignLeft | Qt::AlignVCenter,
+                   dm.elidedText(node.detail, Qt::ElideRight, textWidth));
+    }
+
+    // The footer: why not, or that nothing is touched.
+    const int footerTop = top + int(list.size()) * kRow + (list.isEmpty() ? 0 : kFooterGap);
+    p.setFont(PlayerArt::font(PlayerArt::Weight::Regular, kDetailSize));
+    p.setPen(m_path.isBitPerfect() ? faded(accent, 200) : faded(amber(), 220));
+    const QString footer = m_path.isBitPerfect() ? VEKLocalizedString("SignalPathView_untouched")
+                                                 : m_path.reasons().join(u'\n');
+    p.drawText(QRect(kMargin, footerTop, width() - 2 * kMargin, height() - footerTop - kMargin / 2),
+               Qt::AlignLeft | Qt::AlignTop | Qt::TextWordWrap, footer);
+}
