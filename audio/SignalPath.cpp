@@ -8,13 +8,18 @@
 
 namespace {
 
-QString text(const char *key) { return VEKLocalizedString(key); }
+QString text(const char *key)
+{
+    return VEKLocalizedString(key);
+}
 
 QString decibels(double gain)
 {
     if (gain <= 0.0)
         return QStringLiteral("−∞ dB");
-    return QStringLiteral("%1 dB").arg(QLocale().toString(20.0 * std::log10(gain), 'f', 1)).replace(u'-', u'−');
+    return QStringLiteral("%1 dB")
+        .arg(QLocale().toString(20.0 * std::log10(gain), 'f', 1))
+        .replace(u'-', u'−');
 }
 
 QString channelsText(quint32 channels)
@@ -84,7 +89,8 @@ QString SignalPath::Stage::detail() const
     return {};
 }
 
-SignalPath SignalPath::build(const Source &source, const Settings &settings, const VEKAudioDeviceFormat &device)
+SignalPath SignalPath::build(const Source &source, const Settings &settings,
+                             const VEKAudioDeviceFormat &device)
 {
     SignalPath path;
     path.m_source = source;
@@ -161,8 +167,10 @@ SignalPath SignalPath::build(const Source &source, const Settings &settings, con
         s.toFormat = layerText(to);
         const bool losesBits = !to.isFloat && carriedBits(to) < bits;
         s.changesSamples = losesBits || from.sampleRate != to.sampleRate
-                           || from.numberOfChannels != to.numberOfChannels || (from.isFloat != to.isFloat && computed);
-        add(s, s.changesSamples ? text("SignalPath_reasonDeviceLayer").arg(s.fromFormat, s.toFormat) : QString());
+                           || from.numberOfChannels != to.numberOfChannels
+                           || (from.isFloat != to.isFloat && computed);
+        add(s, s.changesSamples ? text("SignalPath_reasonDeviceLayer").arg(s.fromFormat, s.toFormat)
+                                : QString());
         if (losesBits)
             bits = carriedBits(to);
     }
@@ -175,8 +183,9 @@ QString SignalPath::sourceText() const
     if (!hasSong())
         return {};
     QStringList parts;
-    parts << (m_source.isLossy() ? m_source.codec
-                                 : text("SignalPath_sourceBits").arg(m_source.codec).arg(m_source.bitsPerSample));
+    parts << (m_source.isLossy()
+                  ? m_source.codec
+                  : text("SignalPath_sourceBits").arg(m_source.codec).arg(m_source.bitsPerSample));
     parts << rateText(m_source.sampleRate);
     if (m_source.channels > 0)
         parts << channelsText(quint32(m_source.channels));

@@ -19,7 +19,7 @@ class SignalPath {
 public:
     // The song as its file holds it.
     struct Source {
-        QString codec;         // "FLAC", "MP3"
+        QString codec; // "FLAC", "MP3"
         double sampleRate = 0.0;
         int bitsPerSample = 0; // 0 for a lossy codec, decoded to float
         int channels = 0;
@@ -34,9 +34,9 @@ public:
         Headphones,     // crossfeed and the headphone equaliser
         Dim,
         Mute,
-        Dither,         // to `bits`
-        Rounding,       // to `bits` without dither, where the word we write is shorter than the signal
-        DeviceLayer     // ALSA layer `name` turns `fromFormat` into `toFormat`
+        Dither,     // to `bits`
+        Rounding,   // to `bits` without dither, where the word we write is shorter than the signal
+        DeviceLayer // ALSA layer `name` turns `fromFormat` into `toFormat`
     };
     struct Stage {
         Kind kind = Kind::Volume;
@@ -72,7 +72,8 @@ public:
 
     // Nothing playing: no source, no stages, not bit-perfect.
     SignalPath() = default;
-    static SignalPath build(const Source &source, const Settings &settings, const VEKAudioDeviceFormat &device);
+    static SignalPath build(const Source &source, const Settings &settings,
+                            const VEKAudioDeviceFormat &device);
 
     bool hasSong() const { return m_source.sampleRate > 0.0; }
     const Source &source() const { return m_source; }

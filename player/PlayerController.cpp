@@ -10,11 +10,11 @@
 #include "PlayerPosition.h"
 #include "PlayerRepeatButton.h"
 #include "PlayerSignalMark.h"
-#include "SignalPathView.h"
-#include "StreamTransport.h"
 #include "PlayerTitle.h"
 #include "PlayerVolume.h"
 #include "PlayerWindow.h"
+#include "SignalPathView.h"
+#include "StreamTransport.h"
 
 #include "app/ApplicationDelegate.h"
 #include "app/SignalFrontEnd.h"
@@ -28,7 +28,6 @@
 #include <QGuiApplication>
 #include <QRegularExpression>
 #include <QScreen>
-
 
 #include <algorithm>
 #include <cmath>
@@ -265,7 +264,8 @@ void PlayerController::showSignalPath()
     QPoint at = m_signalMark->mapToGlobal(QPoint(0, m_signalMark->height() + 6));
     if (const QScreen *screen = m_signalMark->screen()) {
         const QRect area = screen->availableGeometry();
-        at.setX(std::clamp(at.x(), area.left(), std::max(area.left(), area.right() - m_signalPathPopup->width())));
+        at.setX(std::clamp(at.x(), area.left(),
+                           std::max(area.left(), area.right() - m_signalPathPopup->width())));
         if (at.y() + m_signalPathPopup->height() > area.bottom())
             at.setY(m_signalMark->mapToGlobal(QPoint(0, 0)).y() - m_signalPathPopup->height() - 6);
     }
@@ -358,7 +358,8 @@ void PlayerController::observe()
             updateOutputFormat();
         });
         connect(m_stream, &Stream::outputFormatChanged, this, &PlayerController::updateOutputFormat);
-        connect(m_stream, &Stream::signalPathChanged, this, [this] { m_signalMark->setPath(m_stream->signalPath()); });
+        connect(m_stream, &Stream::signalPathChanged, this,
+                [this] { m_signalMark->setPath(m_stream->signalPath()); });
         m_signalMark->setPath(m_stream->signalPath());
         connect(m_stream, &Stream::locationChanged, this, &PlayerController::updatePositionTexts);
         connect(m_stream, &Stream::playingChanged, this, &PlayerController::playingChanged);

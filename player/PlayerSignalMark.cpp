@@ -9,7 +9,10 @@
 
 namespace {
 
-QColor amber() { return QColor(255, 186, 102); }
+QColor amber()
+{
+    return QColor(255, 186, 102);
+}
 
 // Below this height in pixels a word would be unreadable: the mark becomes a dot.
 constexpr int kSmallestWordHeight = 15;

@@ -26,6 +26,10 @@ public:
     // Follows `stream` (null: stops following and shows nothing playing).
     void setStream(Stream *stream);
 
+    // Inside a titled section of another panel (the preferences): no panel or title of its own,
+    // the verdict first in its header row.
+    void setEmbedded(bool embedded);
+
     // The path in words, one line per node: what the description and the tooltip say.
     static QString describe(const SignalPath &path);
 
@@ -36,6 +40,7 @@ public:
 
 protected:
     void paintEvent(QPaintEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
 
 private:
     struct Node {
@@ -48,6 +53,7 @@ private:
     int footerHeight(int width) const;
 
     SignalPath m_path;
+    bool m_embedded = false;
     QPointer<Stream> m_stream;
     QMetaObject::Connection m_connection;
 };

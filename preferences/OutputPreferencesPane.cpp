@@ -64,7 +64,6 @@ OutputPreferencesPane::OutputPreferencesPane(UserDefaults &defaults, OutputDevic
 
     // What the audio goes through now: a view of its own, set from outside.
     m_signalPath = addSection(QStringLiteral("Signal path"));
-    m_signalPath->setObjectName(QStringLiteral("signalPathSection"));
     m_signalPath->hide();
     finishLayout();
 

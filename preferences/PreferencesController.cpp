@@ -10,6 +10,7 @@
 #include "PreferencesPane.h"
 #include "PreferencesWindow.h"
 #include "PreferredFormatPreferencesPane.h"
+#include "player/SignalPathView.h"
 #include "settings/UserDefaults.h"
 
 PreferencesController::PreferencesController(UserDefaults &defaults, Services services, QObject *parent)
@@ -27,6 +28,13 @@ PreferencesController::PreferencesController(UserDefaults &defaults, Services se
     };
     for (PreferencesPane *pane : std::as_const(m_panes))
         m_window->addPane(pane);
+    if (auto *output = qobject_cast<OutputPreferencesPane *>(pane(QStringLiteral("OutputPreferencesPane")));
+        output && services.stream) {
+        auto *view = new SignalPathView;
+        view->setEmbedded(true);
+        view->setStream(services.stream);
+        output->setSignalPathView(view);
+    }
     connect(m_window.get(), &PreferencesWindow::paneChosen, this, &PreferencesController::bringToFront);
     m_probe->refresh();
     m_window->showPane(0);

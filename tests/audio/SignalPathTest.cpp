@@ -51,16 +51,39 @@ TEST(SignalPath, StagesAndVerdictFollowWhatChangesTheSamples)
         {"untouched into a wider word", flac16, same, device({s24at44}), {}, true},
         {"untouched into float", flac24, same, device({floatAt44}), {}, true},
         {"rate converted", flac16, same, device({s24at48}), {Kind::RateConversion}, false},
-        {"volume below 1", flac16, with([](auto &s) { s.volume = 0.5; }), device({s24at44}), {Kind::Volume}, false},
-        {"dither finds nothing to cut", flac16, with([](auto &s) { s.ditherEnabled = true; }), device({s24at44}), {}, true},
-        {"dither cuts a longer word", flac24, with([](auto &s) { s.ditherEnabled = true; }), device({s24at44}),
-         {Kind::Dither}, false},
-        {"dither after the volume", flac16, with([](auto &s) { s.volume = 0.5, s.ditherEnabled = true; }),
-         device({s24at44}), {Kind::Volume, Kind::Dither}, false},
+        {"volume below 1",
+         flac16,
+         with([](auto &s) { s.volume = 0.5; }),
+         device({s24at44}),
+         {Kind::Volume},
+         false},
+        {"dither finds nothing to cut",
+         flac16,
+         with([](auto &s) { s.ditherEnabled = true; }),
+         device({s24at44}),
+         {},
+         true},
+        {"dither cuts a longer word",
+         flac24,
+         with([](auto &s) { s.ditherEnabled = true; }),
+         device({s24at44}),
+         {Kind::Dither},
+         false},
+        {"dither after the volume",
+         flac16,
+         with([](auto &s) { s.volume = 0.5, s.ditherEnabled = true; }),
+         device({s24at44}),
+         {Kind::Volume, Kind::Dither},
+         false},
         {"dither off, the device rounds", flac24, same, device({s16at44}), {Kind::Rounding}, false},
-        {"in graph order", flac16,
-         with([](auto &s) { s.dim = true, s.mute = true, s.headphones = true, s.effects = {QStringLiteral("Amp")}; }),
-         device({s24at44}), {Kind::Effect, Kind::Headphones, Kind::Dim, Kind::Mute}, false},
+        {"in graph order",
+         flac16,
+         with([](auto &s) {
+             s.dim = true, s.mute = true, s.headphones = true, s.effects = {QStringLiteral("Amp")};
+         }),
+         device({s24at44}),
+         {Kind::Effect, Kind::Headphones, Kind::Dim, Kind::Mute},
+         false},
         {"ALSA repacks without loss", flac24, same, device({s32at44, s24at44}), {Kind::DeviceLayer}, true},
         {"ALSA cuts the word", flac24, same, device({s32at44, s16at44}), {Kind::DeviceLayer}, false},
         {"lossy", mp3, same, device({s24at44}), {}, false},
@@ -81,14 +104,16 @@ TEST(SignalPath, StagesAndVerdictFollowWhatChangesTheSamples)
 TEST(SignalPath, StagesSayFromWhatToWhat)
 {
     const SignalPath::Source flac{QStringLiteral("FLAC"), 96000, 24, 2};
-    const SignalPath path = SignalPath::build(flac, with([](auto &s) { s.ditherEnabled = true; }), device({s16at44}));
+    const SignalPath path =
+        SignalPath::build(flac, with([](auto &s) { s.ditherEnabled = true; }), device({s16at44}));
     ASSERT_EQ(path.stages().size(), 2);
     EXPECT_EQ(path.stages()[0].detail(), QStringLiteral("96 kHz → 44.1 kHz, soxr high quality"));
     EXPECT_EQ(path.stages()[1].kind, Kind::Dither);
     EXPECT_EQ(path.stages()[1].bits, 16) << "the dither's own depth, on a converted (float) signal";
     EXPECT_EQ(path.sourceText(), QStringLiteral("FLAC 24-bit, 96 kHz, stereo"));
     EXPECT_EQ(path.deviceText(), QStringLiteral("S16_LE, 44.1 kHz, stereo"));
-    EXPECT_TRUE(path.verdictText().contains(QStringLiteral("96 kHz to 44.1 kHz"))) << path.verdictText().toStdString();
+    EXPECT_TRUE(path.verdictText().contains(QStringLiteral("96 kHz to 44.1 kHz")))
+        << path.verdictText().toStdString();
     EXPECT_FALSE(SignalPath().hasSong());
     EXPECT_FALSE(SignalPath().isBitPerfect());
 }

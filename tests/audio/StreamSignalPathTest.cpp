@@ -46,7 +46,8 @@ std::vector<qint32> samples(const QByteArray &bytes, int width)
     std::vector<qint32> out;
     for (qsizetype i = 0; i + width <= bytes.size(); i += width) {
         const auto *b = reinterpret_cast<const uchar *>(bytes.constData() + i);
-        out.push_back(width == 2 ? qint32(qFromLittleEndian<qint16>(b)) : qint32(qint32(b[0] << 8 | b[1] << 16 | b[2] << 24) >> 8));
+        out.push_back(width == 2 ? qint32(qFromLittleEndian<qint16>(b))
+                                 : qint32(qint32(b[0] << 8 | b[1] << 16 | b[2] << 24) >> 8));
     }
     return out;
 }
@@ -90,24 +91,29 @@ protected:
         m_dir = TestEnvironment::makeTempDir(QStringLiteral("signalpath"));
         m_oldConfig = qgetenv("ALSA_CONFIG_PATH");
         const QString paced = QStringLiteral("  paced true\n  file \"%1/%2.raw\"\n");
-        ASSERT_FALSE(AlsaWorld::install(
-                         m_dir, QStringLiteral(QUIVERA_TEST_ALSA_PLUGIN),
-                         AlsaWorld::card(QStringLiteral("cardA"), QStringLiteral("44100 96000"),
-                                         QStringLiteral("\"S16_LE\" \"S24_3LE\""), paced.arg(m_dir, QStringLiteral("a")))
-                             + AlsaWorld::card(QStringLiteral("cardB"), QStringLiteral("48000"), QStringLiteral("\"S16_LE\""),
-                                               paced.arg(m_dir, QStringLiteral("b"))))
-                         .isEmpty());
+        ASSERT_FALSE(
+            AlsaWorld::install(m_dir, QStringLiteral(QUIVERA_TEST_ALSA_PLUGIN),
+                               AlsaWorld::card(QStringLiteral("cardA"), QStringLiteral("44100 96000"),
+                                               QStringLiteral("\"S16_LE\" \"S24_3LE\""),
+                                               paced.arg(m_dir, QStringLiteral("a")))
+                                   + AlsaWorld::card(QStringLiteral("cardB"), QStringLiteral("48000"),
+                                                     QStringLiteral("\"S16_LE\""),
+                                                     paced.arg(m_dir, QStringLiteral("b"))))
+                .isEmpty());
         // A 16-bit song that starts loud, so none of it counts as leading silence.
         m_file = m_dir + QStringLiteral("/song.flac");
         ASSERT_EQ(TestEnvironment::run(QStringLiteral("sox"),
                                        {QStringLiteral("-n"), QStringLiteral("-r"), QStringLiteral("44100"),
                                         QStringLiteral("-c"), QStringLiteral("2"), QStringLiteral("-b"),
-                                        QStringLiteral("16"), m_file, QStringLiteral("synth"), QStringLiteral("0.4"),
-                                        QStringLiteral("sine"), QStringLiteral("997"), QStringLiteral("0"),
-                                        QStringLiteral("25"), QStringLiteral("vol"), QStringLiteral("0.5")}),
+                                        QStringLiteral("16"), m_file, QStringLiteral("synth"),
+                                        QStringLiteral("0.4"), QStringLiteral("sine"), QStringLiteral("997"),
+                                        QStringLiteral("0"), QStringLiteral("25"), QStringLiteral("vol"),
+                                        QStringLiteral("0.5")}),
                   0);
         const QString raw = m_dir + QStringLiteral("/song.raw");
-        ASSERT_EQ(TestEnvironment::run(QStringLiteral("sox"), {m_file, QStringLiteral("-t"), QStringLiteral("raw"), raw}), 0);
+        ASSERT_EQ(TestEnvironment::run(QStringLiteral("sox"),
+                                       {m_file, QStringLiteral("-t"), QStringLiteral("raw"), raw}),
+                  0);
         m_source = samples(TestEnvironment::readFile(raw), 2);
         m_song = Song::initWithURL(m_file);
         ASSERT_TRUE(m_song);
@@ -132,13 +138,16 @@ protected:
         EXPECT_TRUE(waitFor([&] { return !stream.currentSong() && !stream.isPlaying(); }));
         // The card saves what it was given as it consumes; a little silence flushes the end.
         settle(250);
-        return lastBurst(samples(TestEnvironment::readFile(m_dir + u'/' + stem + QStringLiteral(".raw")), width));
+        return lastBurst(
+            samples(TestEnvironment::readFile(m_dir + u'/' + stem + QStringLiteral(".raw")), width));
     }
 
     // What the card was opened with, as it saw it.
     QString cardParams(const QString &stem) const
     {
-        return QString::fromUtf8(TestEnvironment::readFile(m_dir + u'/' + stem + QStringLiteral(".raw.params"))).trimmed();
+        return QString::fromUtf8(
+                   TestEnvironment::readFile(m_dir + u'/' + stem + QStringLiteral(".raw.params")))
+            .trimmed();
     }
 
     static QList<SignalPath::Kind> kinds(const SignalPath &path)
@@ -176,10 +185,12 @@ TEST_F(StreamSignalPath, EachSettingChangesWhatReachesTheCardAndThePathSaysSo)
 {
     using Kind = SignalPath::Kind;
     UserDefaults &defaults = UserDefaults::standard();
-    defaults.setValue(QStringLiteral("outputDevice"), QVariantMap{{QStringLiteral("UID"), QStringLiteral("cardA")}});
+    defaults.setValue(QStringLiteral("outputDevice"),
+                      QVariantMap{{QStringLiteral("UID"), QStringLiteral("cardA")}});
     auto stream = std::make_unique<Stream>();
     VEKError error;
-    ASSERT_TRUE(stream->initWithDescription(Stream::defaultDescription(), &error)) << error.text().toStdString();
+    ASSERT_TRUE(stream->initWithDescription(Stream::defaultDescription(), &error))
+        << error.text().toStdString();
     ASSERT_TRUE(stream->initialize(&error)) << error.text().toStdString();
     ASSERT_TRUE(stream->start(&error)) << error.text().toStdString();
     int told = 0;
@@ -227,8 +238,9 @@ TEST_F(StreamSignalPath, EachSettingChangesWhatReachesTheCardAndThePathSaysSo)
     {
         SCOPED_TRACE("headphones");
         stream->setCurrentSong(m_song);
-        EXPECT_TRUE(changed("headphonesProcessorSettings",
-                            QVariantMap{{"enabled", true}, {"crossfeedAmount", 1.0}, {"speakerAngle", 30.0}}));
+        EXPECT_TRUE(
+            changed("headphonesProcessorSettings",
+                    QVariantMap{{"enabled", true}, {"crossfeedAmount", 1.0}, {"speakerAngle", 30.0}}));
         EXPECT_EQ(kinds(stream->signalPath()), QList<Kind>{Kind::Headphones});
         const std::vector<qint32> got = play(*stream, QStringLiteral("a"), 3);
         ASSERT_GT(got.size(), m_source.size() / 2);
@@ -249,7 +261,8 @@ TEST_F(StreamSignalPath, EachSettingChangesWhatReachesTheCardAndThePathSaysSo)
         const SignalPath path = stream->signalPath();
         ASSERT_EQ(kinds(path), QList<Kind>{Kind::RateConversion});
         EXPECT_EQ(path.stages()[0].toRate, 96000.0);
-        EXPECT_EQ(path.stages()[0].name, type == 0 ? QStringLiteral("soxr high quality") : QStringLiteral("soxr quick"));
+        EXPECT_EQ(path.stages()[0].name,
+                  type == 0 ? QStringLiteral("soxr high quality") : QStringLiteral("soxr quick"));
         EXPECT_EQ(path.device().hardware().sampleRate, 96000.0);
         converted[type / 2] = play(*stream, QStringLiteral("a"), 3);
         EXPECT_EQ(cardParams(QStringLiteral("a")), QStringLiteral("96000 S24_3LE 2"));

@@ -1,11 +1,13 @@
 #include "player/FakePlayerTransport.h"
-#include "support/TestEnvironment.h"
 #include "player/PlayerButton.h"
 #include "player/PlayerMeter.h"
 #include "player/PlayerRepeatButton.h"
+#include "player/PlayerSignalMark.h"
 #include "player/PlayerTitle.h"
 #include "player/PlayerVolume.h"
+#include "player/SignalPathView.h"
 #include "settings/UserDefaults.h"
+#include "support/TestEnvironment.h"
 
 #include <QAccessible>
 #include <QMenu>
@@ -254,4 +256,60 @@ TEST(PlayerTitle, ScrollsOnlyALineWiderThanTheViewRestingGlidingAndFading)
 
     transport.setSong("/x.flac", "", "");
     EXPECT_EQ(title.artist(), "Unknown Artist");
+}
+
+// The mark names the first thing that alters the samples and tells the whole path in words; at
+// the smallest player it is only a dot.
+TEST(PlayerSignalMark, NamesWhatAltersTheSamplesAndShrinksToADot)
+{
+    VEKAudioDeviceFormat card;
+    card.layers = {{QStringLiteral("card"), QStringLiteral("S24_3LE"), 44100, 2, 24, false}};
+    const SignalPath::Source flac{QStringLiteral("FLAC"), 44100, 16, 2};
+    SignalPath::Settings dithered;
+    dithered.ditherEnabled = true;
+    dithered.ditherDepth = 8;
+
+    PlayerSignalMark mark;
+    mark.resize(150, 36);
+    EXPECT_FALSE(QAccessible::queryAccessibleInterface(&mark)->text(QAccessible::Description).size());
+    mark.setPath(SignalPath::build(flac, {}, card));
+    EXPECT_EQ(PlayerSignalMark::word(mark.path()), QStringLiteral("Bit-perfect"));
+    mark.setPath(SignalPath::build(flac, dithered, card));
+    EXPECT_EQ(PlayerSignalMark::word(mark.path()), QStringLiteral("Dithered"));
+    const QString said = QAccessible::queryAccessibleInterface(&mark)->text(QAccessible::Description);
+    EXPECT_TRUE(said.contains(QStringLiteral("8 bits"))) << said.toStdString();
+    EXPECT_TRUE(mark.toolTip().contains(QStringLiteral("S24_3LE, 44.1 kHz"))) << mark.toolTip().toStdString();
+
+    const auto inkedWidth = [&](int width, int height) {
+        mark.resize(width, height);
+        const QImage image = renderAlone(&mark);
+        int right = -1;
+        for (int y = 0; y < image.height(); ++y)
+            for (int x = 0; x < image.width(); ++x)
+                if (qAlpha(image.pixel(x, y)) > 0)
+                    right = std::max(right, x);
+        return right + 1;
+    };
+    EXPECT_GT(inkedWidth(150, 36), 80) << "a pill with its word";
+    EXPECT_LT(inkedWidth(38, 9), 10) << "a dot";
+}
+
+// The view grows a row per stage and says every stage in its description.
+TEST(SignalPathView, GrowsAndSpeaksAStagePerChange)
+{
+    VEKAudioDeviceFormat card;
+    card.layers = {{QStringLiteral("card"), QStringLiteral("S16_LE"), 48000, 2, 16, false}};
+    const SignalPath::Source flac{QStringLiteral("FLAC"), 44100, 16, 2};
+    SignalPathView view;
+    const int empty = view.heightForWidth(400);
+    SignalPath::Settings quiet;
+    quiet.volume = 0.5;
+    quiet.converter = QStringLiteral("soxr quick");
+    view.setPath(SignalPath::build(flac, quiet, card));
+    // Song, conversion, volume, rounding to the card's 16 bits, device.
+    EXPECT_GE(view.heightForWidth(400), empty + 5 * 40);
+    const QString said = QAccessible::queryAccessibleInterface(&view)->text(QAccessible::Description);
+    for (const char *part :
+         {"44.1 kHz → 48 kHz, soxr quick", "Volume", "Rounding", "S16_LE, 48 kHz", "Not bit-perfect"})
+        EXPECT_TRUE(said.contains(QString::fromUtf8(part))) << part << " in " << said.toStdString();
 }

@@ -7,8 +7,8 @@
 
 #include <alsa/asoundlib.h>
 
-#include <cerrno>
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 
 namespace {

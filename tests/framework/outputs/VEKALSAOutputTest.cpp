@@ -115,7 +115,8 @@ TEST_F(ALSAOutput, ReadsBackTheFormatOfEachLayerFromTheOpenPCM)
     ASSERT_TRUE(card.open({96000, 2, 16, false}, 256, nullptr));
     VEKAudioDeviceFormat f = card.deviceFormat();
     ASSERT_EQ(f.layers.size(), 1);
-    EXPECT_EQ(f.hardware(), (VEKAudioDeviceFormat::Layer{f.hardware().name, QStringLiteral("S24_3LE"), 96000, 2, 24, false}));
+    EXPECT_EQ(f.hardware(), (VEKAudioDeviceFormat::Layer{f.hardware().name, QStringLiteral("S24_3LE"), 96000,
+                                                         2, 24, false}));
     card.close();
     EXPECT_FALSE(card.deviceFormat().isValid());
 
