@@ -133,11 +133,17 @@ int SignalPathView::footerHeight(int width) const
     return r.height();
 }
 
+int SignalPathView::headerHeight() const
+{
+    // Embedded, the header holds only the verdict, and there is none without a song.
+    return m_embedded && !m_path.hasSong() ? 0 : kHeader;
+}
+
 int SignalPathView::heightForWidth(int width) const
 {
     const qsizetype rows = nodes().size();
     const int margin = m_embedded ? 0 : kMargin;
-    return margin + kHeader + int(rows) * kRow + kFooterGap + footerHeight(width) + margin;
+    return margin + headerHeight() + int(rows) * kRow + kFooterGap + footerHeight(width) + margin;
 }
 
 QSize SignalPathView::sizeHint() const
@@ -196,7 +202,7 @@ void SignalPathView::paintEvent(QPaintEvent *)
     }
 
     const QList<Node> list = nodes();
-    const int top = margin + kHeader;
+    const int top = margin + headerHeight();
     const int rail = kRail - kMargin + margin;
     const int textX = kTextX - kMargin + margin;
     // The rail: accent while the samples are the song's own, amber from the first stage on.
@@ -248,7 +254,7 @@ void SignalPathView::paintEvent(QPaintEvent *)
     // The footer: why not, or that nothing is touched.
     const int footerTop = top + int(list.size()) * kRow + (list.isEmpty() ? 0 : kFooterGap);
     p.setFont(PlayerArt::font(PlayerArt::Weight::Regular, kDetailSize));
-    p.setPen(m_path.isBitPerfect() ? faded(accent, 200) : faded(amber(), 220));
+    p.setPen(m_path.isBitPerfect() ? faded(accent, 200) : m_path.hasSong() ? faded(amber(), 220) : muted());
     const QString footer =
         m_path.isBitPerfect() ? VEKLocalizedString("SignalPathView_untouched") : m_path.reasons().join(u'\n');
     p.drawText(QRect(margin, footerTop, width() - 2 * margin, height() - footerTop),

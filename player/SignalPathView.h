@@ -49,6 +49,7 @@ private:
         enum Mark { Untouched, Changes, Repacks } mark = Untouched;
     };
     QList<Node> nodes() const;
+    int headerHeight() const;
     // The height of the reasons' text at `width`.
     int footerHeight(int width) const;
 
