@@ -11,6 +11,7 @@
 #include "audio/Stream.h"
 #include "settings/UserDefaults.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <cstdlib>
 #include <sys/random.h>
@@ -131,6 +132,12 @@ void ApplicationDelegate::applicationWillTerminate()
 {
     if (m_queue)
         m_queue->cancelAllOperations();
+    // A tag edit saved just before the quit reaches the library file too (its file is written
+    // on the tag writer, its row here), before the stream stops.
+    if (m_tagWriter) {
+        m_tagWriter->flush();
+        QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+    }
     // Remote service
     Remote::stop();
     if (m_stream)

@@ -19,6 +19,7 @@
 #include <QLineEdit>
 #include <QLocale>
 #include <QMessageBox>
+#include <QPainter>
 #include <QPointer>
 #include <QPushButton>
 #include <QSet>
@@ -544,6 +545,14 @@ void SongInfo::finish()
 void SongInfo::reject()
 {
     finish();
+}
+
+void SongInfo::paintEvent(QPaintEvent *event)
+{
+    QDialog::paintEvent(event);
+    QPainter painter(this);
+    painter.setPen(QColor(0x2f, 0x37, 0x42));
+    painter.drawRect(rect().adjusted(0, 0, -1, -1));
 }
 
 void SongInfo::closeEvent(QCloseEvent *event)

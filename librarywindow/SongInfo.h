@@ -81,6 +81,9 @@ signals:
 protected:
     void reject() override;
     void closeEvent(QCloseEvent *event) override;
+    // A hairline around the sheet, so it stands apart from the window under it even where no
+    // window manager frames it.
+    void paintEvent(QPaintEvent *event) override;
 
 private:
     // 1 save, 0 don't save, -1 cancel.

@@ -196,3 +196,22 @@ TEST_F(SongInfoTest, SavingWritesTheTagsToTheFileAndTheLibraryFile)
     EXPECT_EQ(row->stringValueAtColumn(0), QStringLiteral("Aurelia Strand"));
     EXPECT_EQ(row->stringValueAtColumn(1), QStringLiteral("3 of 14"));
 }
+
+TEST_F(SongInfoTest, AnEditSavedJustBeforeTheQuitReachesTheLibraryFile)
+{
+    open(0);
+    const qint64 id = songs.at(0)->songID();
+    type("genre", QStringLiteral("Nocturne"));
+    sheet->saveChanges();
+    sheet.reset();
+    delegate->applicationWillTerminate();
+
+    delegate = std::make_unique<ApplicationDelegate>();
+    ApplicationDelegate::LaunchOptions options;
+    options.stream = false;
+    options.remote = false;
+    options.mpris = false;
+    delegate->applicationWillFinishLaunching(options);
+    ASSERT_TRUE(delegate->library().value(id));
+    EXPECT_EQ(delegate->library().value(id)->genre(), QStringLiteral("Nocturne"));
+}
