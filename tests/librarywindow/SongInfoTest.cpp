@@ -3,8 +3,10 @@
 
 #include "librarywindow/SongInfo.h"
 #include "app/ApplicationDelegate.h"
+#include "audio/Stream.h"
 #include "db/VEKDatabaseQuery.h"
 #include "librarywindow/SongInfoCover.h"
+#include "outputs/VEKAudioDevice.h"
 #include "settings/UserDefaults.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
@@ -214,4 +216,41 @@ TEST_F(SongInfoTest, AnEditSavedJustBeforeTheQuitReachesTheLibraryFile)
     delegate->applicationWillFinishLaunching(options);
     ASSERT_TRUE(delegate->library().value(id));
     EXPECT_EQ(delegate->library().value(id)->genre(), QStringLiteral("Nocturne"));
+}
+
+TEST(SongInfoPlaying, SavingThePlayingSongPausesItWhileTheFileIsWrittenAndPlaysOn)
+{
+    TestEnvironment::resetUserFolders();
+    ApplicationDelegate::registerDefaults(UserDefaults::standard());
+    ApplicationDelegate delegate;
+    ApplicationDelegate::LaunchOptions options;
+    options.remote = false;
+    options.mpris = false;
+    options.outputDevice = VEKAudioDevice::deviceWithUID(QStringLiteral("null"));
+    delegate.applicationWillFinishLaunching(options);
+    ASSERT_TRUE(delegate.stream());
+    delegate.addFilesToLibrary({TestEnvironment::makeSine(
+        TestEnvironment::makeTempDir(QStringLiteral("playing")) + QStringLiteral("/long.flac"), 20)});
+    delegate.queue()->waitUntilAllOperationsAreFinished();
+    const QList<SongPtr> songs = delegate.songs();
+    ASSERT_EQ(songs.size(), 1);
+    Stream *stream = delegate.stream();
+    stream->setPlaylist(delegate.selectedPlaylist());
+    stream->setCurrentSong(songs.first());
+    stream->play();
+    ASSERT_TRUE(stream->isPlaying());
+
+    SongInfo sheet(&delegate, songs, 0);
+    QSignalSpy playing(stream, &Stream::playingChanged);
+    QSignalSpy saved(&sheet, &SongInfo::saved);
+    sheet.field(QStringLiteral("album"))->setText(QStringLiteral("Live"));
+    sheet.saveChanges();
+    ASSERT_TRUE(saved.wait(10000));
+    EXPECT_TRUE(saved.at(0).at(0).toBool());
+    ASSERT_EQ(playing.size(), 2);
+    EXPECT_FALSE(playing.at(0).at(0).toBool());
+    EXPECT_TRUE(playing.at(1).at(0).toBool());
+    EXPECT_EQ(stream->currentSong(), songs.first());
+    EXPECT_EQ(songs.first()->album(), QStringLiteral("Live"));
+    delegate.applicationWillTerminate();
 }
