@@ -1,10 +1,10 @@
 // The artwork panel follows the song now playing, whatever the table shows.
 
 #include "librarywindow/ArtworkViewController.h"
+#include "LibraryWindowTestSupport.h"
 #include "app/ApplicationDelegate.h"
 #include "audio/Stream.h"
 #include "librarywindow/ArtworkView.h"
-#include "outputs/VEKAudioDevice.h"
 #include "settings/UserDefaults.h"
 #include "support/TestEnvironment.h"
 
@@ -17,11 +17,7 @@ TEST(ArtworkViewController, ShowsTheCoverOfTheCurrentSongOrSaysWhyThereIsNone)
     TestEnvironment::resetUserFolders();
     ApplicationDelegate::registerDefaults(UserDefaults::standard());
     ApplicationDelegate delegate;
-    ApplicationDelegate::LaunchOptions options;
-    options.remote = false;
-    options.mpris = false;
-    options.outputDevice = VEKAudioDevice::deviceWithUID(QStringLiteral("null"));
-    delegate.applicationWillFinishLaunching(options);
+    LibraryWindowTest::launch(delegate, true);
     ASSERT_TRUE(delegate.stream());
 
     const QString dir = TestEnvironment::makeTempDir(QStringLiteral("art"));

@@ -1,6 +1,7 @@
 // The playlist sidebar on a real library: its groups, the selection that follows the selected
 // playlist, drops of songs, renaming and deleting.
 
+#include "LibraryWindowTestSupport.h"
 #include "app/ApplicationDelegate.h"
 #include "app/SignalFrontEnd.h"
 #include "db/VEKDatabaseQuery.h"
@@ -14,12 +15,8 @@
 #include "support/TestEnvironment.h"
 
 #include <QApplication>
-#include <QCheckBox>
-#include <QMessageBox>
 #include <QMimeData>
-#include <QPushButton>
 #include <QTest>
-#include <QTimer>
 #include <QTreeView>
 #include <gtest/gtest.h>
 
@@ -58,11 +55,7 @@ protected:
             UserDefaults::standard().setValue(QStringLiteral("accessiTunesLibrary"), true);
         }
         delegate = std::make_unique<ApplicationDelegate>(&frontEnd);
-        ApplicationDelegate::LaunchOptions options;
-        options.stream = false;
-        options.remote = false;
-        options.mpris = false;
-        delegate->applicationWillFinishLaunching(options);
+        LibraryWindowTest::launch(*delegate);
         const QString music = TestEnvironment::makeTempDir(QStringLiteral("music"));
         for (const char *name : {"/a.flac", "/b.flac"})
             TestEnvironment::makeSine(music + QString::fromLatin1(name), 0.1);
@@ -93,19 +86,6 @@ protected:
         QMimeData data;
         data.setData(type, SongIDsMimeData::encode({library()->songsInManualOrder().first()->songID()}));
         return model()->canDropMimeData(&data, Qt::CopyAction, -1, 0, model()->indexOfPlaylist(target));
-    }
-    // Answers the next message box: ticks its check box if asked, presses the button `text`.
-    void answerNextBox(const QString &text, bool suppress)
-    {
-        QTimer::singleShot(0, [text, suppress] {
-            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-            ASSERT_TRUE(box);
-            if (suppress)
-                box->checkBox()->setChecked(true);
-            for (QAbstractButton *b : box->buttons())
-                if (b->text() == text)
-                    b->click();
-        });
     }
     qint64 rowsInSongTable(qint64 songID) const
     {
@@ -294,7 +274,7 @@ TEST_F(PlaylistTableTest, DeleteAsksUnlessToldNotToAndSparesLibraries)
     EXPECT_EQ(MainMenu::commandTarget("deleteSelection"), controller.get());
     EXPECT_EQ(MainMenu::commandTarget("rename"), controller.get());
     // "No" with the box ticked: the playlist stays, the question is not asked again.
-    answerNextBox(QStringLiteral("Cancel"), true);
+    LibraryWindowTest::answerNextBox(QStringLiteral("Cancel"), true);
     controller->deleteSelection();
     EXPECT_TRUE(model()->indexOfPlaylist(mine).isValid());
     EXPECT_TRUE(UserDefaults::standard().boolForKey(QStringLiteral("suppressConfirmDeletePlaylistAlert")));

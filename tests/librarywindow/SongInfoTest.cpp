@@ -2,22 +2,19 @@
 // question about unsaved edits, and a save that reaches the file and the library file.
 
 #include "librarywindow/SongInfo.h"
+#include "LibraryWindowTestSupport.h"
 #include "app/ApplicationDelegate.h"
 #include "audio/Stream.h"
 #include "db/VEKDatabaseQuery.h"
 #include "librarywindow/SongInfoCover.h"
-#include "outputs/VEKAudioDevice.h"
 #include "settings/UserDefaults.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
-#include <QApplication>
 #include <QLineEdit>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
-#include <QTimer>
 #include <gtest/gtest.h>
 
 namespace {
@@ -29,11 +26,7 @@ protected:
         TestEnvironment::resetUserFolders();
         ApplicationDelegate::registerDefaults(UserDefaults::standard());
         delegate = std::make_unique<ApplicationDelegate>();
-        ApplicationDelegate::LaunchOptions options;
-        options.stream = false;
-        options.remote = false;
-        options.mpris = false;
-        delegate->applicationWillFinishLaunching(options);
+        LibraryWindowTest::launch(*delegate);
         const QString music = TestEnvironment::makeTempDir(QStringLiteral("music"));
         TestEnvironment::ffmpeg(TestEnvironment::makeSine(music + QStringLiteral("/a.wav"), 0.2),
                                 music + QStringLiteral("/1.flac"),
@@ -71,18 +64,6 @@ protected:
         QTest::keyClick(edit, Qt::Key_Backspace);
         QTest::keyClicks(edit, text);
     }
-    // Presses the button `text` of the next question.
-    void answerNextQuestion(const QString &text)
-    {
-        QTimer::singleShot(0, [text] {
-            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-            ASSERT_TRUE(box);
-            for (QAbstractButton *b : box->buttons())
-                if (b->text() == text)
-                    b->click();
-        });
-    }
-
     std::unique_ptr<ApplicationDelegate> delegate;
     QList<SongPtr> songs;
     std::unique_ptr<SongInfo> sheet;
@@ -149,12 +130,12 @@ TEST_F(SongInfoTest, WalkingAwayFromEditsAsksAndCancelKeepsThem)
 
     type("artist", QStringLiteral("Someone"));
     EXPECT_TRUE(sheet->hasChanges());
-    answerNextQuestion(QStringLiteral("Cancel"));
+    LibraryWindowTest::answerNextBox(QStringLiteral("Cancel"));
     next->click();
     EXPECT_EQ(sheet->index(), 0);
     EXPECT_EQ(text("artist"), QStringLiteral("Someone"));
 
-    answerNextQuestion(QStringLiteral("Don\u2019t Save"));
+    LibraryWindowTest::answerNextBox(QStringLiteral("Don\u2019t Save"));
     next->click();
     EXPECT_EQ(sheet->index(), 1);
     EXPECT_EQ(text("title"), QStringLiteral("Second"));
@@ -209,11 +190,7 @@ TEST_F(SongInfoTest, AnEditSavedJustBeforeTheQuitReachesTheLibraryFile)
     delegate->applicationWillTerminate();
 
     delegate = std::make_unique<ApplicationDelegate>();
-    ApplicationDelegate::LaunchOptions options;
-    options.stream = false;
-    options.remote = false;
-    options.mpris = false;
-    delegate->applicationWillFinishLaunching(options);
+    LibraryWindowTest::launch(*delegate);
     ASSERT_TRUE(delegate->library().value(id));
     EXPECT_EQ(delegate->library().value(id)->genre(), QStringLiteral("Nocturne"));
 }
@@ -223,11 +200,7 @@ TEST(SongInfoPlaying, SavingThePlayingSongPausesItWhileTheFileIsWrittenAndPlaysO
     TestEnvironment::resetUserFolders();
     ApplicationDelegate::registerDefaults(UserDefaults::standard());
     ApplicationDelegate delegate;
-    ApplicationDelegate::LaunchOptions options;
-    options.remote = false;
-    options.mpris = false;
-    options.outputDevice = VEKAudioDevice::deviceWithUID(QStringLiteral("null"));
-    delegate.applicationWillFinishLaunching(options);
+    LibraryWindowTest::launch(delegate, true);
     ASSERT_TRUE(delegate.stream());
     delegate.addFilesToLibrary({TestEnvironment::makeSine(
         TestEnvironment::makeTempDir(QStringLiteral("playing")) + QStringLiteral("/long.flac"), 20)});
