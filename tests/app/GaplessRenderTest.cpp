@@ -4,6 +4,7 @@
 
 #include "support/AlsaWorld.h"
 #include "support/CliHarness.h"
+#include "support/Pcm.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 #include "support/WaveFile.h"
@@ -29,34 +30,6 @@ constexpr int kChannels = 2;
 constexpr float kSilence = 0.001f;
 constexpr double kExamined = 2.0;
 
-// Interleaved stereo as floats. A lossless source holds values of its integer grid (exact in a
-// float up to 24 bits); a lossy one what the decoder gave.
-struct Pcm {
-    int rate = kRate;
-    std::vector<float> s;
-    size_t frames() const { return s.size() / kChannels; }
-    float at(size_t frame, int c) const { return s[frame * kChannels + size_t(c)]; }
-    Pcm slice(size_t from, size_t to) const
-    {
-        Pcm p;
-        p.rate = rate;
-        p.s.assign(s.begin() + qsizetype(from * kChannels), s.begin() + qsizetype(to * kChannels));
-        return p;
-    }
-    void append(const Pcm &o) { s.insert(s.end(), o.s.begin(), o.s.end()); }
-};
-
-// The word an output of `bits` bits stores for a float sample: scaled by a power of two, rounded
-// to nearest, clipped to the word.
-qint64 word(float v, int bits)
-{
-    const double scale = double(qint64(1) << (bits - 1));
-    const double x = std::nearbyint(double(v) * scale);
-    return qint64(std::clamp(x, -scale, scale - 1));
-}
-
-float fromWord(qint64 w, int bits) { return float(double(w) / double(qint64(1) << (bits - 1))); }
-
 // A stereo signal with nothing periodic in it: an exponential sweep in each channel (up in the
 // left, down in the right) plus independent white noise, on the integer grid of `bits`.
 Pcm makeSignal(size_t frames, int bits, quint32 seed, double level = 0.45)
@@ -74,7 +47,7 @@ Pcm makeSignal(size_t frames, int bits, quint32 seed, double level = 0.45)
             x = x * 1664525u + 1013904223u;
             const double noise = (double(x >> 8) / double(1 << 24) - 0.5) * 0.4;
             const double v = level * std::sin(c == 0 ? up : down) + noise;
-            p.s[i * kChannels + size_t(c)] = fromWord(word(float(v), bits), bits);
+            p.s[i * kChannels + size_t(c)] = Pcm::fromWord(Pcm::word(float(v), bits), bits);
         }
     }
     return p;
@@ -166,21 +139,6 @@ const FormatInfo &formatInfo(Format f) { return kFormats[int(f)]; }
 // Arguments written as one line, split at the spaces.
 QStringList words(const QString &line) { return line.split(u' ', Qt::SkipEmptyParts); }
 
-void writeRaw(const QString &path, const Pcm &p, int bits)
-{
-    QByteArray bytes;
-    const int width = bits / 8;
-    bytes.reserve(qsizetype(p.s.size()) * width);
-    for (const float v : p.s) {
-        const qint64 w = word(v, bits);
-        for (int b = 0; b < width; ++b)
-            bytes.append(char((w >> (8 * b)) & 0xFF));
-    }
-    QFile f(path);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly)) << path.toStdString();
-    f.write(bytes);
-}
-
 void runTool(const QString &program, const QStringList &args)
 {
     QByteArray output;
@@ -192,7 +150,7 @@ void runTool(const QString &program, const QStringList &args)
 QString encode(const Pcm &p, int bits, Format format, const QString &base)
 {
     const QString raw = base + QStringLiteral(".raw"), out = base + u'.' + QLatin1String(formatInfo(format).suffix);
-    writeRaw(raw, p, bits);
+    TestEnvironment::writeFile(raw, p.toWords(bits));
     const QString rate = QString::number(p.rate);
     if (format <= Format::Aiff)
         runTool(QStringLiteral("sox"), words(QStringLiteral("-t raw -r %1 -e signed-integer -b %2 -c 2 -L").arg(rate).arg(bits))
@@ -205,73 +163,19 @@ QString encode(const Pcm &p, int bits, Format format, const QString &base)
     return out;
 }
 
-// FFmpeg's own decoding of a file, as 32-bit floats.
-Pcm ffmpegDecode(const QString &path)
-{
-    const QString raw = path + QStringLiteral(".f32");
-    runTool(QStringLiteral("ffmpeg"), QStringList{QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-y"),
-                                                  QStringLiteral("-i"), path}
-                                          + words(QStringLiteral("-f f32le -c:a pcm_f32le")) + QStringList{raw});
-    const QByteArray b = TestEnvironment::readFile(raw);
-    Pcm p;
-    p.s.resize(size_t(b.size()) / sizeof(float));
-    std::memcpy(p.s.data(), b.constData(), p.s.size() * sizeof(float));
-    return p;
-}
-
-// Little-endian signed words of `width` bytes, as floats.
-void fromWords(const QByteArray &b, int width, Pcm *out)
-{
-    out->s.resize(size_t(b.size() / width));
-    const uchar *d = reinterpret_cast<const uchar *>(b.constData());
-    for (size_t i = 0; i < out->s.size(); ++i) {
-        qint64 w = 0;
-        for (int k = 0; k < width; ++k)
-            w |= qint64(d[i * size_t(width) + size_t(k)]) << (8 * k);
-        if (w & (qint64(1) << (8 * width - 1)))
-            w -= qint64(1) << (8 * width);
-        out->s[i] = fromWord(w, 8 * width);
-    }
-}
-
 // A WAV file as our renderer writes it: PCM or extensible PCM of 16, 24 or 32 bits.
 Pcm readWav(const QString &path, int *bitsOut = nullptr)
 {
     const WaveFile w = WaveFile::read(path);
-    Pcm p;
     if (!w.isWave) {
         ADD_FAILURE() << path.toStdString() << " is no WAV file";
-        return p;
+        return {};
     }
     EXPECT_EQ(w.tag, 1) << "not integer PCM";
     EXPECT_EQ(w.channels, kChannels);
-    p.rate = int(w.rate);
-    fromWords(w.data, w.bits / 8, &p);
     if (bitsOut)
         *bitsOut = w.bits;
-    return p;
-}
-
-// The first difference, the number of differing samples and the lengths, as words of `bits`.
-testing::AssertionResult sameWords(const Pcm &expected, const Pcm &actual, int bits)
-{
-    size_t differing = 0, first = SIZE_MAX;
-    const size_t n = std::min(expected.s.size(), actual.s.size());
-    for (size_t i = 0; i < n; ++i)
-        if (word(expected.s[i], bits) != word(actual.s[i], bits)) {
-            if (first == SIZE_MAX)
-                first = i;
-            ++differing;
-        }
-    if (differing == 0 && expected.s.size() == actual.s.size())
-        return testing::AssertionSuccess();
-    auto r = testing::AssertionFailure();
-    r << "expected " << expected.frames() << " frames, got " << actual.frames() << "; " << differing
-      << " samples differ";
-    if (first != SIZE_MAX)
-        r << ", the first at frame " << first / kChannels << " channel " << first % kChannels << ": expected "
-          << word(expected.s[first], bits) << ", got " << word(actual.s[first], bits);
-    return r;
+    return Pcm::fromWords(w.data, w.bits, kChannels, int(w.rate));
 }
 
 // ---- the program ----
@@ -349,8 +253,7 @@ public:
         const int bits = parts.value(3).toInt();
         EXPECT_EQ(parts.value(2).toInt(), kChannels);
         const QString file = m_dir + u'/' + found.front();
-        out->rate = parts.value(1).toInt();
-        fromWords(TestEnvironment::readFile(file), bits == 24 ? 3 : bits / 8, out);
+        *out = Pcm::fromWords(TestEnvironment::readFile(file), bits, kChannels, parts.value(1).toInt());
         QFile::remove(file);
         return true;
     }
@@ -480,7 +383,7 @@ TEST(GaplessSilence, TrimsEachPieceToItsAudibleRange)
                 const double g = std::min({1.0, double(i) / fade, double(faded.frames() - 1 - i) / fade});
                 for (int ch = 0; ch < kChannels; ++ch) {
                     float &v = faded.s[i * kChannels + size_t(ch)];
-                    v = fromWord(word(float(double(v) * g), bits), bits);
+                    v = Pcm::fromWord(Pcm::word(float(double(v) * g), bits), bits);
                 }
             }
             p.append(faded);
@@ -520,7 +423,7 @@ TEST_P(LossyGapless, RendersEachPieceAsFFmpegDecodesIt)
     ASSERT_FALSE(HasFailure());
     std::vector<Pcm> decoded;
     for (size_t i = 0; i < pieces.size(); ++i) {
-        decoded.push_back(ffmpegDecode(files[qsizetype(i)]));
+        decoded.push_back(Pcm::decodedByFFmpeg(files[qsizetype(i)]));
         // FFmpeg drops the encoder delay of both. It drops the MP3's end padding too, but keeps
         // the AAC's (the piece rounded up to whole 1024-frame packets) although the MP4's edit
         // list, written in samples, says where the piece ends: the player honours that edit
@@ -549,7 +452,8 @@ INSTANTIATE_TEST_SUITE_P(Codecs, LossyGapless, testing::Values(Format::Mp3, Form
 Pcm stressTrack(size_t frames, int bits, quint32 seed)
 {
     Pcm p = makeSignal(frames, bits, seed, 0.5);
-    const float top = fromWord((qint64(1) << (bits - 1)) - 1, bits), bottom = -1.0f, lsb = fromWord(1, bits);
+    const float top = Pcm::fromWord((qint64(1) << (bits - 1)) - 1, bits), bottom = -1.0f,
+                lsb = Pcm::fromWord(1, bits);
     for (size_t i = frames / 4; i < frames / 4 + 2000; ++i) {
         p.s[i * kChannels] = i % 2 ? top : bottom;
         p.s[i * kChannels + 1] = i % 3 ? bottom : top;
@@ -575,7 +479,7 @@ TEST(BitPerfect, AlbumsReachTheOutputUnchanged)
         for (quint32 t = 0; t < 4; ++t) {
             const Pcm track = t == 1 ? stressTrack(kRate, bits, 21) : makeSignal(size_t(0.8 * kRate) + 137 * t, bits, 30 + t, 0.2 + 0.15 * t);
             files << encode(track, bits, Format::Flac, cli.musicDir() + QStringLiteral("/track%1").arg(t + 1));
-            decoded.push_back(ffmpegDecode(files.back()));
+            decoded.push_back(Pcm::decodedByFFmpeg(files.back()));
             ASSERT_TRUE(sameWords(track, decoded.back(), bits)) << "FFmpeg's own decoding";
         }
         importInOrder(cli, files);
@@ -613,7 +517,8 @@ TEST(GaplessMixedRates, EachSongIsConvertedOnceFromItsOwnRateToTheDevices)
     Pcm tone;
     tone.rate = 96000;
     for (int n = 0; n < 48000; ++n) {
-        const float v = fromWord(word(float(0.5 * std::cos(2 * M_PI * 30000.0 * n / 96000.0)), 24), 24);
+        const float v =
+            Pcm::fromWord(Pcm::word(float(0.5 * std::cos(2 * M_PI * 30000.0 * n / 96000.0)), 24), 24);
         tone.s.insert(tone.s.end(), {v, v});
     }
     Pcm high = makeSignal(size_t(0.6 * kRate), 24, 43);

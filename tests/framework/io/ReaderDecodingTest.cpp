@@ -3,6 +3,7 @@
 
 #include "IOFixtures.h"
 #include "io/VEKAudioFileReader.h"
+#include "support/Pcm.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
@@ -16,30 +17,12 @@ using IOFixtures::kFrames;
 
 namespace {
 
-// Interleaved float samples.
-struct Pcm {
-    quint32 channels = 0;
-    std::vector<float> samples;
-    quint64 frames() const { return channels ? samples.size() / channels : 0; }
-    float at(quint64 frame, quint32 channel) const { return samples[frame * channels + channel]; }
-    void append(const VEKAudioBufferList &list)
-    {
-        for (quint32 f = 0; f < list.frames(); ++f)
-            for (quint32 c = 0; c < channels; ++c)
-                samples.push_back(list.channel(c)[f]);
-    }
-};
-
-Pcm ffmpegDecode(const QString &path, quint32 channels)
+// Appends `list` to `pcm`, interleaved.
+void append(Pcm &pcm, const VEKAudioBufferList &list)
 {
-    const QString out = TestEnvironment::makeTempDir("f32") + "/audio.raw";
-    TestEnvironment::ffmpeg(path, out, {"-map", "0:a", "-f", "f32le", "-c:a", "pcm_f32le"});
-    const QByteArray bytes = TestEnvironment::readFile(out);
-    Pcm pcm;
-    pcm.channels = channels;
-    pcm.samples.resize(size_t(bytes.size()) / sizeof(float));
-    memcpy(pcm.samples.data(), bytes.constData(), pcm.samples.size() * sizeof(float));
-    return pcm;
+    for (quint32 f = 0; f < list.frames(); ++f)
+        for (quint32 c = 0; c < pcm.channels; ++c)
+            pcm.s.push_back(list.channel(c)[f]);
 }
 
 // The whole file block after block, as the decoder thread reads it.
@@ -54,7 +37,7 @@ Pcm readAll(VEKAudioFileReader &reader, quint32 blockFrames = 4096)
         EXPECT_TRUE(reader.getAudio(list, at, &error)) << error.text().toStdString();
         if (list.frames() == 0)
             break;
-        pcm.append(list);
+        append(pcm, list);
         at += list.frames();
     }
     return pcm;
@@ -66,17 +49,8 @@ Pcm readAt(VEKAudioFileReader &reader, quint64 from, quint32 count)
     pcm.channels = reader.numberOfChannels();
     VEKAudioBufferList list(pcm.channels, count);
     EXPECT_TRUE(reader.getAudio(list, from));
-    pcm.append(list);
+    append(pcm, list);
     return pcm;
-}
-
-float maxDifference(const Pcm &a, quint64 aFrom, const Pcm &b, quint64 bFrom, quint64 count)
-{
-    float m = 0;
-    for (quint64 i = 0; i < count; ++i)
-        for (quint32 c = 0; c < a.channels; ++c)
-            m = std::max(m, std::fabs(a.at(aFrom + i, c) - b.at(bFrom + i, c)));
-    return m;
 }
 
 // The shift of `decoded` against `source` that matches best, within ±range frames. A lossy
@@ -114,10 +88,10 @@ TEST(ReaderDecoding, LosslessFilesDecodeExactlyAsFFmpegDoes)
         auto reader = VEKAudioFileReader::open(fixture(name));
         ASSERT_NE(reader, nullptr);
         const Pcm ours = readAll(*reader);
-        const Pcm theirs = ffmpegDecode(fixture(name), 2);
+        const Pcm theirs = Pcm::decodedByFFmpeg(fixture(name), 2);
         ASSERT_EQ(ours.frames(), kFrames);
         ASSERT_EQ(theirs.frames(), kFrames);
-        EXPECT_EQ(ours.samples, theirs.samples);
+        EXPECT_EQ(ours.s, theirs.s);
     }
 }
 
@@ -127,13 +101,13 @@ TEST(ReaderDecoding, LossyFilesKeepTheSourceLengthAndLineUpWithIt)
     // the first packet wrongly and cuts 128 frames too many at the end. Ours has exactly the
     // source's frames, starting where the source starts, and is FFmpeg's decoding where both
     // have audio.
-    const Pcm source = ffmpegDecode(IOFixtures::plainWave(), 2);
+    const Pcm source = Pcm::decodedByFFmpeg(IOFixtures::plainWave(), 2);
     for (const char *name : kLossy) {
         SCOPED_TRACE(name);
         auto reader = VEKAudioFileReader::open(fixture(name));
         ASSERT_NE(reader, nullptr);
         const Pcm ours = readAll(*reader);
-        const Pcm theirs = ffmpegDecode(fixture(name), 2);
+        const Pcm theirs = Pcm::decodedByFFmpeg(fixture(name), 2);
         EXPECT_EQ(ours.frames(), kFrames);
         EXPECT_EQ(bestAlignment(ours, source), 0);
         const quint64 common = std::min(ours.frames(), theirs.frames());
@@ -159,7 +133,7 @@ TEST(ReaderDecoding, FramesAddUpWhateverTheBlockSize)
             SCOPED_TRACE(block);
             const Pcm pcm = readAll(*reader, block);
             EXPECT_EQ(pcm.frames(), reader->frames());
-            EXPECT_EQ(pcm.samples, reference.samples);
+            EXPECT_EQ(pcm.s, reference.s);
         }
         // Past the end: nothing, and no error.
         VEKAudioBufferList list(2, 64);
@@ -281,7 +255,7 @@ TEST(ReaderDecoding, MemoryCopyReadsAfterTheFileIsGone)
         EXPECT_EQ(reader->seekCount(), seeks);
         ASSERT_EQ(first.frames() + rest.frames(), kFrames);
         EXPECT_EQ(maxDifference(rest, 0, whole, 10000, rest.frames()), 0.0f);
-        EXPECT_EQ(readAll(*reader).samples, whole.samples);
+        EXPECT_EQ(readAll(*reader).s, whole.s);
         EXPECT_TRUE(reader->loadIntoMemory(&error)); // once is enough
     }
 }
