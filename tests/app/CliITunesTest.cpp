@@ -64,24 +64,17 @@ TEST_F(CliITunesTest, ShowsExactlyWhatTheFiltersAllowAndStoresOneRowPerPlaylist)
     const QJsonArray playlists = iTunesPlaylists();
     EXPECT_EQ(idsOf(playlists, "playlistID"), (QList<qint64>{1, 2000, 2001, 2002, 2003}));
     EXPECT_EQ(idsOf(playlists, "count"), (QList<qint64>{8, 2, 3, 1, 0}));
-    EXPECT_EQ(idsOf(songsOf("2001"), "songID"), (QList<qint64>{104, 101, 103}));
-
-    QJsonObject first, gone;
+    // Each song's facts and each playlist's order are the read-in's (LoadiTunesTest); here what
+    // reaches the listing.
     for (const auto &v : songsOf("1")) {
         const QJsonObject s = v.toObject();
-        if (s.value(QStringLiteral("songID")).toInteger() == 101)
-            first = s;
-        if (s.value(QStringLiteral("songID")).toInteger() == 102)
-            gone = s;
+        const qint64 id = s.value(QStringLiteral("songID")).toInteger();
+        if (id == 101)
+            EXPECT_EQ(s.value(QStringLiteral("dateAdded")).toString(),
+                      QStringLiteral("2012-03-04T05:06:07Z"));
+        if (id == 101 || id == 102)
+            EXPECT_EQ(s.value(QStringLiteral("isMissing")).toBool(), id == 102);
     }
-    EXPECT_EQ(first.value(QStringLiteral("name")).toString(), QStringLiteral("Caf\u00e9 & <Friends>"));
-    EXPECT_EQ(first.value(QStringLiteral("track")).toString(), QStringLiteral("3 of 12"));
-    EXPECT_EQ(first.value(QStringLiteral("kind")).toString(), QStringLiteral("AAC Audio File"));
-    EXPECT_DOUBLE_EQ(first.value(QStringLiteral("length")).toDouble(), 215.0);
-    EXPECT_EQ(first.value(QStringLiteral("bitrate")).toInteger(), 320000);
-    EXPECT_EQ(first.value(QStringLiteral("dateAdded")).toString(), QStringLiteral("2012-03-04T05:06:07Z"));
-    EXPECT_FALSE(first.value(QStringLiteral("isMissing")).toBool());
-    EXPECT_TRUE(gone.value(QStringLiteral("isMissing")).toBool());
 
     // Every launch reads the file again; the rows are there once. No song is copied.
     const QString rows = cli.sql(QStringLiteral("SELECT playlistID, sortAscending FROM t_playlist WHERE iTunes = 1 ORDER BY playlistID;"));

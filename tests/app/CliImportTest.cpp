@@ -84,20 +84,7 @@ TEST_F(CliImportTest, PrintsWhatWasAddedSkippedAndWhyFilesFailed)
     EXPECT_FALSE(r.err.contains("Importing")); // no bar into a pipe
     EXPECT_TRUE(r.err.isEmpty()) << r.err.constData(); // each failure said once, on its line
 
-    const QJsonArray songs = cli.songs();
-    ASSERT_EQ(songs.size(), 3);
-    bool sawFirst = false;
-    for (const auto &v : songs) {
-        const QJsonObject s = v.toObject();
-        EXPECT_LT(s.value(QStringLiteral("songID")).toInteger(), 0);
-        EXPECT_TRUE(s.contains(QStringLiteral("dateAdded")));
-        if (s.value(QStringLiteral("name")).toString() == QLatin1String("First")) {
-            sawFirst = true;
-            EXPECT_EQ(s.value(QStringLiteral("track")).toString(), QStringLiteral("3 of 12"));
-            EXPECT_EQ(s.value(QStringLiteral("artist")).toString(), QStringLiteral("Someone"));
-        }
-    }
-    EXPECT_TRUE(sawFirst);
+    EXPECT_EQ(cli.songs().size(), 3); // their tags: ImportTest; their listing: CliLibraryTest
 
     // A folder with a damaged song in it is a completed run.
     r = cli.run({QStringLiteral("import"), m});

@@ -2,10 +2,11 @@
 // source that never replaces it, the new song's row and ID, and the roads that write nothing.
 
 #include "library/ConvertOperation.h"
-#include "library/Database.h"
+#include "LibraryFile.h"
 #include "db/VEKDatabase.h"
 #include "db/VEKDatabaseQuery.h"
 #include "io/VEKAudioFileReader.h"
+#include "library/Database.h"
 #include "settings/UserDefaults.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
@@ -20,15 +21,6 @@ namespace {
 
 class ConvertOperationTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        dir = TestEnvironment::makeTempDir(QStringLiteral("convert"));
-        library = dir + QStringLiteral("/library");
-        Database db;
-        ASSERT_TRUE(db.initWithURL(library));
-        for (const QString &s : Database::buildStatements())
-            ASSERT_TRUE(db.executeStatement(s));
-    }
     void TearDown() override
     {
         UserDefaults &defaults = UserDefaults::standard();
@@ -62,14 +54,11 @@ protected:
 
     qint64 rows(const QString &where = QStringLiteral("1")) const
     {
-        VEKDatabase db;
-        db.initWithURL(library);
-        auto q = db.queryWithStatement(QStringLiteral("SELECT COUNT() FROM t_song WHERE ") + where);
-        return q && q->evaluateNextRow() ? q->intValueAtColumn(0) : -1;
+        return file.number(QStringLiteral("SELECT COUNT() FROM t_song WHERE ") + where);
     }
 
-    QString dir;
-    QString library;
+    LibraryFile file{QStringLiteral("convert")};
+    const QString dir = file.dir, library = file.path;
     qint64 nextID = 1000;
 };
 

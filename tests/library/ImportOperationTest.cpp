@@ -1,10 +1,11 @@
 // The import worker on its own: the walk, the duplicate rule, failures, batches of rows,
 // cancellation, the preferred-format hook and audio CD mounts.
 
-#include "library/Database.h"
 #include "library/ImportOperation.h"
+#include "LibraryFile.h"
 #include "core/VEKLog.h"
 #include "db/VEKDatabaseQuery.h"
+#include "library/Database.h"
 #include "settings/UserDefaults.h"
 #include "support/TestEnvironment.h"
 
@@ -41,16 +42,6 @@ const QStringList kTags = {
 
 class ImportTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        dir = TestEnvironment::makeTempDir(QStringLiteral("import"));
-        library = dir + QStringLiteral("/library");
-        Database db;
-        ASSERT_TRUE(db.initWithURL(library));
-        for (const QString &s : Database::buildStatements())
-            ASSERT_TRUE(db.executeStatement(s));
-    }
-
     std::shared_ptr<ImportOperation> import(const QStringList &files, ImportOperation::Snapshot known = {})
     {
         auto op = make(files, std::move(known));
@@ -73,15 +64,10 @@ protected:
             });
     }
 
-    qint64 rows() const
-    {
-        VEKDatabase db;
-        db.initWithURL(library);
-        auto q = db.queryWithStatement(QStringLiteral("SELECT COUNT() FROM t_song"));
-        return q && q->evaluateNextRow() ? q->intValueAtColumn(0) : -1;
-    }
+    qint64 rows() const { return file.number(QStringLiteral("SELECT COUNT() FROM t_song")); }
 
-    QString dir, library;
+    LibraryFile file{QStringLiteral("import")};
+    const QString dir = file.dir, library = file.path;
     qint64 nextID = 0;
 };
 

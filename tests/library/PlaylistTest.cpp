@@ -1,12 +1,12 @@
+#include "library/Playlist.h"
+#include "LibraryFile.h"
 #include "db/VEKDatabaseQuery.h"
 #include "library/Database.h"
 #include "library/LibraryPlaylist.h"
-#include "library/iTunesPlaylist.h"
-#include "library/Playlist.h"
 #include "library/SongPredicate.h"
+#include "library/iTunesPlaylist.h"
 
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <cmath>
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -204,11 +204,9 @@ TEST(PlaylistRows, MakingAPlaylistWritesNoRow)
 {
     // A playlist whose ID is 0 (a migrated one, or a draw of 0) keeps its name whatever else is
     // made.
-    QTemporaryDir dir;
+    const LibraryFile file;
     Database db;
-    ASSERT_TRUE(db.initWithURL(dir.filePath(QStringLiteral("library"))));
-    for (const QString &statement : Database::buildStatements())
-        ASSERT_TRUE(db.executeStatement(statement));
+    ASSERT_TRUE(db.initWithURL(file.path));
     ASSERT_TRUE(db.executeStatement(QStringLiteral("INSERT INTO t_playlist (playlistID, iTunes, name) VALUES (0, 0, 'Mine');")));
     Database::setShared(&db);
     { Playlist plain; iTunesPlaylist fromITunes; LibraryPlaylist library; }

@@ -1,13 +1,14 @@
 // The iTunes read-in: the streaming reader of the XML file, the track filter and conversion, the
 // moved-volume rule, and the operation with its t_playlist rows.
 
+#include "LibraryFile.h"
+#include "db/VEKDatabaseQuery.h"
 #include "iTunesFixture.h"
 #include "library/Database.h"
 #include "library/LoadiTunesOperation.h"
 #include "library/iTunesLibraryParser.h"
 #include "library/iTunesPlaylist.h"
 #include "library/iTunesSong.h"
-#include "db/VEKDatabaseQuery.h"
 #include "support/TestEnvironment.h"
 
 #include <QFile>
@@ -209,23 +210,12 @@ TEST(iTunesSong, AMovedLibraryCarriesItsPathsOver)
 namespace {
 class LoadiTunesTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        dir = TestEnvironment::makeTempDir(QStringLiteral("itunes"));
-        library = dir + QStringLiteral("/library");
-        Database db;
-        ASSERT_TRUE(db.initWithURL(library));
-        for (const QString &s : Database::buildStatements())
-            ASSERT_TRUE(db.executeStatement(s));
-    }
     qint64 iTunesRows() const
     {
-        VEKDatabase db;
-        db.initWithURL(library);
-        auto q = db.queryWithStatement(QStringLiteral("SELECT COUNT() FROM t_playlist WHERE iTunes = 1"));
-        return q && q->evaluateNextRow() ? q->intValueAtColumn(0) : -1;
+        return file.number(QStringLiteral("SELECT COUNT() FROM t_playlist WHERE iTunes = 1"));
     }
-    QString dir, library;
+    LibraryFile file{QStringLiteral("itunes")};
+    const QString dir = file.dir, library = file.path;
 };
 } // namespace
 

@@ -20,7 +20,10 @@ qint64 Pcm::word(float v, int bits)
     return qint64(std::clamp(std::nearbyint(double(v) * scale), -scale, scale - 1));
 }
 
-float Pcm::fromWord(qint64 w, int bits) { return float(double(w) / double(qint64(1) << (bits - 1))); }
+float Pcm::fromWord(qint64 w, int bits)
+{
+    return float(double(w) / double(qint64(1) << (bits - 1)));
+}
 
 QByteArray Pcm::toWords(int bits) const
 {
@@ -53,8 +56,9 @@ Pcm Pcm::fromWords(const QByteArray &bytes, int bits, quint32 channels, int rate
 Pcm Pcm::decodedByFFmpeg(const QString &path, quint32 channels)
 {
     const QString out = TestEnvironment::makeTempDir(QStringLiteral("f32")) + QStringLiteral("/audio.raw");
-    TestEnvironment::ffmpeg(path, out, {QStringLiteral("-map"), QStringLiteral("0:a"), QStringLiteral("-f"),
-                                        QStringLiteral("f32le"), QStringLiteral("-c:a"), QStringLiteral("pcm_f32le")});
+    TestEnvironment::ffmpeg(path, out,
+                            {QStringLiteral("-map"), QStringLiteral("0:a"), QStringLiteral("-f"),
+                             QStringLiteral("f32le"), QStringLiteral("-c:a"), QStringLiteral("pcm_f32le")});
     const QByteArray bytes = TestEnvironment::readFile(out);
     Pcm p{44100, channels, std::vector<float>(size_t(bytes.size()) / sizeof(float))};
     std::memcpy(p.s.data(), bytes.constData(), p.s.size() * sizeof(float));
@@ -85,6 +89,7 @@ testing::AssertionResult sameWords(const Pcm &expected, const Pcm &actual, int b
       << " samples differ";
     if (first != SIZE_MAX)
         r << ", the first at frame " << first / expected.channels << " channel " << first % expected.channels
-          << ": expected " << Pcm::word(expected.s[first], bits) << ", got " << Pcm::word(actual.s[first], bits);
+          << ": expected " << Pcm::word(expected.s[first], bits) << ", got "
+          << Pcm::word(actual.s[first], bits);
     return r;
 }
