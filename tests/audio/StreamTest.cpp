@@ -278,12 +278,13 @@ TEST_F(StreamTest, ReorderingThePlaylistWhileItPlaysNeverUpsetsATransition)
 {
     // Every reorder reloads the silent branch; some of them land in the very buffer in which the
     // landmark wants that branch. The two orders differ after every song but the last, so each
-    // transition shows which order it followed. Three songs in, the order flips once more and
-    // stays: from there on only that order may be heard, never the song prepared before the flip.
+    // transition shows which order it followed. Early in the third song or later (no order
+    // reaches the last song sooner), the order flips once more and stays: from there on only that
+    // order may be heard, never the song prepared before the flip.
     auto stream = makeStream(fakeDevice());
     QList<SongPtr> songs;
     for (const char *name : {"a", "c", "b", "e", "d", "g", "f", "h"})
-        songs.append(song(QString::fromLatin1(name), 0.15));
+        songs.append(song(QString::fromLatin1(name), 0.25));
     const QStringList byName{"a", "b", "c", "d", "e", "f", "g", "h"},
         asAdded{"a", "c", "b", "e", "d", "g", "f", "h"};
     const PlaylistPtr list = playlist(songs);
@@ -301,7 +302,9 @@ TEST_F(StreamTest, ReorderingThePlaylistWhileItPlaysNeverUpsetsATransition)
                 sorted = !sorted;
                 list->setSortKey(sorted ? QStringLiteral("name") : QString());
                 ++reorders;
-                if (heard.size() >= 4)
+                // Only while the song just announced plays, well before its end.
+                if (heard.size() >= 3 && stream->location() < 0.1
+                    && stream->songInPlayerAtIndex(stream->indexOfEnabledPlayer()) == stream->currentSong())
                     settled = heard.size();
             }
             return !stream->isPlaying();
@@ -309,7 +312,7 @@ TEST_F(StreamTest, ReorderingThePlaylistWhileItPlaysNeverUpsetsATransition)
         15000))
         << heard.join(u' ').toStdString();
     EXPECT_GT(reorders, 20);
-    ASSERT_GE(heard.size(), settled);
+    ASSERT_GT(settled, 0) << heard.join(u' ').toStdString();
     ASSERT_EQ(heard.value(0), "a");
     const auto follows = [](const QStringList &order, const QString &from, const QString &to) {
         return order.value(order.indexOf(from) + 1) == to;
