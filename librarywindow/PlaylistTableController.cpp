@@ -6,12 +6,14 @@
 #include "app/ApplicationDelegate.h"
 #include "app/SignalFrontEnd.h"
 #include "core/VEKLocalizedString.h"
+#include "player/MainMenu.h"
 #include "player/PlayerArt.h"
 #include "settings/UserDefaults.h"
 
 #include <QAction>
 #include <QCheckBox>
 #include <QKeyEvent>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTreeView>
@@ -95,6 +97,8 @@ PlaylistTableController::PlaylistTableController(ApplicationDelegate *delegate, 
     m_view->setFont(PlayerArt::font(PlayerArt::Weight::Regular, 14));
 
     m_view->installEventFilter(this);
+    m_view->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(m_view, &QWidget::customContextMenuRequested, this, &PlaylistTableController::showContextMenu);
     m_selectionHandler = [this](const PlaylistPtr &playlist) { m_delegate->setSelectedPlaylist(playlist); };
     connect(m_view->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &PlaylistTableController::selectionDidChange);
@@ -193,6 +197,30 @@ void PlaylistTableController::createPreferredVersion()
     const PlaylistPtr playlist = m_delegate->selectedPlaylist();
     if (playlist)
         m_delegate->createPreferredVersionOfSongs(playlist->songsInManualOrder(), playlist);
+}
+
+void PlaylistTableController::showContextMenu(const QPoint &at)
+{
+    // A right click on a playlist chooses it first, so the commands act on what was clicked.
+    const PlaylistPtr clicked = m_model->playlistAt(m_view->indexAt(at));
+    if (clicked && clicked != m_delegate->selectedPlaylist())
+        m_selectionHandler(clicked);
+    QMenu menu(m_view);
+    menu.addAction(VEKLocalizedString("Commands_fileMenu_newPlaylist"), this,
+                   [this] { m_delegate->newPlaylistWithSongs({}); });
+    menu.addSeparator();
+    const std::pair<const char *, QString> commands[] = {
+        {"rename", VEKLocalizedString("Commands_editMenu_rename")},
+        {"deleteSelection", VEKLocalizedString("Commands_editMenu_delete")},
+        {"createPreferredVersion", MainMenu::createVersionTitle()},
+    };
+    for (const auto &[slot, title] : commands) {
+        QAction *item = menu.addAction(title, this, [this, name = QByteArray(slot)] {
+            QMetaObject::invokeMethod(this, name.constData());
+        });
+        item->setEnabled(validateCommand(QString::fromLatin1(slot), item));
+    }
+    menu.exec(m_view->viewport()->mapToGlobal(at));
 }
 
 bool PlaylistTableController::eventFilter(QObject *watched, QEvent *event)

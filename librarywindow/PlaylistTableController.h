@@ -23,7 +23,8 @@ class QWidget;
 // is neither a library nor locked), Delete deletes it after a confirmation.
 //
 // The view names the controller as its "commandTarget", so the menus' commands reach it while
-// the sidebar has the focus: rename, deleteSelection, createPreferredVersion (see MainMenu).
+// the sidebar has the focus: rename, deleteSelection, createPreferredVersion (see MainMenu). A
+// right click offers them too, with New Playlist.
 // Main thread only.
 class PlaylistTableController : public QObject {
     Q_OBJECT
@@ -66,6 +67,8 @@ protected:
 
 private:
     void selectionDidChange();
+    // New playlist and the commands above, on a right click.
+    void showContextMenu(const QPoint &at);
 
     ApplicationDelegate *m_delegate;
     PlaylistTableModel *m_model;
