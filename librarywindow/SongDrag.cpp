@@ -1,4 +1,5 @@
 #include "SongDrag.h"
+#include "core/VEKPaths.h"
 
 #include "SongIDsMimeData.h"
 
@@ -29,7 +30,7 @@ QVariant SongDrag::retrieveData(const QString &mimeType, QMetaType type) const
         QList<QVariant> urls;
         urls.reserve(m_songs.size());
         for (const SongPtr &song : m_songs)
-            urls.append(QUrl::fromLocalFile(song->URL()));
+            urls.append(VEKPaths::toURL(song->URL()));
         return urls;
     }
     return QMimeData::retrieveData(mimeType, type);

@@ -1,4 +1,5 @@
 #include "SongIDsMimeData.h"
+#include "core/VEKPaths.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -14,7 +15,7 @@ QMimeData *SongIDsMimeData::create(const QList<SongPtr> &songs)
     ids.reserve(songs.size());
     for (const SongPtr &song : songs) {
         ids.append(song->songID());
-        urls.append(QUrl::fromLocalFile(song->URL()));
+        urls.append(VEKPaths::toURL(song->URL()));
     }
     auto *data = new QMimeData;
     data->setData(mimeType, encode(ids));

@@ -1,4 +1,5 @@
 #include "SongTableController.h"
+#include "core/VEKPaths.h"
 
 #include "SongDrag.h"
 #include "SongIDsMimeData.h"
@@ -434,7 +435,7 @@ bool SongTableController::acceptDrop(const QMimeData *data, int row)
         QStringList paths;
         for (const QUrl &url : data->urls())
             if (url.isLocalFile())
-                paths.append(url.toLocalFile());
+                paths.append(VEKPaths::fromURL(url));
         m_delegate->addFilesToLibrary(paths);
         return true;
     }
@@ -469,7 +470,7 @@ void SongTableController::showInFileManager()
     const SongPtr song = m_model->songAt(int(firstSelectedSongIndex()));
     if (!song)
         return;
-    const QUrl file = QUrl::fromLocalFile(song->URL());
+    const QUrl file = VEKPaths::toURL(song->URL());
     // The desktop's file manager shows the file selected; without one the folder opens.
     QDBusMessage call = QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
@@ -477,7 +478,7 @@ void SongTableController::showInFileManager()
     call << QStringList{file.toString()} << QString();
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected() || !bus.send(call))
-        QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(song->URL()).absolutePath()));
+        QDesktopServices::openUrl(VEKPaths::toURL(QFileInfo(song->URL()).absolutePath()));
 }
 
 void SongTableController::createPreferredVersion()

@@ -5,6 +5,7 @@
 #include "librarywindow/SongTable.h"
 #include "app/ApplicationDelegate.h"
 #include "app/SignalFrontEnd.h"
+#include "core/VEKPaths.h"
 #include "library/LibraryPlaylist.h"
 #include "librarywindow/LibraryController.h"
 #include "librarywindow/LibraryWindow.h"
@@ -128,6 +129,18 @@ TEST(SongTableStatusColumn, IsSizedForTheNumberBelowTheLastRow)
     EXPECT_EQ(SongTableController::ordinalColumnWidth(&plain, 0, font), width(QStringLiteral("-1")));
     LibraryPlaylist library;
     EXPECT_EQ(SongTableController::ordinalColumnWidth(&library, 100000, font), 18);
+}
+
+// A song whose file name is not UTF-8 leaves in a drag as the URL of those very bytes.
+TEST(SongTableDrops, FileNamesThatAreNotUtf8LeaveAsTheirBytes)
+{
+    const QString path = VEKPaths::fromNative("/music/caf\xe9.flac");
+    auto song = std::make_shared<Song>();
+    song->setURL(path);
+    std::unique_ptr<QMimeData> data(SongIDsMimeData::create({song}));
+    ASSERT_EQ(data->urls().size(), 1);
+    EXPECT_EQ(data->urls().first().toEncoded(), QByteArray("file:///music/caf%E9.flac"));
+    EXPECT_EQ(VEKPaths::fromURL(data->urls().first()), path);
 }
 
 TEST(SongTableDrops, FilesGoToAnyOpenListAndSongsMoveOnlyInAManualOrder)
