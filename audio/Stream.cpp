@@ -229,6 +229,20 @@ void Stream::settingChanged(const QString &key)
     } else if (key == kConvertorQuality || key == kSteepness || key == kCutoff || key == kPreringing) {
         for (VEKAudioDock *dock : converterDocks())
             updatePlayerConverterQuality(dock->processor().get());
+    } else if (key == kIsExclusive) {
+        // Exclusive use opens the card's own device, which only a new opening of the output
+        // reaches: the one change here that is heard as a restart.
+        if (VEKAudioDevicePtr device = outputDevice(); device && device->supportsExclusive()) {
+            const bool wasRunning = isRunning();
+            stop();
+            uninitialize();
+            if (!device->setIsExclusive(defaults.boolForKey(kIsExclusive), &error))
+                error.alert();
+            if (wasRunning) {
+                initialize();
+                start();
+            }
+        }
     } else if (key == kHeadphones) {
         if (!processorWithIdentifier(QStringLiteral("headphones"))->setSettings(defaults.dictionaryForKey(key), &error))
             error.alert();

@@ -164,6 +164,23 @@ TEST_F(StreamTest, APlaylistPlaysThroughFollowingTheSongRateOnlyWhereItChanges)
     EXPECT_EQ(stream->normalizedLocation(), 0.0f);
 }
 
+TEST_F(StreamTest, ExclusiveUseSwitchedWhilePlayingOpensTheOutputAgainAndGoesOn)
+{
+    auto device = fakeDevice();
+    device->exclusiveSupported = true;
+    auto stream = makeStream(device);
+    const PlaylistPtr list = playlist({song(QStringLiteral("a"), 2.0, 44100)});
+    stream->setPlaylist(list);
+    stream->setCurrentSong(list->objectInSongsAtIndex(0));
+    stream->play();
+    const int opened = device->outputsMade;
+    UserDefaults::standard().setValue(QStringLiteral("isExclusive"), true);
+    EXPECT_TRUE(device->isExclusive());
+    EXPECT_EQ(device->outputsMade, opened + 1);
+    EXPECT_TRUE(stream->isRunning());
+    EXPECT_TRUE(stream->isPlaying());
+}
+
 // --- What reaches the device ---------------------------------------------------------------------
 
 // The notices the front ends show: the negotiated format, whether the song reaches the device

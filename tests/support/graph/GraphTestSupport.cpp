@@ -138,8 +138,12 @@ bool FakeDevice::setSampleRate(double rate, VEKError *)
     return true;
 }
 
-bool FakeDevice::setIsExclusive(bool, VEKError *error)
+bool FakeDevice::setIsExclusive(bool exclusive, VEKError *error)
 {
+    if (exclusiveSupported) {
+        m_exclusive = exclusive;
+        return true;
+    }
     VEKError::set(error,
                   VEKError(QStringLiteral("VEKAudioDevice"), unknownPropertyCode, QStringLiteral("who?")));
     return false;

@@ -83,9 +83,9 @@ public:
     double sampleRate(VEKError * = nullptr) const override { return m_rate; }
     QList<double> availableSampleRates(VEKError * = nullptr) const override { return m_rates; }
     bool setSampleRate(double rate, VEKError * = nullptr) override;
-    bool setIsExclusive(bool, VEKError *error = nullptr) override;
-    bool isExclusive() const override { return false; }
-    bool supportsExclusive() const override { return false; }
+    bool setIsExclusive(bool exclusive, VEKError *error = nullptr) override;
+    bool isExclusive() const override { return m_exclusive; }
+    bool supportsExclusive() const override { return exclusiveSupported; }
     QList<VEKAudioDeviceSource> outputSources(VEKError * = nullptr) const override { return {}; }
     bool setSourceEnabled(quint32, bool, VEKError * = nullptr) override { return false; }
     std::unique_ptr<VEKAudioOutput> createOutput() override;
@@ -94,8 +94,11 @@ public:
 
     QList<double> changes;
     int outputsMade = 0;
+    // Without it, exclusive use is refused as by a device that has no such thing.
+    bool exclusiveSupported = false;
 
 private:
+    bool m_exclusive = false;
     double m_rate;
     double m_speed;
     quint64 m_captureFrames;
