@@ -2,6 +2,7 @@
 
 #include "PlaylistTableItemDelegate.h"
 #include "PlaylistTableModel.h"
+#include "SongIDsMimeData.h"
 
 #include "app/ApplicationDelegate.h"
 #include "app/SignalFrontEnd.h"
@@ -12,9 +13,11 @@
 
 #include <QAction>
 #include <QCheckBox>
+#include <QDropEvent>
 #include <QKeyEvent>
 #include <QMenu>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QPushButton>
 #include <QTreeView>
 
@@ -62,7 +65,8 @@ PlaylistTableController::PlaylistTableController(ApplicationDelegate *delegate, 
     m_view->setAccessibleName(VEKLocalizedString("PlaylistTable_name"));
     m_view->setProperty("commandTarget", QVariant::fromValue<QObject *>(this));
     m_view->setModel(m_model);
-    m_view->setItemDelegate(new PlaylistTableItemDelegate(m_view));
+    m_itemDelegate = new PlaylistTableItemDelegate(m_view);
+    m_view->setItemDelegate(m_itemDelegate);
     m_view->setHeaderHidden(true);
     m_view->setRootIsDecorated(false);
     m_view->setIndentation(0);
@@ -81,6 +85,9 @@ PlaylistTableController::PlaylistTableController(ApplicationDelegate *delegate, 
     m_view->setDragDropMode(QAbstractItemView::DropOnly);
     m_view->setDefaultDropAction(Qt::CopyAction);
     m_view->setDragDropOverwriteMode(true);
+    // The indicator decides where a drop lands (on a row as a whole), but the row that would
+    // take it draws its own rim (see eventFilter): the style's square frame, drawn in the text
+    // colour, is made invisible below.
     m_view->setDropIndicatorShown(true);
     m_view->setMinimumWidth(120);
 
@@ -88,7 +95,8 @@ PlaylistTableController::PlaylistTableController(ApplicationDelegate *delegate, 
     const QColor surface = PlayerArt::panel().lighter(135);
     for (auto role : {QPalette::Base, QPalette::Window, QPalette::AlternateBase})
         palette.setColor(role, surface);
-    palette.setColor(QPalette::Text, PlayerArt::accent());
+    // The rows draw their text themselves; the text colour serves only the drop indicator.
+    palette.setColor(QPalette::Text, Qt::transparent);
     palette.setColor(QPalette::Highlight, PlayerArt::accent().darker(250));
     palette.setColor(QPalette::HighlightedText, Qt::white);
     m_view->setPalette(palette);
@@ -97,6 +105,7 @@ PlaylistTableController::PlaylistTableController(ApplicationDelegate *delegate, 
     m_view->setFont(PlayerArt::font(PlayerArt::Weight::Regular, 14));
 
     m_view->installEventFilter(this);
+    m_view->viewport()->installEventFilter(this);
     m_view->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(m_view, &QWidget::customContextMenuRequested, this, &PlaylistTableController::showContextMenu);
     m_selectionHandler = [this](const PlaylistPtr &playlist) { m_delegate->setSelectedPlaylist(playlist); };
@@ -225,6 +234,29 @@ void PlaylistTableController::showContextMenu(const QPoint &at)
 
 bool PlaylistTableController::eventFilter(QObject *watched, QEvent *event)
 {
+    if (watched == m_view->viewport()) {
+        QModelIndex target;
+        switch (event->type()) {
+        case QEvent::DragEnter:
+        case QEvent::DragMove: {
+            const auto *drag = static_cast<QDropEvent *>(event);
+            const QModelIndex at = m_view->indexAt(drag->position().toPoint());
+            if (drag->mimeData()->hasFormat(SongIDsMimeData::mimeType)
+                && m_model->acceptsDropOn(m_model->playlistAt(at)))
+                target = at;
+            [[fallthrough]];
+        }
+        case QEvent::DragLeave:
+        case QEvent::Drop:
+            if (target != m_itemDelegate->dropTarget()) {
+                m_itemDelegate->setDropTarget(target);
+                m_view->viewport()->update();
+            }
+            break;
+        default: break;
+        }
+        return false;
+    }
     // Keys that an open name editor let pass come here too: they belong to the editor.
     if (watched == m_view && event->type() == QEvent::KeyPress
         && !m_view->indexWidget(m_view->currentIndex())) {

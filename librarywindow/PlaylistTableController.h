@@ -6,6 +6,7 @@
 #include <functional>
 
 class ApplicationDelegate;
+class PlaylistTableItemDelegate;
 class PlaylistTableModel;
 class QAction;
 class QTreeView;
@@ -73,6 +74,7 @@ private:
     ApplicationDelegate *m_delegate;
     PlaylistTableModel *m_model;
     QTreeView *m_view;
+    PlaylistTableItemDelegate *m_itemDelegate;
     SelectionHandler m_selectionHandler;
     // Set while the controller itself moves the selection, which must not go back out.
     bool m_updatingSelection = false;

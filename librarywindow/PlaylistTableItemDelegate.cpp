@@ -73,6 +73,13 @@ void PlaylistTableItemDelegate::paint(QPainter *painter, const QStyleOptionViewI
         path.addRoundedRect(bar, 5, 5);
         painter->fillPath(path, faded(accent, 0.07));
     }
+    if (m_dropTarget.isValid() && m_dropTarget == index) {
+        QPainterPath path;
+        path.addRoundedRect(bar.adjusted(0.75, 0.75, -0.75, -0.75), 5, 5);
+        painter->fillPath(path, faded(accent, 0.14));
+        painter->setPen(QPen(accent, 1.5));
+        painter->drawPath(path);
+    }
 
     const qreal dpr = painter->device() ? painter->device()->devicePixelRatioF() : 1.0;
     const QRect iconRect(r.left() + kInset, r.top() + (r.height() - kIcon) / 2, kIcon, kIcon);
