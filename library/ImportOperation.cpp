@@ -129,8 +129,14 @@ void ImportOperation::Run::walk(const QString &root)
         }
         if (S_ISDIR(st.st_mode)) {
             const FileIdentity folder = identityOf(st);
-            if (seenFolders.contains(folder))
-                continue; // a link back up the tree, or a folder named twice
+            if (seenFolders.contains(folder)) {
+                // A link back up the tree, or a folder named twice. Named after it was passed
+                // over inside another, it still counts as a named path that failed.
+                if (named)
+                    for (Failure &item : op.m_passedOver)
+                        item.named = item.named || item.path == path;
+                continue;
+            }
             seenFolders.insert(folder);
             if (::access(VEKPaths::native(path).constData(), R_OK | X_OK) != 0) {
                 passOver(path, QString::fromLocal8Bit(std::strerror(errno)), named);

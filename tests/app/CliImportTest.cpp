@@ -136,17 +136,18 @@ TEST_F(CliImportTest, NamesThatAreNotUtf8AreKeptByteForByte)
     ::unlink(latin1.constData()); // which the temporary folder's removal would not find
 }
 
-// A folder the user may not read is named with the reason, not counted as empty. Root reads
-// everything, so the import runs as nobody.
+// A folder the user may not read is named with the reason, not counted as empty, and fails the
+// run when it was named (here after its parent). Root reads everything, so the import runs as
+// nobody.
 TEST_F(CliImportTest, AFolderThatMayNotBeReadIsNamedWithItsReason)
 {
     if (::geteuid() != 0 || QStandardPaths::findExecutable(QStringLiteral("setpriv")).isEmpty())
         GTEST_SKIP() << "needs root and setpriv to run an import as another user";
     QTemporaryDir root(QStringLiteral("/tmp/quivera-nobody-XXXXXX"));
-    const QString locked = root.path() + QStringLiteral("/locked");
-    for (const char *dir : {"/data", "/config", "/locked"})
+    const QString locked = root.path() + QStringLiteral("/music/locked");
+    for (const char *dir : {"/data", "/config", "/music/locked"})
         ASSERT_TRUE(QDir().mkpath(root.path() + QLatin1String(dir)));
-    for (const char *dir : {"", "/data", "/config"})
+    for (const char *dir : {"", "/data", "/config", "/music"})
         ASSERT_EQ(::chmod(QFile::encodeName(root.path() + QLatin1String(dir)).constData(), 0777), 0);
     ASSERT_EQ(::chmod(QFile::encodeName(locked).constData(), 0700), 0);
     TestEnvironment::makeSine(locked + QStringLiteral("/a.wav"), 0.1);
@@ -160,7 +161,7 @@ TEST_F(CliImportTest, AFolderThatMayNotBeReadIsNamedWithItsReason)
     p.start(QStringLiteral("setpriv"),
             {QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
              QStringLiteral("--clear-groups"), QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"),
-             QStringLiteral("import"), locked});
+             QStringLiteral("import"), root.path() + QStringLiteral("/music"), locked});
     ASSERT_TRUE(p.waitForFinished(60000));
     const QByteArray out = p.readAllStandardOutput();
     EXPECT_EQ(p.exitCode(), 1) << p.readAllStandardError().constData();
