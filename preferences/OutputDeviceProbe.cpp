@@ -42,9 +42,16 @@ QString OutputDeviceProbe::currentUID() const
         .toString();
 }
 
+void OutputDeviceProbe::activate()
+{
+    if (std::exchange(m_active, true))
+        return;
+    refresh();
+}
+
 void OutputDeviceProbe::refresh()
 {
-    if (!m_probing)
+    if (!m_probing || !m_active)
         return;
     if (m_running) {
         m_again = true;

@@ -20,7 +20,11 @@ public:
 
     const OutputDevices &devices() const { return m_devices; }
     void setDevices(const OutputDevices &devices);
+    // Asks ALSA again, once the probe is active (a card change or a device change before the
+    // preferences were first opened asks nothing).
     void refresh();
+    // The preferences were opened: from now on the picture is kept up to date.
+    void activate();
     // Exclusive use was switched on the device in use.
     void setExclusive(bool exclusive);
 
@@ -36,6 +40,7 @@ private:
 
     QPointer<Stream> m_stream;
     bool m_probing;
+    bool m_active = false;
     bool m_running = false;
     bool m_again = false;
     OutputDevices m_devices;

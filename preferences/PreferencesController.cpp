@@ -36,7 +36,6 @@ PreferencesController::PreferencesController(UserDefaults &defaults, Services se
         output->setSignalPathView(view);
     }
     connect(m_window.get(), &PreferencesWindow::paneChosen, this, &PreferencesController::bringToFront);
-    m_probe->refresh();
     m_window->showPane(0);
 }
 
@@ -65,6 +64,8 @@ void PreferencesController::bringToFront(int index)
 
 void PreferencesController::openPane(const QString &name)
 {
+    // ALSA is asked about the devices from the first opening on, not at every start.
+    m_probe->activate();
     int index = m_window->currentIndex();
     if (PreferencesPane *named = pane(name))
         index = int(m_panes.indexOf(named));
