@@ -37,8 +37,10 @@ CommandsPreferencesPane::CommandsPreferencesPane(UserDefaults &defaults, MainMen
     m_message->setAccessibleName(QStringLiteral("Message"));
     auto *restore = new QPushButton(QStringLiteral("Restore Defaults"), this);
     restore->setObjectName(QStringLiteral("restoreDefaultsButton"));
-    keys->addRow(QString(), {m_message, restore},
-                 QStringLiteral("Click a key and press the new one. A key can serve one command only."));
+    keys->addRow(
+        QString(), {m_message, restore},
+        QStringLiteral("Click a key and press the new one; Backspace leaves the command without one. "
+                       "A key can serve one command only."));
     finishLayout();
     connect(restore, &QPushButton::clicked, this, &CommandsPreferencesPane::restoreDefaults);
     build();
@@ -81,9 +83,12 @@ void CommandsPreferencesPane::build()
         m_table->setCellWidget(row, 1, editor);
         m_editors.insert(command, editor);
         connect(editor, &QKeySequenceEdit::editingFinished, this, [this, command, editor] {
-            // One chord per command: the first one typed.
+            // One chord per command: the first one typed. Backspace or Delete alone clears it.
             const QKeySequence typed = editor->keySequence();
-            assign(command, typed.isEmpty() ? QKeySequence() : QKeySequence(typed[0]));
+            const QKeyCombination first = typed.isEmpty() ? QKeyCombination() : typed[0];
+            const bool clears =
+                first == QKeyCombination(Qt::Key_Backspace) || first == QKeyCombination(Qt::Key_Delete);
+            assign(command, typed.isEmpty() || clears ? QKeySequence() : QKeySequence(first));
         });
     }
 }

@@ -79,6 +79,9 @@ TEST_F(PreferencesWindowTest, AKeyIsTakenAtOnceUnlessAnotherCommandHasIt)
     EXPECT_EQ(next->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_J));
     EXPECT_EQ(UserDefaults::standard().dictionaryForKey(MainMenu::shortcutsKey()).value(next->objectName()).toString(),
               u"Ctrl+J"_s);
+    editor->setKeySequence(QKeySequence(Qt::Key_Backspace));
+    emit editor->editingFinished();
+    EXPECT_TRUE(next->shortcut().isEmpty());
     // The old key is free again, and back at the built-in key the entry goes.
     EXPECT_TRUE(pane->assign(command(u"Commands_controlsMenu_previous"_s), before));
     EXPECT_TRUE(pane->assign(command(u"Commands_controlsMenu_previous"_s), QKeySequence(Qt::CTRL | Qt::Key_Left)));
