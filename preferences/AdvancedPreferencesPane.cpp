@@ -9,9 +9,9 @@
 
 #include <QCheckBox>
 #include <QComboBox>
-#include <QLabel>
 #include <QDir>
 #include <QFileInfo>
+#include <QLabel>
 
 namespace {
 const QString kDither = QStringLiteral("ditherProperties");
@@ -28,8 +28,8 @@ QCheckBox *makeCheck(QWidget *parent, const char *name, const QString &text)
 }
 } // namespace
 
-AdvancedPreferencesPane::AdvancedPreferencesPane(UserDefaults &defaults, OutputDeviceProbe *probe, Stream *stream,
-                                                 QWidget *parent)
+AdvancedPreferencesPane::AdvancedPreferencesPane(UserDefaults &defaults, OutputDeviceProbe *probe,
+                                                 Stream *stream, QWidget *parent)
     : PreferencesPane(defaults, parent), m_probe(probe), m_stream(stream)
 {
     PreferencesSection *device = addSection(QStringLiteral("Device and files"));
@@ -64,17 +64,21 @@ AdvancedPreferencesPane::AdvancedPreferencesPane(UserDefaults &defaults, OutputD
     PreferencesSection *converter = addSection(QStringLiteral("Tunable converter"));
     m_presets = makePopup(QStringLiteral("presetsPopup"), QStringLiteral("Preset"));
     m_presets->setPlaceholderText(QStringLiteral("Choose a preset"));
-    const QFileInfoList files = QDir(kPresets).entryInfoList({QStringLiteral("*.plist")}, QDir::Files, QDir::Name);
+    const QFileInfoList files =
+        QDir(kPresets).entryInfoList({QStringLiteral("*.plist")}, QDir::Files, QDir::Name);
     for (const QFileInfo &file : files)
         m_presets->addItem(file.completeBaseName(), VEKPropertyList::readFile(file.filePath()));
     m_presets->setCurrentIndex(-1);
     converter->addRow(QStringLiteral("Preset"), m_presets);
     m_steepness = makeSlider("filterSteepnessSlider", QStringLiteral("Filter steepness"), 0.0, 300.0, 300);
-    converter->addRow(QStringLiteral("Filter steepness"), QList<QWidget *>{m_steepness, m_steepness->makeValueLabel(this)});
+    converter->addRow(QStringLiteral("Filter steepness"),
+                      QList<QWidget *>{m_steepness, m_steepness->makeValueLabel(this)});
     m_cutoff = makeSlider("cutoffScalingSlider", QStringLiteral("Cutoff scaling"), 0.8, 1.2, 400);
-    converter->addRow(QStringLiteral("Cutoff scaling"), QList<QWidget *>{m_cutoff, m_cutoff->makeValueLabel(this)});
+    converter->addRow(QStringLiteral("Cutoff scaling"),
+                      QList<QWidget *>{m_cutoff, m_cutoff->makeValueLabel(this)});
     m_preringing = makeSlider("preringingSlider", QStringLiteral("Pre-ringing"), 0.0, 2.0, 200);
-    converter->addRow(QStringLiteral("Pre-ringing"), QList<QWidget *>{m_preringing, m_preringing->makeValueLabel(this)},
+    converter->addRow(QStringLiteral("Pre-ringing"),
+                      QList<QWidget *>{m_preringing, m_preringing->makeValueLabel(this)},
                       QStringLiteral("0 rings only after a transient (minimum phase), 1 evenly on both sides "
                                      "(linear phase)."));
     finishLayout();
@@ -85,7 +89,8 @@ AdvancedPreferencesPane::AdvancedPreferencesPane(UserDefaults &defaults, OutputD
         updateControls();
     });
     connect(m_shape, &QComboBox::activated, this, [this](int index) {
-        const bool shaped = this->defaults().dictionaryForKey(kDither).value(QStringLiteral("type")).toLongLong() == 2;
+        const bool shaped =
+            this->defaults().dictionaryForKey(kDither).value(QStringLiteral("type")).toLongLong() == 2;
         storeDither(shaped ? QStringLiteral("mbitShape") : QStringLiteral("basicShape"), index);
     });
     connect(m_amount, &QComboBox::activated, this,
@@ -99,7 +104,8 @@ AdvancedPreferencesPane::AdvancedPreferencesPane(UserDefaults &defaults, OutputD
     connect(m_silenceHarmonics, &QCheckBox::clicked, this,
             [this](bool on) { storeDither(QStringLiteral("silenceHarmonics"), int(on)); });
     connect(m_presets, &QComboBox::activated, this, &AdvancedPreferencesPane::presetChosen);
-    for (auto [slider, key] : {std::pair{m_steepness, kSteepness}, {m_cutoff, kCutoff}, {m_preringing, kPreringing}}) {
+    for (auto [slider, key] :
+         {std::pair{m_steepness, kSteepness}, {m_cutoff, kCutoff}, {m_preringing, kPreringing}}) {
         connect(slider, &VEKSlider::edited, this, [this, key = key](double value) {
             this->defaults().setValue(key, float(value));
             updateControls();
@@ -113,8 +119,8 @@ QString AdvancedPreferencesPane::subtitle() const
     return QStringLiteral("Fine points of the device, the dither and the sample-rate converter.");
 }
 
-VEKSlider *AdvancedPreferencesPane::makeSlider(const char *name, const QString &accessibleName, double minimum,
-                                               double maximum, int steps)
+VEKSlider *AdvancedPreferencesPane::makeSlider(const char *name, const QString &accessibleName,
+                                               double minimum, double maximum, int steps)
 {
     auto *slider = new VEKSlider(Qt::Horizontal, this);
     slider->setObjectName(QString::fromLatin1(name));
@@ -138,12 +144,11 @@ void AdvancedPreferencesPane::paneWillBecomeFront()
     const qint64 type = defaults().dictionaryForKey(kDither).value(QStringLiteral("type")).toLongLong();
     const bool shaped = type >= 2;
     m_shape->clear();
-    const QStringList shapes = shaped ? QStringList{QStringLiteral("None"), QStringLiteral("Light"),
-                                                    QStringLiteral("Medium"), QStringLiteral("High"),
-                                                    QStringLiteral("Ultra")}
-                                      : QStringList{QStringLiteral("None"), QStringLiteral("Simple"),
-                                                    QStringLiteral("Clear"), QStringLiteral("Psych5"),
-                                                    QStringLiteral("Psych9")};
+    const QStringList shapes =
+        shaped ? QStringList{QStringLiteral("None"), QStringLiteral("Light"), QStringLiteral("Medium"),
+                             QStringLiteral("High"), QStringLiteral("Ultra")}
+               : QStringList{QStringLiteral("None"), QStringLiteral("Simple"), QStringLiteral("Clear"),
+                             QStringLiteral("Psych5"), QStringLiteral("Psych9")};
     m_shape->addItems(shapes);
     m_numberOfBits->setEnabled(!shaped);
     m_amount->setEnabled(shaped);
@@ -157,11 +162,15 @@ void AdvancedPreferencesPane::updateControls()
     m_exclusive->setChecked(exclusivity == 2);
     m_loadIntoMemory->setChecked(defaults().boolForKey(QStringLiteral("loadIntoMemory")));
     const QVariantMap dither = defaults().dictionaryForKey(kDither);
-    const auto index = [&dither](const char *key) { return int(dither.value(QString::fromLatin1(key)).toLongLong()); };
+    const auto index = [&dither](const char *key) {
+        return int(dither.value(QString::fromLatin1(key)).toLongLong());
+    };
     const bool shaped = index("type") > 1;
-    m_shape->setCurrentIndex(std::clamp(index(shaped ? "mbitShape" : "basicShape"), -1, int(m_shape->count()) - 1));
+    m_shape->setCurrentIndex(
+        std::clamp(index(shaped ? "mbitShape" : "basicShape"), -1, int(m_shape->count()) - 1));
     m_amount->setCurrentIndex(std::clamp(index("mbitAmount"), -1, int(m_amount->count()) - 1));
-    m_numberOfBits->setCurrentIndex(std::clamp(index("basicNumberOfBits") - 1, -1, int(m_numberOfBits->count()) - 1));
+    m_numberOfBits->setCurrentIndex(
+        std::clamp(index("basicNumberOfBits") - 1, -1, int(m_numberOfBits->count()) - 1));
     m_autoBlanking->setChecked(index("autoBlanking"));
     m_minimizePeaks->setChecked(index("minimizePeaks"));
     m_silenceHarmonics->setChecked(index("silenceHarmonics"));

@@ -39,7 +39,8 @@ private:
     void storeDither(const QString &key, const QVariant &value);
     void exclusiveChanged(bool on);
     void presetChosen(int index);
-    VEKSlider *makeSlider(const char *name, const QString &accessibleName, double minimum, double maximum, int steps);
+    VEKSlider *makeSlider(const char *name, const QString &accessibleName, double minimum, double maximum,
+                          int steps);
 
     OutputDeviceProbe *m_probe;
     QPointer<Stream> m_stream;

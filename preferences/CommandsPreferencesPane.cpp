@@ -112,8 +112,9 @@ bool CommandsPreferencesPane::assign(QAction *command, const QKeySequence &key)
     if (!key.isEmpty()) {
         for (QAction *other : m_menu->commands()) {
             if (other != command && other->shortcut() == key) {
-                m_message->setText(QStringLiteral("%1 is already the key of “%2”.")
-                                       .arg(key.toString(QKeySequence::NativeText), other->text().remove(u'&')));
+                m_message->setText(
+                    QStringLiteral("%1 is already the key of “%2”.")
+                        .arg(key.toString(QKeySequence::NativeText), other->text().remove(u'&')));
                 paneWillBecomeFront();
                 return false;
             }

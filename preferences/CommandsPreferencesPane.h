@@ -12,9 +12,9 @@ class QLabel;
 class QTableWidget;
 
 // The keys of the menu commands: one row per command, grouped by menu, each with an editor of
-// its key (Backspace clears it). A key already used by another command is refused with a message; a key taken
-// is stored in `keyboardShortcuts` (command name to key, empty for none; a command at its built-in key has no
-// entry), which the menu applies at once.
+// its key (Backspace clears it). A key already used by another command is refused with a
+// message; a key taken is stored in `keyboardShortcuts` (command name to key, empty for none; a
+// command at its built-in key has no entry), which the menu applies at once.
 class CommandsPreferencesPane : public PreferencesPane {
     Q_OBJECT
 public:

@@ -41,8 +41,9 @@ GeneralPreferencesPane::GeneralPreferencesPane(UserDefaults &defaults, QWidget *
                    QStringLiteral("The shapes and amounts of each type are in Advanced."));
     finishLayout();
 
-    connect(m_meteringPoint, &QComboBox::activated, this,
-            [this] { this->defaults().setValue(QStringLiteral("meterPoint"), selectedTag(m_meteringPoint)); });
+    connect(m_meteringPoint, &QComboBox::activated, this, [this] {
+        this->defaults().setValue(QStringLiteral("meterPoint"), selectedTag(m_meteringPoint));
+    });
     connect(m_volumeKnob, &QComboBox::activated, this,
             [this] { this->defaults().setValue(QStringLiteral("volumeKnob"), selectedTag(m_volumeKnob)); });
     connect(m_ditherEnabled, &QCheckBox::clicked, this,

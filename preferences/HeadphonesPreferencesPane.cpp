@@ -37,14 +37,17 @@ HeadphonesPreferencesPane::HeadphonesPreferencesPane(UserDefaults &defaults, QWi
                       QStringLiteral("Each ear hears a little of the other channel, late and softened by the "
                                      "head, as from a pair of speakers."));
     m_speakerAngle = makeSlider("speakerAngleSlider", QStringLiteral("Speaker angle"), 0.0, 60.0, 60);
-    crossfeed->addRow(QStringLiteral("Speaker angle"), QList<QWidget *>{m_speakerAngle, m_speakerAngle->makeValueLabel(this)});
+    crossfeed->addRow(QStringLiteral("Speaker angle"),
+                      QList<QWidget *>{m_speakerAngle, m_speakerAngle->makeValueLabel(this)});
     m_crossfeedType = makePopup(QStringLiteral("crossfeedTypePopup"), QStringLiteral("Room"));
     addTaggedItem(m_crossfeedType, QStringLiteral("Natural"), 1);
     addTaggedItem(m_crossfeedType, QStringLiteral("Dense"), 2);
     addTaggedItem(m_crossfeedType, QStringLiteral("Light"), 3);
     crossfeed->addRow(QStringLiteral("Type"), m_crossfeedType);
-    m_crossfeedAmount = makeSlider("crossfeedAmountSlider", QStringLiteral("Crossfeed amount"), 0.0, 1.5, 150);
-    crossfeed->addRow(QStringLiteral("Amount"), QList<QWidget *>{m_crossfeedAmount, m_crossfeedAmount->makeValueLabel(this)});
+    m_crossfeedAmount =
+        makeSlider("crossfeedAmountSlider", QStringLiteral("Crossfeed amount"), 0.0, 1.5, 150);
+    crossfeed->addRow(QStringLiteral("Amount"),
+                      QList<QWidget *>{m_crossfeedAmount, m_crossfeedAmount->makeValueLabel(this)});
     m_crossfeedClip = new QCheckBox(QStringLiteral("Prevent clipping"), this);
     m_crossfeedClip->setObjectName(QStringLiteral("crossfeedPreventClippingButton"));
     crossfeed->addRow(QString(), m_crossfeedClip);
@@ -55,13 +58,15 @@ HeadphonesPreferencesPane::HeadphonesPreferencesPane(UserDefaults &defaults, QWi
         addTaggedItem(m_trebleFrequency, QStringLiteral("%1 Hz").arg(hz), hz);
     m_treble = makeSlider("trebleSlider", QStringLiteral("Treble"), -6.0, 6.0, 1200);
     m_trebleFrequency->setMinimumWidth(110);
-    tone->addRow(QStringLiteral("Treble"), QList<QWidget *>{m_treble, m_treble->makeValueLabel(this), m_trebleFrequency});
+    tone->addRow(QStringLiteral("Treble"),
+                 QList<QWidget *>{m_treble, m_treble->makeValueLabel(this), m_trebleFrequency});
     m_bassFrequency = makePopup(QStringLiteral("bassFrequencyPopup"), QStringLiteral("Bass frequency"));
     for (int hz : {100, 150, 250, 400, 600})
         addTaggedItem(m_bassFrequency, QStringLiteral("%1 Hz").arg(hz), hz);
     m_bass = makeSlider("bassSlider", QStringLiteral("Bass"), -6.0, 6.0, 1200);
     m_bassFrequency->setMinimumWidth(110);
-    tone->addRow(QStringLiteral("Bass"), QList<QWidget *>{m_bass, m_bass->makeValueLabel(this), m_bassFrequency});
+    tone->addRow(QStringLiteral("Bass"),
+                 QList<QWidget *>{m_bass, m_bass->makeValueLabel(this), m_bassFrequency});
     m_eqClip = new QCheckBox(QStringLiteral("Prevent clipping"), this);
     m_eqClip->setObjectName(QStringLiteral("eqPreventClippingButton"));
     tone->addRow(QString(), m_eqClip);
@@ -75,12 +80,14 @@ HeadphonesPreferencesPane::HeadphonesPreferencesPane(UserDefaults &defaults, QWi
     m_phase = new PreferencesSegments({QStringLiteral("Normal"), QStringLiteral("Inverted")}, this);
     m_phase->setObjectName(QStringLiteral("phaseControl"));
     channels->addRow(QStringLiteral("Phase"), m_phase);
-    m_solo = new PreferencesSegments({QStringLiteral("Both"), QStringLiteral("Left"), QStringLiteral("Right")}, this);
+    m_solo = new PreferencesSegments(
+        {QStringLiteral("Both"), QStringLiteral("Left"), QStringLiteral("Right")}, this);
     m_solo->setObjectName(QStringLiteral("soloControl"));
     channels->addRow(QStringLiteral("Listen to"), m_solo);
     finishLayout();
 
-    connect(m_enabled, &QCheckBox::clicked, this, [this](bool on) { store(QStringLiteral("enabled"), int(on)); });
+    connect(m_enabled, &QCheckBox::clicked, this,
+            [this](bool on) { store(QStringLiteral("enabled"), int(on)); });
     connect(m_speakerAngle, &VEKSlider::edited, this,
             [this](double v) { store(QStringLiteral("speakerAngle"), float(v)); });
     connect(m_crossfeedType, &QComboBox::activated, this,
@@ -91,14 +98,16 @@ HeadphonesPreferencesPane::HeadphonesPreferencesPane(UserDefaults &defaults, QWi
             [this](bool on) { store(QStringLiteral("crossfeedClipProtectionEnabled"), int(on)); });
     connect(m_trebleFrequency, &QComboBox::activated, this,
             [this] { store(QStringLiteral("trebleFrequency"), selectedTag(m_trebleFrequency)); });
-    connect(m_treble, &VEKSlider::edited, this, [this](double v) { store(QStringLiteral("treble"), tenths(v)); });
+    connect(m_treble, &VEKSlider::edited, this,
+            [this](double v) { store(QStringLiteral("treble"), tenths(v)); });
     connect(m_bassFrequency, &QComboBox::activated, this,
             [this] { store(QStringLiteral("bassFrequency"), selectedTag(m_bassFrequency)); });
     connect(m_bass, &VEKSlider::edited, this, [this](double v) { store(QStringLiteral("bass"), tenths(v)); });
     connect(m_eqClip, &QCheckBox::clicked, this,
             [this](bool on) { store(QStringLiteral("eqClipProtectionEnabled"), int(on)); });
     connect(m_mono, &QCheckBox::clicked, this, [this](bool on) { store(QStringLiteral("mono"), int(on)); });
-    connect(m_swap, &QCheckBox::clicked, this, [this](bool on) { store(QStringLiteral("swapped"), int(on)); });
+    connect(m_swap, &QCheckBox::clicked, this,
+            [this](bool on) { store(QStringLiteral("swapped"), int(on)); });
     connect(m_phase, &PreferencesSegments::segmentChosen, this,
             [this](int segment) { store(QStringLiteral("outOfPhase"), segment); });
     connect(m_solo, &PreferencesSegments::segmentChosen, this,
@@ -110,8 +119,8 @@ QString HeadphonesPreferencesPane::subtitle() const
     return QStringLiteral("Make headphones sound more like a pair of speakers in a room.");
 }
 
-VEKSlider *HeadphonesPreferencesPane::makeSlider(const char *name, const QString &accessibleName, double minimum,
-                                                 double maximum, int steps)
+VEKSlider *HeadphonesPreferencesPane::makeSlider(const char *name, const QString &accessibleName,
+                                                 double minimum, double maximum, int steps)
 {
     auto *slider = new VEKSlider(Qt::Horizontal, this);
     slider->setObjectName(QString::fromLatin1(name));

@@ -32,7 +32,8 @@ public:
 private:
     void updateControls();
     void store(const QString &key, const QVariant &value);
-    VEKSlider *makeSlider(const char *name, const QString &accessibleName, double minimum, double maximum, int steps);
+    VEKSlider *makeSlider(const char *name, const QString &accessibleName, double minimum, double maximum,
+                          int steps);
 
     QCheckBox *m_enabled = nullptr;
     VEKSlider *m_speakerAngle = nullptr;

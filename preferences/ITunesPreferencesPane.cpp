@@ -14,14 +14,16 @@ const QString kAccess = QStringLiteral("accessiTunesLibrary");
 const QString kLocation = QStringLiteral("iTunesLibraryLocation");
 }
 
-ITunesPreferencesPane::ITunesPreferencesPane(UserDefaults &defaults, std::function<void()> rescan, QWidget *parent)
+ITunesPreferencesPane::ITunesPreferencesPane(UserDefaults &defaults, std::function<void()> rescan,
+                                             QWidget *parent)
     : PreferencesPane(defaults, parent), m_rescan(std::move(rescan))
 {
     PreferencesSection *library = addSection(QStringLiteral("iTunes library"));
     m_access = new QCheckBox(QStringLiteral("Show the songs and playlists of the iTunes library"), this);
     m_access->setObjectName(QStringLiteral("accessButton"));
-    library->addRow(QString(), m_access,
-                    QStringLiteral("They are read, never changed. Turning this off takes them out of the sidebar."));
+    library->addRow(
+        QString(), m_access,
+        QStringLiteral("They are read, never changed. Turning this off takes them out of the sidebar."));
     m_location = new QLabel(this);
     m_location->setObjectName(QStringLiteral("locationText"));
     m_location->setTextInteractionFlags(Qt::TextSelectableByMouse);

@@ -14,7 +14,10 @@ PreferencesSegments::PreferencesSegments(const QStringList &titles, QWidget *par
     for (int i = 0; i < titles.size(); ++i) {
         auto *button = new QPushButton(titles[i], this);
         button->setCheckable(true);
-        const char *place = titles.size() == 1 ? "only" : i == 0 ? "first" : i == titles.size() - 1 ? "last" : "middle";
+        const char *place = titles.size() == 1       ? "only"
+                            : i == 0                 ? "first"
+                            : i == titles.size() - 1 ? "last"
+                                                     : "middle";
         button->setProperty("segment", QString::fromLatin1(place));
         m_group->addButton(button, i);
         row->addWidget(button);

@@ -62,15 +62,17 @@ PreferredFormatPreferencesPane::PreferredFormatPreferencesPane(UserDefaults &def
     m_sliderMinimum->setObjectName(QStringLiteral("PreferencesNote"));
     m_sliderMaximum->setObjectName(QStringLiteral("PreferencesNote"));
     m_slider->setAccessibleName(QStringLiteral("Quality"));
-    m_sliderLabel = format->addRow(VEKLocalizedString("PreferredFormatPreferencesPane_quality"),
-                                   {m_sliderMinimum, m_slider, m_sliderMaximum},
-                   QStringLiteral("Vorbis's quality and FLAC's compression share this one value."));
+    m_sliderLabel =
+        format->addRow(VEKLocalizedString("PreferredFormatPreferencesPane_quality"),
+                       {m_sliderMinimum, m_slider, m_sliderMaximum},
+                       QStringLiteral("Vorbis's quality and FLAC's compression share this one value."));
 
     PreferencesSection *adding = addSection(QStringLiteral("Adding songs"));
     m_createPreferred = new QCheckBox(QStringLiteral("Convert songs to this format as they are added"), this);
     m_createPreferred->setObjectName(QStringLiteral("createPreferredButton"));
-    adding->addRow(QString(), m_createPreferred,
-                   QStringLiteral("The converted copy is made beside the original, which stays in the library."));
+    adding->addRow(
+        QString(), m_createPreferred,
+        QStringLiteral("The converted copy is made beside the original, which stays in the library."));
     finishLayout();
 
     connect(m_format, &QComboBox::activated, this, [this](int index) {

@@ -57,7 +57,8 @@ protected:
     QVariantMap record() const { return d.dictionaryForKey(u"preferredFormat"_s); }
     bool rateEnabled(qint64 tag) const
     {
-        return rate->model()->flags(rate->model()->index(rate->findData(QVariant(tag)), 0)) & Qt::ItemIsEnabled;
+        return rate->model()->flags(rate->model()->index(rate->findData(QVariant(tag)), 0))
+               & Qt::ItemIsEnabled;
     }
 };
 
@@ -74,7 +75,8 @@ TEST_F(PreferredFormatTest, AFormatChangeDropsRateAndBitsKeepsQualityAndRebuilds
 {
     pane.paneWillBecomeFront();
     choose(format, u"FLAC"_s);
-    EXPECT_EQ(items(bits), (QStringList{u"No preference"_s, QString(), u"16-bit"_s, u"20-bit"_s, u"24-bit"_s}));
+    EXPECT_EQ(items(bits),
+              (QStringList{u"No preference"_s, QString(), u"16-bit"_s, u"20-bit"_s, u"24-bit"_s}));
     EXPECT_TRUE(slider->isEnabled());
     drag(slider, 0.25);
     chooseTag(bits, 24);

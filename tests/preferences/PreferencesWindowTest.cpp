@@ -1,13 +1,13 @@
 // The preferences as the program makes them: the panes in their order behind the menu's items,
 // and the Commands pane, whose keys the menu takes at once and where a key in use is refused.
 
+#include "preferences/PreferencesWindow.h"
 #include "app/ApplicationDelegate.h"
 #include "outputs/VEKAudioDevice.h"
 #include "player/MainMenu.h"
 #include "preferences/CommandsPreferencesPane.h"
 #include "preferences/PreferencesController.h"
 #include "preferences/PreferencesPane.h"
-#include "preferences/PreferencesWindow.h"
 #include "settings/UserDefaults.h"
 #include "support/TestEnvironment.h"
 #include "windowed/WindowedApplication.h"
@@ -64,7 +64,8 @@ TEST_F(PreferencesWindowTest, TheHeadphonesItemOpensItsPaneAmongTheSevenInOrder)
 
 TEST_F(PreferencesWindowTest, AKeyIsTakenAtOnceUnlessAnotherCommandHasIt)
 {
-    auto *pane = static_cast<CommandsPreferencesPane *>(app.preferencesController()->pane(u"CommandsPreferencesPane"_s));
+    auto *pane = static_cast<CommandsPreferencesPane *>(
+        app.preferencesController()->pane(u"CommandsPreferencesPane"_s));
     QAction *next = app.mainMenu()->action(A::Next);
     const QKeySequence before = next->shortcut();
 
@@ -77,15 +78,21 @@ TEST_F(PreferencesWindowTest, AKeyIsTakenAtOnceUnlessAnotherCommandHasIt)
     editor->setKeySequence(QKeySequence(Qt::CTRL | Qt::Key_J));
     emit editor->editingFinished();
     EXPECT_EQ(next->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_J));
-    EXPECT_EQ(UserDefaults::standard().dictionaryForKey(MainMenu::shortcutsKey()).value(next->objectName()).toString(),
+    EXPECT_EQ(UserDefaults::standard()
+                  .dictionaryForKey(MainMenu::shortcutsKey())
+                  .value(next->objectName())
+                  .toString(),
               u"Ctrl+J"_s);
     editor->setKeySequence(QKeySequence(Qt::Key_Backspace));
     emit editor->editingFinished();
     EXPECT_TRUE(next->shortcut().isEmpty());
     // The old key is free again, and back at the built-in key the entry goes.
     EXPECT_TRUE(pane->assign(command(u"Commands_controlsMenu_previous"_s), before));
-    EXPECT_TRUE(pane->assign(command(u"Commands_controlsMenu_previous"_s), QKeySequence(Qt::CTRL | Qt::Key_Left)));
-    EXPECT_FALSE(UserDefaults::standard().dictionaryForKey(MainMenu::shortcutsKey()).contains(u"Commands_controlsMenu_previous"_s));
+    EXPECT_TRUE(
+        pane->assign(command(u"Commands_controlsMenu_previous"_s), QKeySequence(Qt::CTRL | Qt::Key_Left)));
+    EXPECT_FALSE(UserDefaults::standard()
+                     .dictionaryForKey(MainMenu::shortcutsKey())
+                     .contains(u"Commands_controlsMenu_previous"_s));
 }
 
 } // namespace
