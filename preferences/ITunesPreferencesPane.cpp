@@ -1,5 +1,6 @@
 #include "ITunesPreferencesPane.h"
 
+#include "ITunesLibraryFileFilter.h"
 #include "PreferencesSection.h"
 #include "settings/UserDefaults.h"
 
@@ -67,8 +68,10 @@ QFileDialog *ITunesPreferencesPane::makeChooser()
     // Our own dialog: the desktop's may not honour a filter of exact names.
     chooser->setOption(QFileDialog::DontUseNativeDialog);
     chooser->setFileMode(QFileDialog::ExistingFile);
-    // A filter's patterns are split at spaces, so the space in each name is matched by '?'.
+    // A filter's patterns are split at spaces, so the space in each name is matched by '?'; the
+    // proxy then keeps the two exact names only.
     chooser->setNameFilter(QStringLiteral("iTunes library (iTunes?Music?Library.xml iTunes?Library.xml)"));
+    chooser->setProxyModel(new ITunesLibraryFileFilter(chooser));
     chooser->setDirectory(folderText(defaults().stringForKey(kLocation)));
     return chooser;
 }

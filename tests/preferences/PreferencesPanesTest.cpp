@@ -7,6 +7,7 @@
 #include "preferences/AdvancedPreferencesPane.h"
 #include "preferences/GeneralPreferencesPane.h"
 #include "preferences/HeadphonesPreferencesPane.h"
+#include "preferences/ITunesLibraryFileFilter.h"
 #include "preferences/ITunesPreferencesPane.h"
 #include "preferences/OutputDeviceProbe.h"
 #include "preferences/PreferencesSegments.h"
@@ -120,6 +121,10 @@ TEST(ITunesPane, TheLocationIsShownAsItsFolderAndStoredWithATilde)
     std::unique_ptr<QFileDialog> chooser(pane.makeChooser());
     EXPECT_EQ(chooser->fileMode(), QFileDialog::ExistingFile);
     EXPECT_TRUE(chooser->nameFilters().first().contains(u"iTunes?Library.xml"_s));
+    // The filter's '?' stands for the space; other names that fit it are not shown.
+    EXPECT_TRUE(ITunesLibraryFileFilter::accepts(u"iTunes Music Library.xml"_s, false));
+    EXPECT_FALSE(ITunesLibraryFileFilter::accepts(u"iTunes_Library.xml"_s, false));
+    EXPECT_TRUE(ITunesLibraryFileFilter::accepts(u"Music"_s, true));
 }
 
 class HeadphonesTest : public ::testing::Test {
