@@ -243,6 +243,8 @@ private:
     bool buildLibraryFile(const QString &path);
 
     void updateAllControls();
+    // A song's own fields (its tags) changed: searched views are filtered anew.
+    void songFieldsDidChange();
     // Writes the song's tags, size and sort numbers to its row of the library file.
     bool storeSongFacts(const Song &song, VEKError *error);
     void queueOperation(const std::shared_ptr<Operation> &operation);

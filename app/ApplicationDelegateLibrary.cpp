@@ -103,6 +103,14 @@ qint64 ApplicationDelegate::uniquePlaylistID() const
     }
 }
 
+void ApplicationDelegate::songFieldsDidChange()
+{
+    // A searched playlist keeps its filtered view until told that what it filtered changed.
+    for (const QList<PlaylistPtr> *lists : {&m_localPlaylists, &m_iTunesPlaylists})
+        for (const PlaylistPtr &playlist : *lists)
+            playlist->invalidateView();
+}
+
 void ApplicationDelegate::setMetadataForSong(const QVariantMap &metadata, const SongPtr &song)
 {
     if (!song)
@@ -116,6 +124,7 @@ void ApplicationDelegate::setMetadataForSong(const QVariantMap &metadata, const 
     VEKError error;
     bool ok = song->setMetadata(metadata, &error) && storeSongFacts(*song, &error);
     if (ok) {
+        songFieldsDidChange();
         refreshCurrentSongs();
         if (paused)
             streamPlay();
@@ -152,8 +161,10 @@ void ApplicationDelegate::setMetadataForSongInBackground(const QVariantMap &meta
                     *song = *copy;
                     ok = storeSongFacts(*song, error.get());
                 }
-                if (ok)
+                if (ok) {
+                    songFieldsDidChange();
                     refreshCurrentSongs();
+                }
                 // The file is whole either way (it is replaced only when complete): play on.
                 if (paused)
                     streamPlay();

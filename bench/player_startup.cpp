@@ -11,6 +11,7 @@
 #include "library/Database.h"
 #include "player/PlayerController.h"
 #include "player/PlayerWindow.h"
+#include "support/BenchLibrary.h"
 #include "windowed/WindowedApplication.h"
 
 #include <QApplication>
@@ -31,40 +32,6 @@ qint64 monotonicNs()
     timespec t{};
     clock_gettime(CLOCK_MONOTONIC, &t);
     return qint64(t.tv_sec) * 1000000000 + t.tv_nsec;
-}
-
-void makeLibrary(const QString &path, int songCount)
-{
-    Database db;
-    if (!db.initWithURL(path)) {
-        std::fprintf(stderr, "cannot create %s\n", qPrintable(path));
-        std::exit(1);
-    }
-    VEKDatabaseTransaction tx(&db);
-    for (const QString &s : Database::buildStatements())
-        db.executeStatement(s);
-    auto insert = db.queryWithStatement(Database::insertSongStatement);
-    const QDateTime added = QDateTime::currentDateTimeUtc();
-    for (int i = 0; i < songCount; ++i) {
-        Song s;
-        s.setSongID(-(i + 1));
-        const int artist = (i * 7919) % 5000;
-        s.setURL(QStringLiteral("/music/Artist %1/Album/%2 Song.flac").arg(artist).arg(i));
-        s.setName(QStringLiteral("Song number %1").arg(i));
-        s.setArtist(QStringLiteral("Artist %1").arg(artist));
-        s.setAlbum(QStringLiteral("Album of %1").arg(artist));
-        s.setKind(QStringLiteral("FLAC Audio File"));
-        s.setTrack(QStringLiteral("%1 of 12").arg(i % 12 + 1));
-        s.setLength(180.0 + i % 200);
-        s.setSize(30000000 + quint64(i));
-        s.setSampleRate(44100);
-        s.setBitrate(900000);
-        s.setDateAdded(added.addSecs(-i));
-        insert->reset();
-        Database::bindSongForInsert(*insert, s);
-        insert->execute();
-    }
-    tx.commit();
 }
 
 // The child: the windowed launch as `quivera` runs it, then the moment its window is exposed.
@@ -92,12 +59,6 @@ int runChild(int argc, char **argv)
     return 0;
 }
 
-double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v.empty() ? 0 : v[v.size() / 2];
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -123,7 +84,7 @@ int main(int argc, char **argv)
     QDir().mkpath(runtime);
     QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     std::printf("making a library of %d songs...\n", songs);
-    makeLibrary(data + QStringLiteral("/Quivera/Quivera Library"), songs);
+    BenchLibrary::make(data + QStringLiteral("/Quivera/Quivera Library"), songs);
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("XDG_DATA_HOME"), data);
     env.insert(QStringLiteral("XDG_CONFIG_HOME"), config);
@@ -179,9 +140,10 @@ int main(int argc, char **argv)
     }
     std::printf("platform %s, %d songs, %d runs\n", qPrintable(platform), songs, runs);
     std::printf("quivera to the player window shown: median %.0f ms (min %.0f, max %.0f); target < 1000 ms\n",
-                median(windowed), *std::min_element(windowed.begin(), windowed.end()),
+                BenchLibrary::median(windowed), *std::min_element(windowed.begin(), windowed.end()),
                 *std::max_element(windowed.begin(), windowed.end()));
-    std::printf("quivera-cli playlists (the launch without windows, to its exit): median %.0f ms\n", median(cli));
-    std::printf("ratio %.2f\n", median(windowed) / median(cli));
+    std::printf("quivera-cli playlists (the launch without windows, to its exit): median %.0f ms\n",
+                BenchLibrary::median(cli));
+    std::printf("ratio %.2f\n", BenchLibrary::median(windowed) / BenchLibrary::median(cli));
     return 0;
 }

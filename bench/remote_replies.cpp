@@ -9,9 +9,10 @@
 #include "app/ApplicationDelegate.h"
 #include "app/ApplicationRemoteHost.h"
 #include "db/VEKDatabaseQuery.h"
-#include "remote/Remote.h"
 #include "net/VEKKeyedArchive.h"
+#include "remote/Remote.h"
 #include "settings/UserDefaults.h"
+#include "support/BenchLibrary.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -33,52 +34,6 @@
 #include <unistd.h>
 
 namespace {
-
-void makeLibrary(const QString &path, int songCount)
-{
-    Database db;
-    if (!db.initWithURL(path)) {
-        std::fprintf(stderr, "cannot create %s\n", qPrintable(path));
-        std::exit(1);
-    }
-    VEKDatabaseTransaction tx(&db);
-    for (const QString &s : Database::buildStatements())
-        db.executeStatement(s);
-    auto insert = db.queryWithStatement(Database::insertSongStatement);
-    std::srand(1);
-    const QDateTime added = QDateTime::currentDateTimeUtc();
-    static const char *const words[] = {"Love", "Night", "River", "Blue", "Fire", "Dream",
-                                        "Café", "Über", "Road", "Light", "Storm", "Heart"};
-    for (int i = 0; i < songCount; ++i) {
-        Song s;
-        s.setSongID(-(i + 1));
-        const int artist = std::rand() % 5000, album = std::rand() % 3;
-        s.setURL(QStringLiteral("/music/Artist %1/Album %2/%3 Song.flac").arg(artist).arg(album).arg(i));
-        s.setName(QStringLiteral("%1 %2 %3").arg(QString::fromUtf8(words[std::rand() % 12]),
-                                                 QString::fromUtf8(words[std::rand() % 12]))
-                      .arg(i));
-        s.setArtist(artist % 7 == 0 ? QStringLiteral("The Ärtist %1").arg(artist)
-                                    : QStringLiteral("Artist %1").arg(artist));
-        s.setAlbum(QStringLiteral("Album %1 of %2").arg(album).arg(artist));
-        s.setKind(QStringLiteral("FLAC Audio File"));
-        s.setTrack(QStringLiteral("%1 of 12").arg(i % 12 + 1));
-        s.setTrack_sortable(quint64(i % 12 + 1));
-        s.setLength(180.0 + i % 200);
-        s.setSize(30000000 + quint64(i));
-        s.setSampleRate(44100);
-        s.setDateAdded(added.addSecs(-i));
-        insert->reset();
-        Database::bindSongForInsert(*insert, s);
-        insert->execute();
-    }
-    tx.commit();
-}
-
-double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
 
 // A blocking client on a thread of its own, so that the service's event loop runs unhindered.
 class Client {
@@ -190,7 +145,7 @@ int main(int argc, char **argv)
     qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + QFile::encodeName(root.path() + "/no_bus"));
     const QString file = ApplicationDelegate::libraryFilePath();
     std::printf("making a library of %d songs...\n", songs);
-    makeLibrary(file, songs);
+    BenchLibrary::make(file, songs);
     ApplicationDelegate::registerDefaults(UserDefaults::standard());
 
     ApplicationDelegate delegate;
@@ -253,10 +208,12 @@ int main(int argc, char **argv)
         }
         std::printf("  %s %s: built in %.1f ms, archived in %.1f ms of processor time\n",
                     qPrintable(request.value("command").toString()),
-                    qPrintable(request.value("searchString").toString()), median(build), median(archive));
+                    qPrintable(request.value("searchString").toString()), BenchLibrary::median(build),
+                    BenchLibrary::median(archive));
     }
 
-    const double a = median(all), b = median(peerAll), c = median(found), d = median(peerFound);
+    const double a = BenchLibrary::median(all), b = BenchLibrary::median(peerAll),
+                 c = BenchLibrary::median(found), d = BenchLibrary::median(peerFound);
     std::printf("library: %lld songs\n", qlonglong(delegate.library().size()));
     std::printf("getSongs: %.1f ms request to last byte (median of %d), reply %lld bytes\n", a, runs,
                 qlonglong(allBytes));
@@ -265,7 +222,7 @@ int main(int argc, char **argv)
                 qPrintable(search), c, runs, qlonglong(foundBytes));
     std::printf("sqlite3 LIKE search: %.1f ms; ratio %.2f (target: under 50 ms)\n", d, c / d);
     std::printf("getResultsOfSearch \"%s\": %.1f ms (median of %d), reply %lld bytes (target: under 50 ms)\n",
-                qPrintable(narrow), median(few), runs, qlonglong(fewBytes));
+                qPrintable(narrow), BenchLibrary::median(few), runs, qlonglong(fewBytes));
     delegate.applicationWillTerminate();
     return 0;
 }

@@ -55,6 +55,7 @@ void Playlist::setName(const QString &name)
 
 void Playlist::setShuffle(bool shuffle, const SongPtr &currentSong)
 {
+    invalidateView();
     if (shuffle == m_shuffle)
         return;
     m_shuffle = shuffle;
@@ -75,6 +76,7 @@ void Playlist::setRepeatMode(quint64 mode)
 
 void Playlist::setSortKey(const QString &key)
 {
+    invalidateView();
     if (key.isNull() == m_sortKey.isNull() && key == m_sortKey)
         return;
     m_sortKey = key;
@@ -87,6 +89,7 @@ void Playlist::setSortKey(const QString &key)
 
 void Playlist::setSortAscending(bool ascending)
 {
+    invalidateView();
     if (ascending == m_sortAscending)
         return;
     // The user's order has no direction.
@@ -100,8 +103,20 @@ void Playlist::setSortAscending(bool ascending)
 
 void Playlist::setPredicate(std::shared_ptr<const SongPredicate> predicate)
 {
+    invalidateView();
     if (predicate && predicate->isEmpty())
         predicate.reset();
+    m_predicate = std::move(predicate);
+    emit valueChanged(QStringLiteral("predicate"));
+}
+
+void Playlist::narrowPredicate(std::shared_ptr<const SongPredicate> predicate)
+{
+    if (!predicate || predicate->isEmpty() || !m_predicate || !m_viewValid) {
+        setPredicate(std::move(predicate));
+        return;
+    }
+    m_view.removeIf([&predicate](const SongPtr &song) { return !predicate->evaluate(*song); });
     m_predicate = std::move(predicate);
     emit valueChanged(QStringLiteral("predicate"));
 }
@@ -132,11 +147,22 @@ QList<SongPtr> Playlist::songs() const
     const QList<SongPtr> &order = orderInForce();
     if (!m_predicate)
         return order;
-    QList<SongPtr> filtered;
-    for (const SongPtr &song : order)
-        if (m_predicate->evaluate(*song))
-            filtered.append(song);
-    return filtered;
+    // Filtered once per change: the menus' validation and the transport ask for the view on
+    // every key press, and a search of 100,000 songs must not run each time.
+    if (!m_viewValid) {
+        m_view.clear();
+        for (const SongPtr &song : order)
+            if (m_predicate->evaluate(*song))
+                m_view.append(song);
+        m_viewValid = true;
+    }
+    return m_view;
+}
+
+void Playlist::invalidateView() const
+{
+    m_viewValid = false;
+    m_view = {};
 }
 
 qsizetype Playlist::countOfSongs() const
@@ -204,6 +230,7 @@ SongPtr Playlist::songFollowingSong(const SongPtr &song) const
 
 void Playlist::insertSongs(const QList<SongPtr> &songs, const Rows &indexes)
 {
+    invalidateView();
     const qsizetype n = std::min(songs.size(), indexes.size());
     for (qsizetype i = 0; i < n; ++i) {
         const qsizetype at = std::clamp<qsizetype>(indexes.at(i), 0, m_manualOrder.size());
@@ -249,6 +276,7 @@ void Playlist::insertSongs(const QList<SongPtr> &songs, const Rows &indexes)
 
 void Playlist::setSongsWithoutStoring(const QList<SongPtr> &songs)
 {
+    invalidateView();
     m_manualOrder = songs;
     touch();
     updateSortedOrder();
@@ -272,6 +300,7 @@ void Playlist::removeSongsAtIndexes(const Rows &rows)
 
 void Playlist::removeSongs(const QList<SongPtr> &removed)
 {
+    invalidateView();
     if (removed.isEmpty())
         return;
     QSet<const Song *> set;
@@ -290,19 +319,27 @@ void Playlist::removeSongs(const QList<SongPtr> &removed)
         for (const SongPtr &s : removed)
             ids.append(s->songID());
         const qint64 playlistID = m_playlistID;
-        db->writeAsync([playlistID, ids](VEKDatabase &conn, VEKError *error) {
+        // One statement for the whole batch: deleting song by song walks the playlist's rows
+        // once per song, which for 10,000 songs of a long playlist keeps the writer busy for
+        // minutes.
+        QByteArray list = "[";
+        for (qint64 id : std::as_const(ids)) {
+            if (list.size() > 1)
+                list += ',';
+            list += QByteArray::number(id);
+        }
+        list += ']';
+        db->writeAsync([playlistID, list = QString::fromLatin1(list)](VEKDatabase &conn, VEKError *error) {
             VEKDatabaseTransaction tx(&conn, error);
             auto del = conn.queryWithStatement(
-                QStringLiteral("DELETE FROM t_playlistSong WHERE songID = ? AND playlistID = ?"),
+                QStringLiteral("DELETE FROM t_playlistSong WHERE playlistID = ? AND songID IN "
+                               "(SELECT value FROM json_each(?))"),
                 error);
             if (!tx.isActive() || !del)
                 return false;
-            for (qint64 id : ids) {
-                del->reset();
-                if (!del->setIntValue(id, 0, error) || !del->setIntValue(playlistID, 1, error)
-                    || !del->execute(error))
-                    return false;
-            }
+            if (!del->setIntValue(playlistID, 0, error) || !del->setStringValue(list, 1, error)
+                || !del->execute(error))
+                return false;
             return tx.commit(error);
         });
     }
@@ -332,12 +369,14 @@ void Playlist::updateRow()
 
 void Playlist::finishLoading()
 {
+    invalidateView();
     if (m_sortDue)
         updateSortedOrder();
 }
 
 void Playlist::updateSortedOrder()
 {
+    invalidateView();
     if (m_sortKey == QLatin1String("ordinal"))
         return;
     Database *db = Database::shared();
@@ -393,6 +432,17 @@ void Playlist::updateSortedOrder()
                 value = rankOfSlot[size_t(value)];
     }
 
+    // Other fields (a length, a date) are read once per song rather than twice per comparison.
+    std::vector<std::vector<QVariant>> values(size_t(descriptors.size()));
+    for (qsizetype d = 0; d < descriptors.size(); ++d) {
+        if (!descriptors.at(d).comparesFieldValues())
+            continue;
+        std::vector<QVariant> &v = values[size_t(d)];
+        v.reserve(size_t(n));
+        for (qsizetype i = 0; i < n; ++i)
+            v.push_back(m_manualOrder.at(i)->valueForKey(descriptors.at(d).key()));
+    }
+
     std::vector<qsizetype> indexes(static_cast<size_t>(n));
     for (qsizetype i = 0; i < n; ++i)
         indexes[size_t(i)] = i;
@@ -401,7 +451,11 @@ void Playlist::updateSortedOrder()
         for (qsizetype d = 0; d < descriptors.size(); ++d) {
             const std::vector<int> &r = ranks[size_t(d)];
             int c;
-            if (r.empty()) {
+            const std::vector<QVariant> &v = values[size_t(d)];
+            if (!v.empty()) {
+                const int sign = descriptors.at(d).ascending() ? 1 : -1;
+                c = sign * SortDescriptor::compareValues(v[size_t(a)], v[size_t(b)]);
+            } else if (r.empty()) {
                 c = descriptors.at(d).compare(*m_manualOrder.at(a), *m_manualOrder.at(b));
             } else {
                 const int ra = r[size_t(a)], rb = r[size_t(b)];
@@ -485,5 +539,6 @@ QList<SongPtr> Playlist::shuffledOrder(QList<SongPtr> source, const SongPtr &cur
 
 void Playlist::updateShuffledOrderWithCurrentSong(const SongPtr &currentSong)
 {
+    invalidateView();
     m_shuffledOrder = shuffledOrder(m_manualOrder, currentSong);
 }

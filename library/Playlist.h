@@ -47,14 +47,20 @@ public:
     void setSortAscending(bool ascending);
     const std::shared_ptr<const SongPredicate> &predicate() const { return m_predicate; }
     void setPredicate(std::shared_ptr<const SongPredicate> predicate);
+    // A predicate that can only let through songs the present one lets through (the search
+    // text grew by a letter): the view is filtered from the present view, not the whole list.
+    void narrowPredicate(std::shared_ptr<const SongPredicate> predicate);
     const Rows &selectedRows() const { return m_selectedRows; }
     void setSelectedRows(const Rows &rows);
     bool locked() const { return m_locked; }
     void setLocked(bool locked);
     double lastModification() const { return m_lastModification; }
 
-    // The view: the order in force, filtered by the predicate.
+    // The view: the order in force, filtered by the predicate. The filtered list is kept until
+    // the order, the songs or the predicate change; a change of the songs' own fields (a tag
+    // edit) takes effect at the next invalidateView(), which the delegate calls after one.
     QList<SongPtr> songs() const;
+    void invalidateView() const;
     qsizetype countOfSongs() const;
     SongPtr objectInSongsAtIndex(qsizetype index) const;
     QList<SongPtr> songsAtIndexes(const Rows &rows) const;
@@ -121,6 +127,8 @@ private:
     bool m_locked = false;
     double m_lastModification = 0;
     bool m_sortDue = false;
+    mutable QList<SongPtr> m_view;
+    mutable bool m_viewValid = false;
 };
 
 using PlaylistPtr = std::shared_ptr<Playlist>;

@@ -2,37 +2,51 @@
 
 #include "text/VEKText.h"
 
+namespace {
+const char *const kTextFields[] = {"name", "artist", "album", "albumArtist", "composer", "genre", "kind"};
+
+int textFieldOf(const QString &key)
+{
+    for (int i = 0; i < int(std::size(kTextFields)); ++i)
+        if (key == QLatin1String(kTextFields[i]))
+            return i;
+    return -1;
+}
+
+// The fields the search names, by reference: a search of 100,000 songs looks at 700,000 fields
+// per key press and must neither compare key names nor copy texts for each.
+const QString &textField(const Song &song, const SongPredicate::Clause &clause, QString &other)
+{
+    switch (clause.field) {
+    case 0: return song.name();
+    case 1: return song.artist();
+    case 2: return song.album();
+    case 3: return song.albumArtist();
+    case 4: return song.composer();
+    case 5: return song.genre();
+    case 6: return song.kind();
+    default: other = song.valueForKey(clause.key).toString(); return other;
+    }
+}
+} // namespace
+
 SongPredicate::Clause SongPredicate::contains(const QString &key, const QString &text)
 {
-    return {key, Operator::Contains, VEKText::foldCaseAndDiacritics(text)};
+    return {key, Operator::Contains, VEKText::foldCaseAndDiacritics(text), textFieldOf(key)};
 }
 
 SongPredicate::Clause SongPredicate::equals(const QString &key, const QString &text)
 {
-    return {key, Operator::Equals, text};
-}
-
-namespace {
-QString textField(const Song &song, const QString &key)
-{
-    // The fields the search names, without going through QVariant.
-    if (key == QLatin1String("name")) return song.name();
-    if (key == QLatin1String("artist")) return song.artist();
-    if (key == QLatin1String("album")) return song.album();
-    if (key == QLatin1String("albumArtist")) return song.albumArtist();
-    if (key == QLatin1String("composer")) return song.composer();
-    if (key == QLatin1String("genre")) return song.genre();
-    if (key == QLatin1String("kind")) return song.kind();
-    return song.valueForKey(key).toString();
-}
+    return {key, Operator::Equals, text, textFieldOf(key)};
 }
 
 bool SongPredicate::evaluate(const Song &song) const
 {
+    QString other;
     for (const Group &group : m_groups) {
         bool all = true;
         for (const Clause &clause : group) {
-            const QString field = textField(song, clause.key);
+            const QString &field = textField(song, clause, other);
             const bool hit = clause.op == Operator::Contains
                                  ? VEKText::containsPrefolded(field, clause.value)
                                  : (!field.isNull() && field == clause.value);

@@ -15,6 +15,7 @@ public:
         QString key;
         Operator op = Operator::Contains;
         QString value; // folded for Contains
+        int field = -1; // the text field `key` names, looked up once (contains, equals)
     };
     using Group = QList<Clause>;
 

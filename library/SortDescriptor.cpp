@@ -86,6 +86,11 @@ int SortDescriptor::compare(const Song &a, const Song &b) const
     return sign * threeWay(x, y);
 }
 
+int SortDescriptor::compareValues(const QVariant &a, const QVariant &b)
+{
+    return naturalCompare(a, b);
+}
+
 int SortDescriptor::compareSortableTexts(const QString &x, const QString &y)
 {
     return VEKText::localizedCaseInsensitiveCompare(x, y);

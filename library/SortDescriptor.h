@@ -27,6 +27,10 @@ public:
     const QString &sortableText(const Song &song) const;
     // The order of two non-empty sortable texts, ascending.
     static int compareSortableTexts(const QString &x, const QString &y);
+    // Descriptors of any other field compare the field's value (valueForKey); a sort of many
+    // songs reads each song's value once and compares those (compareValues, ascending).
+    bool comparesFieldValues() const { return m_field == Field::Other; }
+    static int compareValues(const QVariant &a, const QVariant &b);
 
     // The chain of descriptors for a playlist's sort key, most significant first; empty for an
     // empty or absent key.

@@ -245,6 +245,7 @@ void LibraryController::setShowArtwork(bool show, bool animated)
 void LibraryController::setSearchScope(quint64 scope)
 {
     m_searchScope = scope;
+    m_lastSearch.clear();
     const QList<QAction *> items = m_scopeMenu->actions();
     if (scope < quint64(items.size()))
         items.at(qsizetype(scope))->setChecked(true);

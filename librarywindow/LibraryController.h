@@ -1,6 +1,7 @@
 #pragma once
 
 #include "library/Playlist.h"
+#include "library/SongPredicate.h"
 
 #include <QObject>
 #include <QPointer>
@@ -96,6 +97,9 @@ private:
     float m_splitPosition = 0;
     bool m_showArtwork = false;
     quint64 m_searchScope = 0;
+    // The search last run and its predicate, to narrow the hits as the text grows.
+    QString m_lastSearch;
+    std::shared_ptr<const SongPredicate> m_lastPredicate;
     std::shared_ptr<Operation> m_currentOperation;
     QTimer m_progressTimer;
 };

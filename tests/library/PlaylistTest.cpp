@@ -166,6 +166,28 @@ TEST_F(PlaylistTest, SearchFiltersTheViewAndRowsCountInIt)
     EXPECT_EQ(playlist.countOfSongs(), 5);
 }
 
+TEST_F(PlaylistTest, ASearchNarrowedByALetterAndTheSongsAddedSinceStayInTheView)
+{
+    // The filtered view is kept between changes and narrowed from itself: what it shows must
+    // still follow every change of the songs and of the order.
+    playlist.setSortKey(QStringLiteral("ordinal"));
+    const auto search = [](const char *text) {
+        return std::make_shared<SongPredicate>(SongPredicate::forSearch(QString::fromUtf8(text), 3));
+    };
+    playlist.setPredicate(search("a"));
+    EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-1, -2, -3}));
+    playlist.narrowPredicate(search("ab"));
+    EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-1, -3}));
+    playlist.appendSongs({makeSong(-7, "X", "Abba Gold", 1, 1)});
+    EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-1, -3, -7}));
+    playlist.setSortKey(QStringLiteral("artist"));
+    EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-7, -3, -1})); // artists descending
+    // A field changed under it counts once the view is told.
+    songs.at(0)->setAlbum(QStringLiteral("Let It Be"));
+    playlist.invalidateView();
+    EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-7, -3}));
+}
+
 TEST(SongPredicateTest, AllWordsMustMatchWithinOneField)
 {
     auto song = makeSong(-1, "Sigur Rós", "Ágætis byrjun", 1, 1, "Starálfur");

@@ -16,6 +16,9 @@ TEST(VEKTextSearch, IgnoresCaseAndDiacritics)
     EXPECT_TRUE(containsFolded(QStringLiteral("Beyonce"), QStringLiteral("Beyoncé")));
     EXPECT_TRUE(containsFolded(QStringLiteral("Sigur Rós"), QStringLiteral("ros")));
     EXPECT_FALSE(containsFolded(QStringLiteral("Abba"), QStringLiteral("abc")));
+    // Plain ASCII is compared in place: the same answers as with a folded copy.
+    EXPECT_TRUE(containsFolded(QStringLiteral("ABBA Gold"), QStringLiteral("bba g")));
+    EXPECT_FALSE(containsFolded(QStringLiteral("Motorhead"), QStringLiteral("Motørhead")));
 }
 
 TEST(VEKTextSearch, AbsentTextMatchesNothingEmptyNeedleMatchesPresentText)
@@ -40,20 +43,33 @@ TEST(VEKTextOrder, LocalizedCompareIsCaseInsensitiveAndKeepsAccentedLettersNearT
 
 TEST(VEKTextOrder, PlainTextsOrderAsTheCollatorOrdersThem)
 {
-    // The shortcut for texts of a-z, 0-9 and blanks must agree with the full collation, or a
-    // sort would mix two orders.
-    const QStringList words = {QStringLiteral("a"), QStringLiteral("a b"), QStringLiteral("ab"), QStringLiteral("a1"),
-                               QStringLiteral("1a"), QStringLiteral("10"), QStringLiteral("9"), QStringLiteral("zz top"),
-                               QStringLiteral("z"), QStringLiteral(" "), QStringLiteral("b 2"), QStringLiteral("b2"),
-                               QStringLiteral("beatles"), QStringLiteral("beatle s")};
+    // The shortcuts for texts of letters, digits and blanks must agree with the full collations,
+    // plain and numeric, or a sort would mix two orders.
+    const QStringList words = {
+        QStringLiteral("a"),         QStringLiteral("a b"),      QStringLiteral("ab"),
+        QStringLiteral("a1"),        QStringLiteral("1a"),       QStringLiteral("10"),
+        QStringLiteral("9"),         QStringLiteral("zz top"),   QStringLiteral("z"),
+        QStringLiteral(" "),         QStringLiteral("b 2"),      QStringLiteral("b2"),
+        QStringLiteral("beatles"),   QStringLiteral("beatle s"), QStringLiteral("Beatles"),
+        QStringLiteral("B"),         QStringLiteral("Track 9"),  QStringLiteral("track 10"),
+        QStringLiteral("Track 010"), QStringLiteral("A 2 b"),    QStringLiteral("a 12 B")};
     QCollator collator{QLocale(QLocale::English)};
     collator.setCaseSensitivity(Qt::CaseInsensitive);
+    QCollator numeric{QLocale(QLocale::English)};
+    numeric.setCaseSensitivity(Qt::CaseInsensitive);
+    numeric.setNumericMode(true);
     for (const QString &x : words)
         for (const QString &y : words) {
             const int fast = localizedCaseInsensitiveCompare(x, y);
             const int full = collator.compare(x, y);
             EXPECT_EQ(fast < 0, full < 0) << x.toStdString() << " vs " << y.toStdString();
             EXPECT_EQ(fast == 0, full == 0) << x.toStdString() << " vs " << y.toStdString();
+            const int fastNumeric = caseInsensitiveNumericCompare(x, y);
+            const int fullNumeric = numeric.compare(x, y);
+            EXPECT_EQ(fastNumeric < 0, fullNumeric < 0)
+                << x.toStdString() << " vs " << y.toStdString() << " by number";
+            EXPECT_EQ(fastNumeric == 0, fullNumeric == 0)
+                << x.toStdString() << " vs " << y.toStdString() << " by number";
         }
 }
 
