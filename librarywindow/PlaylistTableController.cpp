@@ -155,8 +155,16 @@ void PlaylistTableController::selectionDidChange()
 {
     if (m_updatingSelection)
         return;
-    const QModelIndexList rows = m_view->selectionModel()->selectedRows();
-    const PlaylistPtr playlist = rows.isEmpty() ? nullptr : m_model->playlistAt(rows.first());
+    // A row selected from outside (a screen reader's selection) joins the one already selected:
+    // the newcomer wins, and the view is trimmed to it once the selected playlist changes.
+    PlaylistPtr playlist;
+    for (const QModelIndex &row : m_view->selectionModel()->selectedRows()) {
+        if (const PlaylistPtr candidate = m_model->playlistAt(row)) {
+            playlist = candidate;
+            if (candidate != m_delegate->selectedPlaylist())
+                break;
+        }
+    }
     // A click beside the rows clears the view's selection, but a playlist stays selected.
     if (!playlist) {
         updateSelectedPlaylist();

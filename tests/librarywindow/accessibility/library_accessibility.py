@@ -1,0 +1,86 @@
+#!/usr/bin/python3
+# Drives the library window as a screen reader would, through AT-SPI: finds its parts by name and
+# role, reads the song table's rows cell by cell, types into the search field and sees the table
+# narrow, and picks a playlist in the sidebar and sees the table show its songs.
+#
+#   library_accessibility.py CLI   the library holds the songs apple, banana and cherry, and a
+#                                  playlist "Orchard" of apple and cherry
+# Exit 0 when all holds; 1 with the reason on standard error otherwise.
+
+import sys
+import time
+
+import pyatspi
+
+PLAYLIST = "Orchard"
+
+
+def fail(message):
+    print("FAIL: " + message, file=sys.stderr)
+    sys.exit(1)
+
+
+def wait_for(what, check, seconds=30.0):
+    end = time.monotonic() + seconds
+    while time.monotonic() < end:
+        value = check()
+        if value:
+            return value
+        time.sleep(0.2)
+    fail("timed out waiting for " + what)
+
+
+def application():
+    for app in pyatspi.Registry.getDesktop(0):
+        if app is not None and "quivera" in (app.name or "").lower():
+            return app
+    return None
+
+
+def parts(app):
+    found = {}
+    for window in app:
+        if window is not None and window.name == "Quivera Library":
+            for node in pyatspi.utils.findAllDescendants(window, lambda n: bool(n.name)):
+                found.setdefault(node.name, node)
+    return found
+
+
+def rows(table):
+    # The song names as the table reads them out: one row's cells, then the next's.
+    t = table.queryTable()
+    names = []
+    for row in range(t.nRows):
+        cells = [t.getAccessibleAt(row, c).name for c in range(t.nColumns)]
+        names.append(next((n for n in cells if n in ("apple", "banana", "cherry")), "?"))
+    return names
+
+
+app = wait_for("the program on the accessibility bus", application, 90.0)
+library = wait_for("the library window's parts", lambda: (lambda p: p if "Songs" in p else None)(parts(app)))
+for name, role in {"Songs": "table", "Playlists": "tree", "Search": "text", "Summary": "label",
+                   "Shuffle": None, "Repeat": None, "Artwork": None}.items():
+    if name not in library:
+        fail("no part named %r (names: %s)" % (name, sorted(library)))
+    if role and library[name].getRoleName() != role:
+        fail("%r is a %s, not a %s" % (name, library[name].getRoleName(), role))
+
+songs = library["Songs"]
+wait_for("the three songs in the table", lambda: sorted(rows(songs)) == ["apple", "banana", "cherry"])
+
+library["Search"].queryEditableText().setTextContents("banana")
+wait_for("the search to narrow the table to banana", lambda: rows(songs) == ["banana"])
+library["Search"].queryEditableText().setTextContents("")
+wait_for("the cleared search to show every song", lambda: len(rows(songs)) == 3)
+
+sidebar = library["Playlists"].queryTable()
+found = None
+for row in range(sidebar.nRows):
+    if sidebar.getAccessibleAt(row, 0).name == PLAYLIST:
+        found = row
+if found is None:
+    fail("the sidebar has no %r: %s" % (PLAYLIST, [sidebar.getAccessibleAt(r, 0).name for r in range(sidebar.nRows)]))
+if not sidebar.addRowSelection(found):
+    fail("the sidebar refused to select %r" % PLAYLIST)
+wait_for("the table to show the playlist's songs", lambda: sorted(rows(songs)) == ["apple", "cherry"])
+print("OK")
