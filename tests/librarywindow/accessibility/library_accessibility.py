@@ -57,9 +57,15 @@ def rows(table):
 
 
 app = wait_for("the program on the accessibility bus", application, 90.0)
-library = wait_for("the library window's parts", lambda: (lambda p: p if "Songs" in p else None)(parts(app)))
-for name, role in {"Songs": "table", "Playlists": "tree", "Search": "text", "Summary": "label",
-                   "Shuffle": None, "Repeat": None, "Artwork": None}.items():
+expected = {"Songs": "table", "Playlists": "tree", "Search": "text", "Summary": "label",
+            "Shuffle": None, "Repeat": None, "Artwork": None}
+# The window may show before all its parts are in: wait for all, then say which one is missing.
+library = parts(app)
+end = time.monotonic() + 30
+while not all(name in library for name in expected) and time.monotonic() < end:
+    time.sleep(0.2)
+    library = parts(app)
+for name, role in expected.items():
     if name not in library:
         fail("no part named %r (names: %s)" % (name, sorted(library)))
     if role and library[name].getRoleName() != role:
