@@ -45,11 +45,14 @@ quivera_install() {
 }
 
 # quivera_build BUILD_DIR [extra cmake args...]
+# QUIVERA_TARGETS="a b" builds only those targets (and what they need) instead of everything.
 quivera_build() {
   local dir="$1"; shift
-  local jobs
+  local jobs targets=()
   jobs="$(nproc 2>/dev/null || echo 2)"
   export CCACHE_DIR="${CCACHE_DIR:-$HOME/.cache/ccache}"
   cmake -S "$QUIVERA_ROOT" -B "$QUIVERA_ROOT/$dir" -G Ninja "$@" >/dev/null
-  cmake --build "$QUIVERA_ROOT/$dir" -j "$jobs"
+  # shellcheck disable=SC2206
+  [ -n "${QUIVERA_TARGETS:-}" ] && targets=(--target $QUIVERA_TARGETS)
+  cmake --build "$QUIVERA_ROOT/$dir" -j "$jobs" "${targets[@]}"
 }
