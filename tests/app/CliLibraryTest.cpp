@@ -185,19 +185,18 @@ TEST_F(CliLibraryTest, ChangesSurviveEveryRestartAndReachTheRows)
     EXPECT_FALSE(names.contains(QStringLiteral("Never touched")));
 
     // What the sqlite3 command line sees.
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT group_concat(songID) FROM (SELECT songID FROM t_playlistSong WHERE playlistID = %1 ORDER BY ordinal);").arg(id)),
-              QStringLiteral("-12,-10"));
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT name, sortKey, sortAscending FROM t_playlist WHERE playlistID = %1;").arg(id)),
-              QStringLiteral("Rock 'n' Roll|ordinal|0"));
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT sortKey, sortAscending, repeatMode FROM t_playlist WHERE playlistID = 200;")),
-              QStringLiteral("name|0|2"));
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT shuffle FROM t_playlist WHERE playlistID = 100;")), QStringLiteral("1"));
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_playlist WHERE playlistID = 300;")), QStringLiteral("0"));
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_playlistSong WHERE playlistID = 300;")), QStringLiteral("0"));
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_song WHERE songID = -11;")), QStringLiteral("0"));
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_playlistSong WHERE songID = -11;")), QStringLiteral("0"));
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT name, track, trackNumber FROM t_song WHERE songID = -10;")),
-              QStringLiteral("Renamed|4 of 9|4"));
+    EXPECT_EQ(cli.sql(QStringLiteral(
+                          "SELECT group_concat(songID) FROM (SELECT songID FROM t_playlistSong WHERE "
+                          "playlistID = %1 ORDER BY ordinal);"
+                          "SELECT name, sortKey, sortAscending FROM t_playlist WHERE playlistID = %1;"
+                          "SELECT sortKey, sortAscending, repeatMode FROM t_playlist WHERE playlistID = 200;"
+                          "SELECT shuffle FROM t_playlist WHERE playlistID = 100;"
+                          "SELECT COUNT(*) FROM t_playlist WHERE playlistID = 300;"
+                          "SELECT COUNT(*) FROM t_playlistSong WHERE playlistID = 300 OR songID = -11;"
+                          "SELECT COUNT(*) FROM t_song WHERE songID = -11;"
+                          "SELECT name, track, trackNumber FROM t_song WHERE songID = -10;")
+                          .arg(id)),
+              QStringLiteral("-12,-10\nRock 'n' Roll|ordinal|0\nname|0|2\n1\n0\n0\n0\nRenamed|4 of 9|4"));
     // The audio file itself carries the new tag.
     QByteArray probe;
     TestEnvironment::run(QStringLiteral("ffprobe"), {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),

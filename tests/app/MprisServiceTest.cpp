@@ -336,13 +336,11 @@ TEST_F(MprisOnTheBus, StatusAndMetadataFollowTheCurrentSong)
     EXPECT_EQ(ask({u"metadata"_s, u"mpris:length"_s}),
               QString::number(qlonglong(std::llround(first->length() * 1e6))));
 
-    // Typed as MPRIS says, on the wire.
+    // Typed as MPRIS says, on the wire (the values themselves:
+    // MprisRules.MetadataCarriesTheTypesClientsExpect).
     const QVariantMap metadata = qdbus_cast<QVariantMap>(property(kPlayer, u"Metadata"_s));
-    EXPECT_EQ(metadata.value(u"mpris:trackid"_s).value<QDBusObjectPath>().path(),
-              MprisService::trackIDForSong(first.get()));
     EXPECT_EQ(metadata.value(u"mpris:length"_s).userType(), QMetaType::LongLong);
     EXPECT_EQ(metadata.value(u"xesam:artist"_s).toStringList(), QStringList{u"The Sines"_s});
-    EXPECT_EQ(QUrl(metadata.value(u"xesam:url"_s).toString()).toLocalFile(), first->URL());
 
     // Announced without being asked.
     ASSERT_TRUE(waitUntil([&] { return recorder.latest().value(u"PlaybackStatus"_s) == u"Playing"_s; }));

@@ -81,7 +81,7 @@ protected:
 
 // --- Processing ---------------------------------------------------------------------------
 
-TEST_F(VEKLV2PluginTest, MonoAmpRunsOncePerChannelAndHalvesAtMinus6dB)
+TEST_F(VEKLV2PluginTest, MonoAmpRunsOncePerChannelAndHalvesAtMinus6dBOnArraysAndInPlace)
 {
     auto amp = make(kAmp);
     ASSERT_TRUE(amp);
@@ -93,6 +93,17 @@ TEST_F(VEKLV2PluginTest, MonoAmpRunsOncePerChannelAndHalvesAtMinus6dB)
     const Stereo out = process(*amp, in);
     expectScaled(out.l, in.l, 0.5f);
     expectScaled(out.r, in.r, 0.5f);
+
+    VEKAudioBufferList list(2, kBlock);
+    std::copy_n(in.l.begin(), kBlock, list.channel(0));
+    std::copy_n(in.r.begin(), kBlock, list.channel(1));
+    ASSERT_TRUE(amp->process(list));
+    expectScaled({list.channel(0), list.channel(0) + kBlock}, {in.l.begin(), in.l.begin() + kBlock}, 0.5f);
+    expectScaled({list.channel(1), list.channel(1) + kBlock}, {in.r.begin(), in.r.begin() + kBlock}, 0.5f);
+    VEKAudioBufferList mono(1, kBlock);
+    mono.channel(0)[0] = 0.25f;
+    EXPECT_FALSE(amp->process(mono));
+    EXPECT_EQ(mono.channel(0)[0], 0.25f);
 }
 
 TEST_F(VEKLV2PluginTest, StereoOverdriveAtNeutralSettingsPassesItsInput)
@@ -110,38 +121,8 @@ TEST_F(VEKLV2PluginTest, StereoOverdriveAtNeutralSettingsPassesItsInput)
     expectScaled(out.r, in.r, 1.f, 1e-5f);
 }
 
-TEST_F(VEKLV2PluginTest, ProcessingInPlaceOnABufferList)
-{
-    auto amp = make(kAmp);
-    ASSERT_TRUE(amp);
-    amp->setValue(QStringLiteral("gain"), -6.0206f);
-    const Stereo in = input(kBlock);
-    VEKAudioBufferList list(2, kBlock);
-    std::copy(in.l.begin(), in.l.end(), list.channel(0));
-    std::copy(in.r.begin(), in.r.end(), list.channel(1));
-    ASSERT_TRUE(amp->process(list));
-    expectScaled({list.channel(0), list.channel(0) + kBlock}, in.l, 0.5f);
-    expectScaled({list.channel(1), list.channel(1) + kBlock}, in.r, 0.5f);
-
-    VEKAudioBufferList mono(1, kBlock);
-    mono.channel(0)[0] = 0.25f;
-    EXPECT_FALSE(amp->process(mono));
-    EXPECT_EQ(mono.channel(0)[0], 0.25f);
-}
-
-TEST_F(VEKLV2PluginTest, AControlChangeTakesEffectAtTheNextBlock)
-{
-    auto amp = make(kAmp);
-    ASSERT_TRUE(amp);
-    const Stereo in = input(kBlock);
-    expectScaled(process(*amp, in).l, in.l, 1.f);
-    amp->setValue(QStringLiteral("gain"), -6.0206f);
-    expectScaled(process(*amp, in).l, in.l, 0.5f);
-    amp->setValue(0, 0.f);
-    expectScaled(process(*amp, in).r, in.r, 1.f);
-}
-
-TEST_F(VEKLV2PluginTest, DisabledOrInactiveEffectsPassAudioUnchanged)
+// Each change is heard from the next block on, whether made between blocks or before activation.
+TEST_F(VEKLV2PluginTest, ControlsAndTheEnabledAndActiveStatesTakeEffectAtTheNextBlock)
 {
     auto amp = VEKLV2Plugin::create(kAmp, kRate, kBlock);
     ASSERT_TRUE(amp);
@@ -149,6 +130,10 @@ TEST_F(VEKLV2PluginTest, DisabledOrInactiveEffectsPassAudioUnchanged)
     const Stereo in = input(kBlock);
     expectScaled(process(*amp, in).l, in.l, 1.f, 0.f); // not yet active
     amp->activate();
+    expectScaled(process(*amp, in).l, in.l, 0.5f);
+    amp->setValue(0, 0.f);
+    expectScaled(process(*amp, in).r, in.r, 1.f);
+    amp->setValue(QStringLiteral("gain"), -6.0206f);
     amp->setEnabled(false);
     expectScaled(process(*amp, in).l, in.l, 1.f, 0.f);
     amp->setEnabled(true);
@@ -305,36 +290,38 @@ TEST_F(VEKLV2PluginTest, PluginStateTravelsInTheSettings)
 
 // --- Failures -----------------------------------------------------------------------------
 
-TEST_F(VEKLV2PluginTest, AnUnknownURIFailsCleanly)
+TEST_F(VEKLV2PluginTest, UnknownPluginsAndThoseThatCannotRunHereAreRefusedWithAReason)
 {
+    const QString unknown = QStringLiteral("urn:quivera:no-such-plugin");
+    const struct {
+        QString uri;
+        double rate;
+        quint32 block;
+        int code; // -1: any error
+        const char *reason;
+    } cases[] = {
+        {unknown, kRate, kBlock, VEKLV2World::UnknownPlugin, "urn:quivera:no-such-plugin"},
+        {kHilbert, kRate, kBlock, VEKLV2World::UnsupportedPlugin, "only mono"},
+        {kNeedsWorker, kRate, kBlock, VEKLV2World::UnsupportedPlugin, ""},
+        {kRefuses, kRate, kBlock, VEKLV2World::InstantiationFailed, ""},
+        {kAmp, 0, kBlock, -1, ""},
+        {kAmp, kRate, 0, -1, ""},
+    };
+    for (const auto &c : cases) {
+        VEKError error;
+        EXPECT_FALSE(VEKLV2Plugin::create(c.uri, c.rate, c.block, &error)) << c.uri.toStdString();
+        EXPECT_FALSE(error.isNull()) << c.uri.toStdString();
+        EXPECT_TRUE(c.code < 0 || error.code() == c.code) << c.uri.toStdString() << " " << error.code();
+        EXPECT_TRUE(error.failureReason().contains(QLatin1String(c.reason))) << error.text().toStdString();
+    }
     VEKError error;
-    EXPECT_FALSE(VEKLV2Plugin::create(QStringLiteral("urn:quivera:no-such-plugin"), kRate, kBlock, &error));
+    EXPECT_FALSE(VEKLV2Plugin::create(unknown, kRate, kBlock, &error));
     EXPECT_EQ(error.domain(), QStringLiteral("VEKLV2"));
-    EXPECT_EQ(error.code(), VEKLV2World::UnknownPlugin);
-    EXPECT_TRUE(error.failureReason().contains(QStringLiteral("urn:quivera:no-such-plugin")));
-
     error = {};
     QVariantMap settings{{QStringLiteral("uri"), QStringLiteral("urn:quivera:gone")},
                          {QStringLiteral("controls"), QVariantMap{{QStringLiteral("gain"), 1.0}}}};
     EXPECT_FALSE(VEKLV2Plugin::fromSettings(settings, kRate, kBlock, &error));
     EXPECT_EQ(error.code(), VEKLV2World::UnknownPlugin);
-}
-
-TEST_F(VEKLV2PluginTest, PluginsThatCannotRunHereAreRefusedWithAReason)
-{
-    VEKError error;
-    EXPECT_FALSE(VEKLV2Plugin::create(kHilbert, kRate, kBlock, &error));
-    EXPECT_EQ(error.code(), VEKLV2World::UnsupportedPlugin);
-    EXPECT_TRUE(error.failureReason().contains(QStringLiteral("only mono"))) << error.text().toStdString();
-
-    EXPECT_FALSE(VEKLV2Plugin::create(kNeedsWorker, kRate, kBlock, &error));
-    EXPECT_EQ(error.code(), VEKLV2World::UnsupportedPlugin);
-
-    EXPECT_FALSE(VEKLV2Plugin::create(kRefuses, kRate, kBlock, &error));
-    EXPECT_EQ(error.code(), VEKLV2World::InstantiationFailed);
-
-    EXPECT_FALSE(VEKLV2Plugin::create(kAmp, 0, kBlock, &error));
-    EXPECT_FALSE(VEKLV2Plugin::create(kAmp, kRate, 0, &error));
 }
 
 TEST_F(VEKLV2PluginTest, CorruptSettingsFailWithAnErrorAndNoCrash)
