@@ -52,7 +52,7 @@ struct ChangeCounter {
 
 } // namespace
 
-TEST_F(UserDefaultsTest, RegisteredDefaultsAreVisibleButNeverWritten)
+TEST_F(UserDefaultsTest, RegisteredDefaultsAreVisibleNeverWrittenAndComeBackOnRemoval)
 {
     UserDefaults d(file);
     d.registerDefaults({{"volume", 0.5}, {"shuffle", true}, {"name", "Quivera"}});
@@ -69,6 +69,11 @@ TEST_F(UserDefaultsTest, RegisteredDefaultsAreVisibleButNeverWritten)
     EXPECT_EQ(onDisk(), (QVariantMap{{"volume", 0.25}}));
     EXPECT_EQ(d.allKeys(), (QStringList{"name", "rate", "shuffle", "volume"}));
     EXPECT_EQ(d.dictionaryRepresentation().value("volume").toDouble(), 0.25);
+
+    d.removeValue("volume"); // back to the default, and gone from the file
+    EXPECT_DOUBLE_EQ(d.doubleForKey("volume"), 0.5);
+    d.synchronize();
+    EXPECT_EQ(onDisk(), QVariantMap());
 }
 
 TEST_F(UserDefaultsTest, TheProcessStoreLivesInTheConfigFolder)
@@ -105,17 +110,6 @@ TEST_F(UserDefaultsTest, StoredValuesKeepTheirTypesAcrossANewStore)
     EXPECT_EQ(again.dataForKey("blob"), QByteArray("\0\1", 2));
     EXPECT_EQ(again.dateForKey("when"), when);
     EXPECT_TRUE(again.dataForKey("list").isEmpty()); // no conversion between unrelated types
-}
-
-TEST_F(UserDefaultsTest, RemovingFallsBackToTheDefault)
-{
-    UserDefaults d(file);
-    d.registerDefaults({{"mode", "gapless"}});
-    d.setValue("mode", "crossfade");
-    d.removeValue("mode");
-    EXPECT_EQ(d.stringForKey("mode"), "gapless");
-    d.synchronize();
-    EXPECT_FALSE(onDisk().contains("mode"));
 }
 
 TEST_F(UserDefaultsTest, ValueChangedFiresOncePerEffectiveChange)
