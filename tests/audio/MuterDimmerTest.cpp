@@ -84,7 +84,7 @@ protected:
 
 } // namespace
 
-TEST_F(MuteDim, MuteFadesOutInOneBufferThenStaysSilent)
+TEST_F(MuteDim, MuteFadesOutAndUnmuteFadesInEachInOneBuffer)
 {
     auto stream = start({QStringLiteral("Muter")});
     ASSERT_TRUE(stream);
@@ -93,19 +93,15 @@ TEST_F(MuteDim, MuteFadesOutInOneBufferThenStaysSilent)
     EXPECT_TRUE(bitEqual(next(*stream), ramp(1.0f, 0.0f)));
     for (int i = 0; i < 5; ++i)
         EXPECT_TRUE(bitEqual(next(*stream), constant(0.0f))) << i;
-}
-
-TEST_F(MuteDim, UnmuteFadesInInOneBufferThenPassesUntouched)
-{
-    set("mute", true);
-    auto stream = start({QStringLiteral("Muter")});
-    ASSERT_TRUE(stream);
-    // Started muted: silent from the first buffer, no fade.
-    EXPECT_TRUE(bitEqual(next(*stream), constant(0.0f)));
     set("mute", false);
     EXPECT_TRUE(bitEqual(next(*stream), ramp(0.0f, 1.0f)));
     for (int i = 0; i < 3; ++i)
         EXPECT_TRUE(bitEqual(next(*stream), constant(1.0f))) << i;
+    // Started muted: silent from the first buffer, no fade.
+    set("mute", true);
+    auto muted = start({QStringLiteral("Muter")});
+    ASSERT_TRUE(muted);
+    EXPECT_TRUE(bitEqual(next(*muted), constant(0.0f)));
 }
 
 TEST_F(MuteDim, AMuteUndoneBeforeTheNextBufferStillFadesInFromSilence)
@@ -120,7 +116,7 @@ TEST_F(MuteDim, AMuteUndoneBeforeTheNextBufferStillFadesInFromSilence)
     EXPECT_TRUE(bitEqual(next(*stream), constant(1.0f)));
 }
 
-TEST_F(MuteDim, DimRampsDownInEightBuffersThenHoldsATenth)
+TEST_F(MuteDim, DimRampsDownToATenthAndUndimUpToExactlyOneEachInEightBuffers)
 {
     auto stream = start({QStringLiteral("Dimmer")});
     ASSERT_TRUE(stream);
@@ -129,15 +125,6 @@ TEST_F(MuteDim, DimRampsDownInEightBuffersThenHoldsATenth)
         expectNear(next(*stream), ramp(float(DownLevels[b]), float(DownLevels[b + 1])), "down", b);
     for (int i = 0; i < 3; ++i)
         EXPECT_TRUE(bitEqual(next(*stream), constant(0.1f))) << i; // the single-precision 0.1
-}
-
-TEST_F(MuteDim, UndimRampsUpInEightBuffersToExactlyOneThenPassesUntouched)
-{
-    set("dim", true);
-    auto stream = start({QStringLiteral("Dimmer")});
-    ASSERT_TRUE(stream);
-    // Started dimmed: a tenth from the first buffer.
-    EXPECT_TRUE(bitEqual(next(*stream), constant(0.1f)));
     set("dim", false);
     for (int b = 0; b < 8; ++b)
         expectNear(next(*stream), ramp(float(DownLevels[8 - b]), float(DownLevels[7 - b])), "up", b);
@@ -145,6 +132,11 @@ TEST_F(MuteDim, UndimRampsUpInEightBuffersToExactlyOneThenPassesUntouched)
     EXPECT_EQ(float(Dimmer::rampEnd(Dimmer::LastUp)), 1.0f);
     for (int i = 0; i < 3; ++i)
         EXPECT_TRUE(bitEqual(next(*stream), constant(1.0f))) << i;
+    // Started dimmed: a tenth from the first buffer.
+    set("dim", true);
+    auto dimmed = start({QStringLiteral("Dimmer")});
+    ASSERT_TRUE(dimmed);
+    EXPECT_TRUE(bitEqual(next(*dimmed), constant(0.1f)));
 }
 
 TEST_F(MuteDim, DimInTheMiddleOfTheRampUpJumpsToFullAndRampsDownFromThere)
@@ -174,23 +166,21 @@ TEST_F(MuteDim, AtRestBothPassEverySampleBitForBit)
     stream->processorWithIdentifier<SequenceSource>(QStringLiteral("source"))->setChannels({left, right});
     ASSERT_TRUE(stream->initialize());
     // Back at rest after a full dim and undim as well as from the start.
-    const std::vector<Channel> out = render(*stream, 1000, 100);
-    for (size_t i = 0; i < 1000; ++i) {
-        ASSERT_EQ(std::memcmp(&out[0][i], &left[i % left.size()], sizeof(float)), 0) << i;
-        ASSERT_EQ(std::memcmp(&out[1][i], &right[i % right.size()], sizeof(float)), 0) << i;
-    }
+    const auto expectPassed = [&](size_t offset) {
+        const std::vector<Channel> out = render(*stream, 1000, 100);
+        for (size_t i = 0; i < 1000; ++i) {
+            ASSERT_EQ(std::memcmp(&out[0][i], &left[(i + offset) % left.size()], sizeof(float)), 0) << i;
+            ASSERT_EQ(std::memcmp(&out[1][i], &right[(i + offset) % right.size()], sizeof(float)), 0) << i;
+        }
+    };
+    expectPassed(0);
     set("dim", true);
     set("mute", true);
     render(*stream, 20 * 100, 100);
     set("dim", false);
     set("mute", false);
     render(*stream, 20 * 100, 100);
-    const std::vector<Channel> after = render(*stream, 1000, 100);
-    const size_t offset = 1000 + 2000 + 2000;
-    for (size_t i = 0; i < 1000; ++i) {
-        ASSERT_EQ(std::memcmp(&after[0][i], &left[(i + offset) % left.size()], sizeof(float)), 0) << i;
-        ASSERT_EQ(std::memcmp(&after[1][i], &right[(i + offset) % right.size()], sizeof(float)), 0) << i;
-    }
+    expectPassed(1000 + 2000 + 2000);
 }
 
 TEST_F(MuteDim, BothSetActEachByItself)

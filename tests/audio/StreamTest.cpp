@@ -213,18 +213,20 @@ TEST_F(StreamTest, TheOutputFormatAndBitPerfectnessAreToldWhenTheyChange)
         EXPECT_TRUE(stream->outputFormat().bitPerfect);
         EXPECT_EQ(formats, before + 2);
     };
-    expectToggles([&] { defaults.setValue(QStringLiteral("volume"), 0.5); },
-                  [&] { defaults.setValue(QStringLiteral("volume"), 1.0); }, "volume");
-    expectToggles([&] { defaults.setValue(QStringLiteral("dim"), true); },
-                  [&] { defaults.setValue(QStringLiteral("dim"), false); }, "dim");
-    expectToggles([&] { defaults.setValue(QStringLiteral("mute"), true); },
-                  [&] { defaults.setValue(QStringLiteral("mute"), false); }, "mute");
-    expectToggles([&] { defaults.setValue(QStringLiteral("ditherProperties"), QVariantMap{{"enabled", true}, {"depth", 8}}); },
-                  [&] { defaults.setValue(QStringLiteral("ditherProperties"), QVariantMap{{"enabled", false}, {"depth", 8}}); },
-                  "dither");
-    expectToggles([&] { defaults.setValue(QStringLiteral("headphonesProcessorSettings"), QVariantMap{{"enabled", true}}); },
-                  [&] { defaults.setValue(QStringLiteral("headphonesProcessorSettings"), QVariantMap{{"enabled", false}}); },
-                  "crossfeed");
+    const struct {
+        const char *key;
+        QVariant on, off;
+    } settings[] = {
+        {"volume", 0.5, 1.0},
+        {"dim", true, false},
+        {"mute", true, false},
+        {"ditherProperties", QVariantMap{{"enabled", true}, {"depth", 8}},
+         QVariantMap{{"enabled", false}, {"depth", 8}}},
+        {"headphonesProcessorSettings", QVariantMap{{"enabled", true}}, QVariantMap{{"enabled", false}}},
+    };
+    for (const auto &t : settings)
+        expectToggles([&] { defaults.setValue(QString::fromLatin1(t.key), t.on); },
+                      [&] { defaults.setValue(QString::fromLatin1(t.key), t.off); }, t.key);
     VEKAudioProcessorPtr effect = VEKAudioProcessor::processorWithClass(QStringLiteral("VEKVolumeAudioProcessor"));
     ASSERT_TRUE(effect);
     expectToggles([&] { stream->setProcessor(effect, 0); }, [&] { effect->setEnabled(false); }, "effect");
@@ -243,9 +245,9 @@ TEST_F(StreamTest, TheOutputFormatAndBitPerfectnessAreToldWhenTheyChange)
     EXPECT_EQ(formats, 15);
     // The settings live in memory for the whole test program: leave none behind.
     stream->setProcessor(nullptr, 0);
-    for (const char *key : {"volume", "dim", "mute", "ditherProperties", "headphonesProcessorSettings",
-                            "librarySplitPosition"})
-        defaults.removeValue(QString::fromLatin1(key));
+    for (const auto &t : settings)
+        defaults.removeValue(QString::fromLatin1(t.key));
+    defaults.removeValue(QStringLiteral("librarySplitPosition"));
     stream->stop();
 }
 
