@@ -164,6 +164,11 @@ void LibraryController::build(MainMenu *menu)
     scopeButton->setToolTip(VEKLocalizedString("Library_search"));
     connect(scopeButton, &QAction::triggered, this,
             [this, field] { m_scopeMenu->popup(field->mapToGlobal(QPoint(0, field->height()))); });
+    // The field's icon buttons (the scopes and the clear button) have no text a screen reader
+    // could read out.
+    for (auto *button : field->findChildren<QToolButton *>())
+        button->setAccessibleName(VEKLocalizedString(
+            button->defaultAction() == scopeButton ? "Library_searchScopes" : "Library_searchClear"));
     connect(field, &QLineEdit::textChanged, this, &LibraryController::search);
     // Down from the field goes to the table, where Return plays.
     connect(field, &QLineEdit::returnPressed, this, [this] { m_songTable->view()->setFocus(); });

@@ -58,7 +58,8 @@ def rows(table):
 
 app = wait_for("the program on the accessibility bus", application, 90.0)
 expected = {"Songs": "table", "Playlists": "tree", "Search": "text", "Summary": "label",
-            "Shuffle": None, "Repeat": None, "Artwork": None}
+            "Shuffle": None, "Repeat": None, "Artwork": None,
+            "Search Scope": "push button", "Clear Search": "push button"}
 # The window may show before all its parts are in: wait for all, then say which one is missing.
 library = parts(app)
 end = time.monotonic() + 30
