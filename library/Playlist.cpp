@@ -121,6 +121,15 @@ void Playlist::narrowPredicate(std::shared_ptr<const SongPredicate> predicate)
     emit valueChanged(QStringLiteral("predicate"));
 }
 
+void Playlist::restorePredicate(std::shared_ptr<const SongPredicate> predicate, const QList<SongPtr> &view)
+{
+    setPredicate(std::move(predicate));
+    if (m_predicate) {
+        m_view = view;
+        m_viewValid = true;
+    }
+}
+
 void Playlist::setSelectedRows(const Rows &rows)
 {
     m_selectedRows = rows;

@@ -50,6 +50,9 @@ public:
     // A predicate that can only let through songs the present one lets through (the search
     // text grew by a letter): the view is filtered from the present view, not the whole list.
     void narrowPredicate(std::shared_ptr<const SongPredicate> predicate);
+    // A predicate whose view the caller kept from before (the search text shortened back to what
+    // it was): taken as it is, valid until the next change like any view.
+    void restorePredicate(std::shared_ptr<const SongPredicate> predicate, const QList<SongPtr> &view);
     const Rows &selectedRows() const { return m_selectedRows; }
     void setSelectedRows(const Rows &rows);
     bool locked() const { return m_locked; }

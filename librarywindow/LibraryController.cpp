@@ -251,6 +251,7 @@ void LibraryController::setSearchScope(quint64 scope)
 {
     m_searchScope = scope;
     m_lastSearch.clear();
+    m_searches.clear();
     const QList<QAction *> items = m_scopeMenu->actions();
     if (scope < quint64(items.size()))
         items.at(qsizetype(scope))->setChecked(true);
@@ -271,10 +272,32 @@ void LibraryController::search()
     const PlaylistPtr playlist = m_delegate.selectedPlaylist();
     if (!playlist)
         return;
-    const SongPredicate predicate =
-        SongPredicate::forSearch(m_window->searchField()->text(), int(m_searchScope));
-    playlist->setPredicate(predicate.isEmpty() ? nullptr : std::make_shared<SongPredicate>(predicate));
+    const QString text = m_window->searchField()->text().trimmed();
+    const SongPredicate predicate = SongPredicate::forSearch(text, int(m_searchScope));
+    auto made = predicate.isEmpty() ? nullptr : std::make_shared<const SongPredicate>(predicate);
+    const bool current = playlist->predicate() && playlist->predicate() == m_lastPredicate;
+    if (!current)
+        m_searches.clear();
+    // Backspace: a text searched on the way here has its hits still.
+    while (!m_searches.isEmpty() && (text.isEmpty() || !text.startsWith(m_searches.last().text)))
+        m_searches.removeLast();
+    if (made && current && !m_searches.isEmpty() && m_searches.last().text == text && m_lastSearch != text) {
+        made = m_searches.last().predicate;
+        playlist->restorePredicate(made, m_searches.last().hits);
+    } else if (made && current && !m_lastSearch.isEmpty() && text.startsWith(m_lastSearch)) {
+        // A letter typed at the end can only narrow the hits: every word of the shorter text
+        // lies within a word of the longer one. Those songs are searched again, not all.
+        playlist->narrowPredicate(made);
+    } else {
+        playlist->setPredicate(made);
+    }
+    m_lastSearch = made ? text : QString();
+    m_lastPredicate = made;
+    m_searching = true;
     m_delegate.refreshCurrentSongs();
+    m_searching = false;
+    if (made && (m_searches.isEmpty() || m_searches.last().text != text))
+        m_searches.append({text, made, m_delegate.songs()});
 }
 
 void LibraryController::clearSearchField()
@@ -286,6 +309,11 @@ void LibraryController::clearSearchField()
 
 void LibraryController::refreshSongs()
 {
+    // Hits kept from earlier searches hold only while nothing but the search changed the list.
+    if (!m_searching) {
+        m_searches.clear();
+        m_lastSearch.clear();
+    }
     m_songTable->update();
     updateControls();
 }

@@ -97,9 +97,18 @@ private:
     float m_splitPosition = 0;
     bool m_showArtwork = false;
     quint64 m_searchScope = 0;
-    // The search last run and its predicate, to narrow the hits as the text grows.
+    // The search last run and its predicate, to narrow the hits as the text grows; and the
+    // searches on the way to it with their hits, to go back to as Backspace shortens the text.
+    // Any other new list of songs (an import, a sort, another playlist) forgets them.
+    struct Search {
+        QString text;
+        std::shared_ptr<const SongPredicate> predicate;
+        QList<SongPtr> hits;
+    };
     QString m_lastSearch;
     std::shared_ptr<const SongPredicate> m_lastPredicate;
+    QList<Search> m_searches;
+    bool m_searching = false;
     std::shared_ptr<Operation> m_currentOperation;
     QTimer m_progressTimer;
 };

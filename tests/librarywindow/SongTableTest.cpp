@@ -99,6 +99,16 @@ TEST_F(SongTableTest, EveryWordOfASearchMustBeFoundWithinOneField)
     field->setText(QStringLiteral("a"));
     controller->setSearchScope(1);
     EXPECT_EQ(names(), QStringList{QStringLiteral("a")});
+    // Typing on narrows the hits, Backspace brings back those of the shorter text.
+    field->setText(QStringLiteral("a x"));
+    EXPECT_TRUE(names().isEmpty());
+    field->setText(QStringLiteral("a "));
+    EXPECT_EQ(names(), QStringList{QStringLiteral("a")});
+    library->setSortKey(QStringLiteral("name"));
+    delegate->refreshCurrentSongs();
+    field->setText(QStringLiteral(""));
+    field->setText(QStringLiteral("b"));
+    EXPECT_EQ(names(), QStringList{QStringLiteral("b")});
     field->setText(QStringLiteral(" \t "));
     EXPECT_FALSE(library->predicate());
     EXPECT_EQ(names().size(), 3);
