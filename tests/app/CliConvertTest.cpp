@@ -14,6 +14,8 @@
 #include <QRegularExpression>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace {
 
 // What ffprobe reads of a file: its audio stream, and the tags of container and stream with
@@ -126,20 +128,14 @@ TEST_F(CliConvertTest, TheResultIsANewSongBesideTheSourceUnderANewName)
     EXPECT_EQ(p.tags.value(QStringLiteral("album")).toString(), QStringLiteral("Records"));
     EXPECT_TRUE(p.hasPicture) << "the cover is carried over";
 
+    // The row's date, rate and new ID: ConvertOperationTest; here what the listing shows of it.
     const QJsonArray songs = cli.songs();
     ASSERT_EQ(songs.size(), 3);
-    bool found = false;
-    for (const QJsonValue &v : songs) {
-        const QJsonObject song = v.toObject();
-        if (song.value(QStringLiteral("path")).toString() != first)
-            continue;
-        found = true;
-        EXPECT_FALSE(song.value(QStringLiteral("dateAdded")).toString().isEmpty());
-        EXPECT_EQ(song.value(QStringLiteral("sampleRate")).toDouble(), 48000.0);
-        EXPECT_EQ(song.value(QStringLiteral("name")).toString(), QStringLiteral("Morning"));
-        EXPECT_NE(QString::number(song.value(QStringLiteral("songID")).toInteger()), songID);
-    }
-    EXPECT_TRUE(found);
+    const auto result = std::find_if(songs.begin(), songs.end(), [&](const QJsonValue &v) {
+        return v.toObject().value(QStringLiteral("path")).toString() == first;
+    });
+    ASSERT_NE(result, songs.end());
+    EXPECT_EQ(result->toObject().value(QStringLiteral("name")).toString(), QStringLiteral("Morning"));
 }
 
 TEST_F(CliConvertTest, ASongInThePreferredFormatIsSkipped)
