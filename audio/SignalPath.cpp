@@ -31,9 +31,16 @@ QString channelsText(quint32 channels)
     return text("SignalPath_channels").arg(channels);
 }
 
+// "24-bit (S24_3LE), 44.1 kHz": the depth in words a listener reads, ALSA's name beside it for
+// the one who checks.
 QString layerText(const VEKAudioDeviceFormat::Layer &layer)
 {
-    return QStringLiteral("%1, %2").arg(layer.sampleFormat, SignalPath::rateText(layer.sampleRate));
+    QString word = layer.sampleFormat;
+    if (layer.significantBits > 0 && !word.isEmpty())
+        word = text(layer.isFloat ? "SignalPath_floatWord" : "SignalPath_word")
+                   .arg(layer.significantBits)
+                   .arg(layer.sampleFormat);
+    return QStringLiteral("%1, %2").arg(word, SignalPath::rateText(layer.sampleRate));
 }
 
 // The bits of a word the signal can fill: a float sample carries 24.

@@ -111,7 +111,7 @@ TEST(SignalPath, StagesSayFromWhatToWhat)
     EXPECT_EQ(path.stages()[1].kind, Kind::Dither);
     EXPECT_EQ(path.stages()[1].bits, 16) << "the dither's own depth, on a converted (float) signal";
     EXPECT_EQ(path.sourceText(), QStringLiteral("FLAC 24-bit, 96 kHz, stereo"));
-    EXPECT_EQ(path.deviceText(), QStringLiteral("S16_LE, 44.1 kHz, stereo"));
+    EXPECT_EQ(path.deviceText(), QStringLiteral("16-bit (S16_LE), 44.1 kHz, stereo"));
     EXPECT_TRUE(path.verdictText().contains(QStringLiteral("96 kHz to 44.1 kHz")))
         << path.verdictText().toStdString();
     EXPECT_FALSE(SignalPath().hasSong());

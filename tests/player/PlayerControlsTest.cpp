@@ -278,7 +278,8 @@ TEST(PlayerSignalMark, NamesWhatAltersTheSamplesAndShrinksToADot)
     EXPECT_EQ(PlayerSignalMark::word(mark.path()), QStringLiteral("Dithered"));
     const QString said = QAccessible::queryAccessibleInterface(&mark)->text(QAccessible::Description);
     EXPECT_TRUE(said.contains(QStringLiteral("8 bits"))) << said.toStdString();
-    EXPECT_TRUE(mark.toolTip().contains(QStringLiteral("S24_3LE, 44.1 kHz"))) << mark.toolTip().toStdString();
+    EXPECT_TRUE(mark.toolTip().contains(QStringLiteral("24-bit (S24_3LE), 44.1 kHz")))
+        << mark.toolTip().toStdString();
 
     const auto inkedWidth = [&](int width, int height) {
         mark.resize(width, height);
@@ -309,7 +310,7 @@ TEST(SignalPathView, GrowsAndSpeaksAStagePerChange)
     // Song, conversion, volume, rounding to the card's 16 bits, device.
     EXPECT_GE(view.heightForWidth(400), empty + 5 * 40);
     const QString said = QAccessible::queryAccessibleInterface(&view)->text(QAccessible::Description);
-    for (const char *part :
-         {"44.1 kHz → 48 kHz, soxr quick", "Volume", "Rounding", "S16_LE, 48 kHz", "Not bit-perfect"})
+    for (const char *part : {"44.1 kHz → 48 kHz, soxr quick", "Volume", "Rounding", "16-bit (S16_LE), 48 kHz",
+                             "Not bit-perfect"})
         EXPECT_TRUE(said.contains(QString::fromUtf8(part))) << part << " in " << said.toStdString();
 }
