@@ -69,11 +69,13 @@ TEST_F(CliITunesTest, ShowsExactlyWhatTheFiltersAllowAndStoresOneRowPerPlaylist)
     for (const auto &v : songsOf("1")) {
         const QJsonObject s = v.toObject();
         const qint64 id = s.value(QStringLiteral("songID")).toInteger();
-        if (id == 101)
+        if (id == 101) {
             EXPECT_EQ(s.value(QStringLiteral("dateAdded")).toString(),
                       QStringLiteral("2012-03-04T05:06:07Z"));
-        if (id == 101 || id == 102)
+        }
+        if (id == 101 || id == 102) {
             EXPECT_EQ(s.value(QStringLiteral("isMissing")).toBool(), id == 102);
+        }
     }
 
     // Every launch reads the file again; the rows are there once. No song is copied.
