@@ -10,6 +10,7 @@
 #include <QFile>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 
@@ -81,33 +82,26 @@ const char *const kLossy[] = {"a.mp3", "aac.m4a", "a.ogg"};
 
 } // namespace
 
-TEST(ReaderDecoding, LosslessFilesDecodeExactlyAsFFmpegDoes)
+// Lossless files decode exactly as FFmpeg decodes them. Lossy ones: FFmpeg's own decoding keeps
+// AAC's end padding (33792 frames here) and, for Vorbis, times the first packet wrongly and cuts
+// 128 frames too many at the end. Ours has exactly the source's frames, starting where the source
+// starts, and is FFmpeg's decoding where both have audio.
+TEST(ReaderDecoding, FilesDecodeAsFFmpegDoesAndLossyOnesKeepTheSourceLength)
 {
-    for (const char *name : kLossless) {
-        SCOPED_TRACE(name);
-        auto reader = VEKAudioFileReader::open(fixture(name));
-        ASSERT_NE(reader, nullptr);
-        const Pcm ours = readAll(*reader);
-        const Pcm theirs = Pcm::decodedByFFmpeg(fixture(name), 2);
-        ASSERT_EQ(ours.frames(), kFrames);
-        ASSERT_EQ(theirs.frames(), kFrames);
-        EXPECT_EQ(ours.s, theirs.s);
-    }
-}
-
-TEST(ReaderDecoding, LossyFilesKeepTheSourceLengthAndLineUpWithIt)
-{
-    // FFmpeg's own decoding keeps AAC's end padding (33792 frames here) and, for Vorbis, times
-    // the first packet wrongly and cuts 128 frames too many at the end. Ours has exactly the
-    // source's frames, starting where the source starts, and is FFmpeg's decoding where both
-    // have audio.
     const Pcm source = Pcm::decodedByFFmpeg(IOFixtures::plainWave(), 2);
-    for (const char *name : kLossy) {
+    QList<const char *> names(std::begin(kLossless), std::end(kLossless));
+    names.append(QList<const char *>(std::begin(kLossy), std::end(kLossy)));
+    for (const char *name : names) {
         SCOPED_TRACE(name);
         auto reader = VEKAudioFileReader::open(fixture(name));
         ASSERT_NE(reader, nullptr);
         const Pcm ours = readAll(*reader);
         const Pcm theirs = Pcm::decodedByFFmpeg(fixture(name), 2);
+        if (std::find(std::begin(kLossy), std::end(kLossy), name) == std::end(kLossy)) {
+            EXPECT_EQ(theirs.frames(), kFrames);
+            EXPECT_EQ(ours.s, theirs.s);
+            continue;
+        }
         EXPECT_EQ(ours.frames(), kFrames);
         EXPECT_EQ(bestAlignment(ours, source), 0);
         const quint64 common = std::min(ours.frames(), theirs.frames());
