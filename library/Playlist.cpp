@@ -5,6 +5,7 @@
 #include "core/VEKDate.h"
 #include "core/VEKLocalizedString.h"
 #include "db/VEKDatabaseQuery.h"
+#include "text/VEKText.h"
 
 #include <QHash>
 #include <QSet>
@@ -400,19 +401,22 @@ void Playlist::updateSortedOrder()
     const qsizetype n = m_manualOrder.size();
 
     // Texts of the sortable fields repeat (an album's every track): rank the distinct values
-    // once with the collator, then the sort compares integers. Rank -1 is an empty value.
+    // once, then the sort compares integers. Rank -1 is an empty value that comes last. Whether
+    // a text may skip the collator is found once per text, not at each of its comparisons.
     std::vector<std::vector<int>> ranks(size_t(descriptors.size()));
     for (qsizetype d = 0; d < descriptors.size(); ++d) {
         const SortDescriptor &descriptor = descriptors.at(d);
-        if (!descriptor.comparesSortableText())
+        if (!descriptor.ranksText())
             continue;
+        const bool emptyLast = descriptor.emptyTextLast();
         QHash<QString, int> slot;
         QList<QString> distinct;
+        std::vector<char> plain;
         std::vector<int> &r = ranks[size_t(d)];
         r.resize(size_t(n));
         for (qsizetype i = 0; i < n; ++i) {
             const QString &text = descriptor.sortableText(*m_manualOrder.at(i));
-            if (text.isEmpty()) {
+            if (emptyLast && text.isEmpty()) {
                 r[size_t(i)] = -1;
                 continue;
             }
@@ -420,19 +424,22 @@ void Playlist::updateSortedOrder()
             if (it == slot.cend()) {
                 it = slot.insert(text, int(distinct.size()));
                 distinct.append(text);
+                plain.push_back(VEKText::comparesPlainly(text));
             }
             r[size_t(i)] = it.value();
         }
+        const auto compare = [&](int a, int b) {
+            return descriptor.compareTexts(distinct.at(a), distinct.at(b),
+                                           plain[size_t(a)] && plain[size_t(b)]);
+        };
         std::vector<int> order(size_t(distinct.size()));
         for (size_t k = 0; k < order.size(); ++k)
             order[k] = int(k);
-        std::sort(order.begin(), order.end(), [&distinct](int a, int b) {
-            return SortDescriptor::compareSortableTexts(distinct.at(a), distinct.at(b)) < 0;
-        });
+        std::sort(order.begin(), order.end(), [&compare](int a, int b) { return compare(a, b) < 0; });
         std::vector<int> rankOfSlot(order.size());
         int rank = 0;
         for (size_t k = 0; k < order.size(); ++k) {
-            if (k > 0 && SortDescriptor::compareSortableTexts(distinct.at(order[k - 1]), distinct.at(order[k])) != 0)
+            if (k > 0 && compare(order[k - 1], order[k]) != 0)
                 ++rank;
             rankOfSlot[size_t(order[k])] = rank;
         }
@@ -452,6 +459,16 @@ void Playlist::updateSortedOrder()
             v.push_back(m_manualOrder.at(i)->valueForKey(descriptors.at(d).key()));
     }
 
+    std::vector<std::vector<quint64>> numbers(size_t(descriptors.size()));
+    for (qsizetype d = 0; d < descriptors.size(); ++d) {
+        if (!descriptors.at(d).comparesNumber())
+            continue;
+        std::vector<quint64> &v = numbers[size_t(d)];
+        v.reserve(size_t(n));
+        for (qsizetype i = 0; i < n; ++i)
+            v.push_back(descriptors.at(d).number(*m_manualOrder.at(i)));
+    }
+
     std::vector<qsizetype> indexes(static_cast<size_t>(n));
     for (qsizetype i = 0; i < n; ++i)
         indexes[size_t(i)] = i;
@@ -461,7 +478,11 @@ void Playlist::updateSortedOrder()
             const std::vector<int> &r = ranks[size_t(d)];
             int c;
             const std::vector<QVariant> &v = values[size_t(d)];
-            if (!v.empty()) {
+            const std::vector<quint64> &number = numbers[size_t(d)];
+            if (!number.empty()) {
+                const quint64 x = number[size_t(a)], y = number[size_t(b)];
+                c = x == y ? 0 : ((x < y) == descriptors.at(d).ascending() ? -1 : 1);
+            } else if (!v.empty()) {
                 const int sign = descriptors.at(d).ascending() ? 1 : -1;
                 c = sign * SortDescriptor::compareValues(v[size_t(a)], v[size_t(b)]);
             } else if (r.empty()) {

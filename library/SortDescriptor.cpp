@@ -12,6 +12,10 @@ int naturalCompare(const QVariant &a, const QVariant &b)
         return threeWay(a.isValid(), b.isValid());
     switch (a.typeId()) {
     case QMetaType::QString:
+        // Read in place: a sort compares each value many times, and a copy costs two atomic counts.
+        if (b.typeId() == QMetaType::QString)
+            return threeWay(*static_cast<const QString *>(a.constData()),
+                            *static_cast<const QString *>(b.constData()));
         return threeWay(a.toString(), b.toString());
     case QMetaType::QDateTime:
         return threeWay(a.toDateTime(), b.toDateTime());
@@ -79,7 +83,7 @@ int SortDescriptor::compare(const Song &a, const Song &b) const
             return 1;
         if (ye)
             return -1;
-        return sign * compareSortableTexts(x, y);
+        return sign * VEKText::localizedCaseInsensitiveCompare(x, y);
     }
     if (m_comparison == Comparison::NumericText)
         return sign * VEKText::caseInsensitiveNumericCompare(x, y);
@@ -91,9 +95,11 @@ int SortDescriptor::compareValues(const QVariant &a, const QVariant &b)
     return naturalCompare(a, b);
 }
 
-int SortDescriptor::compareSortableTexts(const QString &x, const QString &y)
+int SortDescriptor::compareTexts(const QString &x, const QString &y, bool bothPlain) const
 {
-    return VEKText::localizedCaseInsensitiveCompare(x, y);
+    if (m_comparison == Comparison::Sortable)
+        return VEKText::localizedCaseInsensitiveCompare(x, y, bothPlain);
+    return VEKText::caseInsensitiveNumericCompare(x, y, bothPlain);
 }
 
 const QString &SortDescriptor::sortableText(const Song &song) const

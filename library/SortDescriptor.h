@@ -21,12 +21,21 @@ public:
     // Negative, zero or positive.
     int compare(const Song &a, const Song &b) const;
 
-    // Sortable descriptors compare one text field; a sort of many songs ranks the distinct texts
-    // once and then compares ranks (see Playlist::updateSortedOrder).
-    bool comparesSortableText() const { return m_comparison == Comparison::Sortable; }
+    // Sortable and NumericText descriptors compare one text field; a sort of many songs ranks
+    // the distinct texts once and then compares ranks (see Playlist::updateSortedOrder).
+    bool ranksText() const { return m_comparison != Comparison::Natural && m_field != Field::Other; }
+    // Sortable texts put empty values last in either direction; other texts order them first.
+    bool emptyTextLast() const { return m_comparison == Comparison::Sortable; }
     const QString &sortableText(const Song &song) const;
-    // The order of two non-empty sortable texts, ascending.
-    static int compareSortableTexts(const QString &x, const QString &y);
+    // The ascending order of two texts of this descriptor (non-empty ones when emptyTextLast),
+    // told whether both compare plainly (VEKText::comparesPlainly).
+    int compareTexts(const QString &x, const QString &y, bool bothPlain) const;
+    // Disc and track descriptors compare a number, read once per song by a sort of many.
+    bool comparesNumber() const { return m_field == Field::DiscSortable || m_field == Field::TrackSortable; }
+    quint64 number(const Song &song) const
+    {
+        return m_field == Field::DiscSortable ? song.disc_sortable() : song.track_sortable();
+    }
     // Descriptors of any other field compare the field's value (valueForKey); a sort of many
     // songs reads each song's value once and compares those (compareValues, ascending).
     bool comparesFieldValues() const { return m_field == Field::Other; }

@@ -135,22 +135,36 @@ bool VEKText::containsPrefolded(const QString &text, const QString &foldedNeedle
     return foldCaseAndDiacritics(text).contains(foldedNeedle);
 }
 
-int VEKText::localizedCaseInsensitiveCompare(const QString &a, const QString &b)
+bool VEKText::comparesPlainly(const QString &text)
 {
     // English collation orders such texts (blanks, then digits, then letters) by their code
     // units; other languages may not ("aa" after "z" in Danish), so they always ask the collator.
     thread_local const bool plainOrderHolds = collationLocale().language() == QLocale::English;
-    if (plainOrderHolds && isPlain(a) && isPlain(b))
+    return plainOrderHolds && isPlain(text);
+}
+
+int VEKText::localizedCaseInsensitiveCompare(const QString &a, const QString &b)
+{
+    return localizedCaseInsensitiveCompare(a, b, comparesPlainly(a) && comparesPlainly(b));
+}
+
+int VEKText::localizedCaseInsensitiveCompare(const QString &a, const QString &b, bool bothPlain)
+{
+    if (bothPlain)
         return a.compare(b, Qt::CaseInsensitive);
     return collator().compare(a, b);
 }
 
 int VEKText::caseInsensitiveNumericCompare(const QString &a, const QString &b)
 {
+    return caseInsensitiveNumericCompare(a, b, comparesPlainly(a) && comparesPlainly(b));
+}
+
+int VEKText::caseInsensitiveNumericCompare(const QString &a, const QString &b, bool bothPlain)
+{
     // Song names mostly are plain: a sort of 100,000 of them must not ask the collator
     // 1.7 million times.
-    thread_local const bool plainOrderHolds = collationLocale().language() == QLocale::English;
-    if (plainOrderHolds && isPlain(a) && isPlain(b))
+    if (bothPlain)
         return plainNumericCompare(a, b);
     return numericCollator().compare(a, b);
 }

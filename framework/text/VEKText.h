@@ -23,4 +23,11 @@ int localizedCaseInsensitiveCompare(const QString &a, const QString &b);
 // Case-insensitive comparison that orders embedded numbers by value: "Track 9" < "Track 10".
 int caseInsensitiveNumericCompare(const QString &a, const QString &b);
 
+// Whether the two comparisons above may order `text` by its code units alone (only letters
+// a-z, digits and blanks, under a collation that orders those so). A sort that compares each
+// text many times asks this once per text and passes the answer for both texts.
+bool comparesPlainly(const QString &text);
+int localizedCaseInsensitiveCompare(const QString &a, const QString &b, bool bothPlain);
+int caseInsensitiveNumericCompare(const QString &a, const QString &b, bool bothPlain);
+
 } // namespace VEKText
