@@ -2,6 +2,8 @@
 
 #include <QCollator>
 #include <QLocale>
+#include <QVarLengthArray>
+#include <array>
 
 namespace {
 bool isAscii(const QString &s)
@@ -121,6 +123,42 @@ bool VEKText::containsFolded(const QString &text, const QString &needle)
     return containsPrefolded(text, foldCaseAndDiacritics(needle));
 }
 
+namespace {
+// The folded form of each Latin character (U+0000 to U+024F): one character, none (a mark), or
+// kTooLong for a character that folds to more than one. Folding works character by character
+// (a decomposition's marks are dropped, so their order never matters), so a text of such
+// characters folds without the normalizer's and the case folder's copies.
+constexpr char16_t kLatinEnd = 0x250, kNone = 0, kTooLong = 0xFFFF;
+
+const std::array<char16_t, kLatinEnd> &latinFolds()
+{
+    static const std::array<char16_t, kLatinEnd> table = [] {
+        std::array<char16_t, kLatinEnd> t{};
+        for (char16_t u = 0; u < kLatinEnd; ++u) {
+            const QString folded = VEKText::foldCaseAndDiacritics(QString(QChar(u)));
+            t[u] = folded.isEmpty() ? kNone : folded.size() == 1 ? folded.at(0).unicode() : kTooLong;
+        }
+        return t;
+    }();
+    return table;
+}
+
+// Folds `text` into `out` when every character is in the table; false otherwise.
+bool foldLatin(const QString &text, QVarLengthArray<char16_t, 256> &out)
+{
+    const std::array<char16_t, kLatinEnd> &folds = latinFolds();
+    out.reserve(text.size());
+    for (const QChar c : text) {
+        const char16_t u = c.unicode();
+        if (u >= kLatinEnd || folds[u] == kTooLong)
+            return false;
+        if (folds[u] != kNone)
+            out.append(folds[u]);
+    }
+    return true;
+}
+} // namespace
+
 bool VEKText::containsPrefolded(const QString &text, const QString &foldedNeedle)
 {
     if (text.isNull())
@@ -132,6 +170,9 @@ bool VEKText::containsPrefolded(const QString &text, const QString &foldedNeedle
     if (isAscii(text))
         return isAscii(foldedNeedle)
                && QStringView(text).contains(QStringView(foldedNeedle), Qt::CaseInsensitive);
+    QVarLengthArray<char16_t, 256> folded;
+    if (foldLatin(text, folded))
+        return QStringView(folded.data(), folded.size()).contains(QStringView(foldedNeedle));
     return foldCaseAndDiacritics(text).contains(foldedNeedle);
 }
 

@@ -19,6 +19,17 @@ TEST(VEKTextSearch, IgnoresCaseAndDiacritics)
     // Plain ASCII is compared in place: the same answers as with a folded copy.
     EXPECT_TRUE(containsFolded(QStringLiteral("ABBA Gold"), QStringLiteral("bba g")));
     EXPECT_FALSE(containsFolded(QStringLiteral("Motorhead"), QStringLiteral("Motørhead")));
+    // Latin texts fold character by character without a copy: the same answers as the whole
+    // text's fold, for every character, alone and among others.
+    for (char16_t u = 0x80; u < 0x300; ++u) {
+        const QString text = QStringLiteral("Ab") + QChar(u) + QStringLiteral("\u00e9Z");
+        const QString folded = foldCaseAndDiacritics(text);
+        EXPECT_TRUE(containsPrefolded(text, folded)) << int(u);
+        EXPECT_EQ(containsPrefolded(text, QStringLiteral("abez")), folded == QLatin1String("abez")) << int(u);
+        EXPECT_EQ(containsPrefolded(text, QStringLiteral("b") + QChar(u)),
+                  folded.contains(QStringLiteral("b") + QChar(u)))
+            << int(u);
+    }
 }
 
 TEST(VEKTextSearch, AbsentTextMatchesNothingEmptyNeedleMatchesPresentText)
