@@ -412,6 +412,10 @@ void Playlist::updateSortedOrder()
         QHash<QString, int> slot;
         QList<QString> distinct;
         std::vector<char> plain;
+        // Two plain texts are ordered by their byte keys; any other pair by the comparison.
+        std::vector<std::string> keys;
+        std::vector<char> keyed;
+        const bool numeric = descriptor.comparesNumericText();
         std::vector<int> &r = ranks[size_t(d)];
         r.resize(size_t(n));
         for (qsizetype i = 0; i < n; ++i) {
@@ -425,10 +429,14 @@ void Playlist::updateSortedOrder()
                 it = slot.insert(text, int(distinct.size()));
                 distinct.append(text);
                 plain.push_back(VEKText::comparesPlainly(text));
+                keys.emplace_back();
+                keyed.push_back(plain.back() && VEKText::plainOrderKey(text, numeric, &keys.back()));
             }
             r[size_t(i)] = it.value();
         }
         const auto compare = [&](int a, int b) {
+            if (keyed[size_t(a)] && keyed[size_t(b)])
+                return keys[size_t(a)].compare(keys[size_t(b)]);
             return descriptor.compareTexts(distinct.at(a), distinct.at(b),
                                            plain[size_t(a)] && plain[size_t(b)]);
         };

@@ -26,6 +26,7 @@ public:
     bool ranksText() const { return m_comparison != Comparison::Natural && m_field != Field::Other; }
     // Sortable texts put empty values last in either direction; other texts order them first.
     bool emptyTextLast() const { return m_comparison == Comparison::Sortable; }
+    bool comparesNumericText() const { return m_comparison == Comparison::NumericText; }
     const QString &sortableText(const Song &song) const;
     // The ascending order of two texts of this descriptor (non-empty ones when emptyTextLast),
     // told whether both compare plainly (VEKText::comparesPlainly).

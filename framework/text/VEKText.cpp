@@ -201,6 +201,34 @@ int VEKText::caseInsensitiveNumericCompare(const QString &a, const QString &b)
     return caseInsensitiveNumericCompare(a, b, comparesPlainly(a) && comparesPlainly(b));
 }
 
+bool VEKText::plainOrderKey(const QString &text, bool numeric, std::string *key)
+{
+    key->clear();
+    key->reserve(size_t(text.size()) + 2);
+    for (qsizetype i = 0; i < text.size();) {
+        const char16_t u = text.at(i).unicode();
+        if (!numeric || !isDigit(u)) {
+            key->push_back(char(lower(u)));
+            ++i;
+            continue;
+        }
+        // A number: a digit (any digit orders the same against a blank or a letter), its count
+        // of digits without leading zeros, then those digits.
+        qsizetype end = i;
+        while (end < text.size() && isDigit(text.at(end).unicode()))
+            ++end;
+        while (i + 1 < end && text.at(i) == u'0')
+            ++i;
+        if (end - i > 120)
+            return false;
+        key->push_back('0');
+        key->push_back(char(end - i));
+        for (; i < end; ++i)
+            key->push_back(char(text.at(i).unicode()));
+    }
+    return true;
+}
+
 int VEKText::caseInsensitiveNumericCompare(const QString &a, const QString &b, bool bothPlain)
 {
     // Song names mostly are plain: a sort of 100,000 of them must not ask the collator

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <string>
 
 // Text comparisons the library's search and sorts need.
 namespace VEKText {
@@ -29,5 +30,10 @@ int caseInsensitiveNumericCompare(const QString &a, const QString &b);
 bool comparesPlainly(const QString &text);
 int localizedCaseInsensitiveCompare(const QString &a, const QString &b, bool bothPlain);
 int caseInsensitiveNumericCompare(const QString &a, const QString &b, bool bothPlain);
+
+// For a text that compares plainly: bytes whose order (as std::string compares them) is the
+// order of the comparison above, the numeric one when `numeric`, so a sort of many texts
+// compares bytes. False, with no key, when a number in the text is too long for one.
+bool plainOrderKey(const QString &text, bool numeric, std::string *key);
 
 } // namespace VEKText

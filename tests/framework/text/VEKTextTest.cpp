@@ -81,6 +81,16 @@ TEST(VEKTextOrder, PlainTextsOrderAsTheCollatorOrdersThem)
                 << x.toStdString() << " vs " << y.toStdString() << " by number";
             EXPECT_EQ(fastNumeric == 0, fullNumeric == 0)
                 << x.toStdString() << " vs " << y.toStdString() << " by number";
+            // And the byte keys a sort of many texts compares instead.
+            std::string kx, ky;
+            for (const bool byNumber : {false, true}) {
+                ASSERT_TRUE(plainOrderKey(x, byNumber, &kx) && plainOrderKey(y, byNumber, &ky));
+                const int keyed = kx.compare(ky), expected = byNumber ? fullNumeric : full;
+                EXPECT_EQ(keyed < 0, expected < 0)
+                    << x.toStdString() << " vs " << y.toStdString() << " keyed";
+                EXPECT_EQ(keyed == 0, expected == 0)
+                    << x.toStdString() << " vs " << y.toStdString() << " keyed";
+            }
         }
 }
 
