@@ -416,6 +416,8 @@ void Playlist::updateSortedOrder()
         std::vector<std::string> keys;
         std::vector<char> keyed;
         const bool numeric = descriptor.comparesNumericText();
+        // Names are mostly distinct: room for every song at once rather than growing step by step.
+        slot.reserve(n);
         std::vector<int> &r = ranks[size_t(d)];
         r.resize(size_t(n));
         for (qsizetype i = 0; i < n; ++i) {
