@@ -157,6 +157,32 @@ bool foldLatin(const QString &text, QVarLengthArray<char16_t, 256> &out)
     }
     return true;
 }
+
+// Whether `text` holds the ASCII `needle`, letters of either case alike, in one pass that reads
+// each character once. A run of ASCII stays whole and keeps its letters in the folded text, so a
+// hit here is a hit there; a miss in a text with other characters is -1: the fold may still hit.
+int containsAsciiNeedle(const QString &text, const QString &needle)
+{
+    const char16_t *t = QStringView(text).utf16(), *n = QStringView(needle).utf16();
+    const qsizetype size = text.size(), length = needle.size();
+    const char16_t first = lower(n[0]);
+    bool wide = false;
+    for (qsizetype i = 0; i < size; ++i) {
+        const char16_t u = t[i];
+        if (u >= 0x80) {
+            wide = true;
+            continue;
+        }
+        if (lower(u) != first || i + length > size)
+            continue;
+        qsizetype k = 1;
+        while (k < length && lower(t[i + k]) == lower(n[k]))
+            ++k;
+        if (k == length)
+            return 1;
+    }
+    return wide ? -1 : 0;
+}
 } // namespace
 
 bool VEKText::containsPrefolded(const QString &text, const QString &foldedNeedle)
@@ -167,9 +193,13 @@ bool VEKText::containsPrefolded(const QString &text, const QString &foldedNeedle
         return true;
     // Plain ASCII folds to its lower case: compare in place rather than build a folded copy of
     // every field of every song at each search. Folded ASCII never holds a character beyond it.
-    if (isAscii(text))
-        return isAscii(foldedNeedle)
-               && QStringView(text).contains(QStringView(foldedNeedle), Qt::CaseInsensitive);
+    if (isAscii(foldedNeedle)) {
+        const int found = containsAsciiNeedle(text, foldedNeedle);
+        if (found >= 0)
+            return found;
+    } else if (isAscii(text)) {
+        return false;
+    }
     QVarLengthArray<char16_t, 256> folded;
     if (foldLatin(text, folded))
         return QStringView(folded.data(), folded.size()).contains(QStringView(foldedNeedle));

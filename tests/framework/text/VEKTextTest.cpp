@@ -19,6 +19,8 @@ TEST(VEKTextSearch, IgnoresCaseAndDiacritics)
     // Plain ASCII is compared in place: the same answers as with a folded copy.
     EXPECT_TRUE(containsFolded(QStringLiteral("ABBA Gold"), QStringLiteral("bba g")));
     EXPECT_FALSE(containsFolded(QStringLiteral("Motorhead"), QStringLiteral("Motørhead")));
+    EXPECT_TRUE(containsFolded(QStringLiteral("Ünïcode ABBA"), QStringLiteral("abba")));
+    EXPECT_FALSE(containsFolded(QStringLiteral("Ünïcode ABBA"), QStringLiteral("abc")));
     // Latin texts fold character by character without a copy: the same answers as the whole
     // text's fold, for every character, alone and among others.
     for (char16_t u = 0x80; u < 0x300; ++u) {
