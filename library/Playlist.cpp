@@ -467,6 +467,35 @@ void Playlist::updateSortedOrder()
         v.reserve(size_t(n));
         for (qsizetype i = 0; i < n; ++i)
             v.push_back(m_manualOrder.at(i)->valueForKey(descriptors.at(d).key()));
+        // A text field (a genre) repeats like an artist: rank its distinct texts once, by their
+        // code units as the values compare, and let the sort compare ranks.
+        if (!std::all_of(v.begin(), v.end(),
+                         [](const QVariant &x) { return x.typeId() == QMetaType::QString; }))
+            continue;
+        QHash<QString, int> slot;
+        QList<QString> distinct;
+        std::vector<int> &r = ranks[size_t(d)];
+        r.resize(size_t(n));
+        for (qsizetype i = 0; i < n; ++i) {
+            const QString &text = *static_cast<const QString *>(v[size_t(i)].constData());
+            auto it = slot.constFind(text);
+            if (it == slot.cend()) {
+                it = slot.insert(text, int(distinct.size()));
+                distinct.append(text);
+            }
+            r[size_t(i)] = it.value();
+        }
+        std::vector<int> order(size_t(distinct.size()));
+        for (size_t k = 0; k < order.size(); ++k)
+            order[k] = int(k);
+        std::sort(order.begin(), order.end(),
+                  [&distinct](int a, int b) { return distinct.at(a) < distinct.at(b); });
+        std::vector<int> rankOfSlot(order.size());
+        for (size_t k = 0; k < order.size(); ++k)
+            rankOfSlot[size_t(order[k])] = int(k);
+        for (int &value : r)
+            value = rankOfSlot[size_t(value)];
+        v.clear();
     }
 
     std::vector<std::vector<quint64>> numbers(size_t(descriptors.size()));

@@ -101,6 +101,23 @@ TEST_F(PlaylistTest, NameSortIsNumericAndOrdinalIgnoresDirection)
     EXPECT_EQ(ids(p.songs()), (QList<qint64>{-1, -2}));
 }
 
+TEST_F(PlaylistTest, AGenreSortComparesCodeUnitsAndKeepsTiesInTheUsersOrder)
+{
+    Playlist p;
+    QList<SongPtr> songs;
+    for (const auto &[id, genre] :
+         {std::pair{-1, "rock"}, {-2, "Rock"}, {-3, "rock"}, {-4, ""}, {-5, "Pop"}}) {
+        songs.append(makeSong(id, "x", "y", 1, 1));
+        songs.last()->setGenre(QString::fromUtf8(genre));
+    }
+    p.appendSongs(songs);
+    p.setSortKey(QStringLiteral("genre"));
+    p.setSortAscending(true);
+    EXPECT_EQ(ids(p.songs()), (QList<qint64>{-4, -5, -2, -1, -3}));
+    p.setSortAscending(false);
+    EXPECT_EQ(ids(p.songs()), (QList<qint64>{-1, -3, -2, -5, -4}));
+}
+
 TEST_F(PlaylistTest, ShuffleDealsExactlyTheSettledSelectionByRounding)
 {
     QList<SongPtr> many;
