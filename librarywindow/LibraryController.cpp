@@ -198,6 +198,9 @@ void LibraryController::build(MainMenu *menu)
 void LibraryController::open()
 {
     UserDefaults::standard().setValue(kOpenKey, true);
+    // A window that opens starts in its songs, where arrows and Return act, not in the search.
+    if (!m_window->isVisible())
+        m_songTable->view()->setFocus(Qt::OtherFocusReason);
     m_window->show();
     m_window->raise();
     m_window->activateWindow();
