@@ -67,6 +67,13 @@ double timed(LibraryWindow *window, const std::function<void()> &action)
 
 void report(const char *what, const std::vector<double> &ms)
 {
+    // Every sample in order, to find which column or which key is the worst.
+    if (qEnvironmentVariableIsSet("QUIVERA_BENCH_SAMPLES")) {
+        std::fprintf(stderr, "%s:", what);
+        for (const double each : ms)
+            std::fprintf(stderr, " %.1f", each);
+        std::fprintf(stderr, "\n");
+    }
     std::printf("%s %.2f %.2f %zu\n", what, BenchLibrary::worst(ms), BenchLibrary::median(ms), ms.size());
     std::fflush(stdout);
 }
@@ -267,9 +274,12 @@ int main(int argc, char **argv)
             std::fprintf(stderr, "%s failed: %s\n", qPrintable(mode), p.readAllStandardError().constData());
             std::exit(1);
         }
+        const QString errors = QString::fromLocal8Bit(p.readAllStandardError());
+        if (qEnvironmentVariableIsSet("QUIVERA_BENCH_SAMPLES"))
+            std::fputs(qPrintable(errors.section(u'\t', 0, 0)), stderr);
         const QRegularExpressionMatch rss =
             QRegularExpression(QStringLiteral("Maximum resident set size \\(kbytes\\): (\\d+)"))
-                .match(QString::fromLocal8Bit(p.readAllStandardError()));
+                .match(errors);
         if (rss.hasMatch())
             maxRssMb = std::max(maxRssMb, rss.captured(1).toDouble() / 1024.0);
         return QString::fromLocal8Bit(p.readAllStandardOutput());
