@@ -12,6 +12,7 @@ bool APLAudioUnitAudioProcessor::setPluginURI(const QString &uri, VEKError *erro
     if (!plugin)
         return false;
     m_plugin = std::move(plugin);
+    setName(m_plugin->name());
     return true;
 }
 
@@ -87,5 +88,7 @@ bool APLAudioUnitAudioProcessor::setSettings(const QVariantMap &settings, VEKErr
     if (!plugin)
         return false;
     m_plugin = std::move(plugin);
+    if (!settings.contains(QStringLiteral("name")))
+        setName(m_plugin->name());
     return true;
 }

@@ -176,6 +176,8 @@ TEST(AudioUnitProcessor, HalvesARunningStreamAndKeepsItsValueWhenMadeAgain)
     ASSERT_TRUE(amp) << error.text().toStdString();
     auto *unit = qobject_cast<APLAudioUnitAudioProcessor *>(amp.get());
     ASSERT_TRUE(unit && unit->plugin());
+    // Settings written by hand name no effect; the slot shows the plug-in's own name.
+    EXPECT_EQ(amp->name(), unit->plugin()->name());
     ASSERT_TRUE(unit->plugin()->setValue(QStringLiteral("gain"), -6.0206f));
 
     auto stream = buildChain({R"({"identifier": "source", "class": "TestCountingSource", "settings": {"value": 0.5}})",
