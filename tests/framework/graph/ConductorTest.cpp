@@ -27,6 +27,12 @@ const char *kRampGraph = R"({
   "chains": [["source", "conductor", "sink"]]
 })";
 
+// The same, rendered buffer by buffer by the test.
+const std::initializer_list<const char *> kManualRamp{
+    R"({"identifier": "source", "class": "TestRampSource"})",
+    R"({"identifier": "conductor", "class": "VEKConductorAudioProcessor"})",
+    R"({"identifier": "sink", "class": "TestManualSink"})"};
+
 // What the time line should give: each output frame is the conductor frame it renders, plus one;
 // on reaching `landmark` the line continues at `jump`, or is silent from there with `stop`.
 std::vector<float> expectedLine(quint64 frames, qint64 landmark, qint64 jump, bool stop)
@@ -105,58 +111,44 @@ public:
 
 class LandmarkPlacement : public ::testing::TestWithParam<quint32> {};
 
-TEST_P(LandmarkPlacement, AJumpBackLandsOnTheExactFrameWhereverTheLandmarkFallsInTheBuffer)
+// A jump back to frame 7, or a stop, on the first, second, middle or last frame of a buffer.
+TEST_P(LandmarkPlacement, JumpsAndStopsLandOnTheExactFrameWhereverTheLandmarkFallsInTheBuffer)
 {
     const quint32 n = GetParam();
-    // First frame, second frame, middle, last frame of a buffer.
-    for (const quint32 offset : {0u, 1u, n / 2, n - 1}) {
-        const qint64 landmark = 3 * qint64(n) + offset;
-        const qint64 jump = 7;
-        const quint64 total = quint64(landmark) + quint64(landmark - jump) + 2 * n;
-        RampRun run = makeRampRun(n, total);
-        QSignalSpy passed(run.conductor, &VEKConductorAudioProcessor::landmarkPassed);
-        auto mark = VEKConductorLandmark::landmark();
-        mark->setLocation(double(landmark) / kRate);
-        mark->setJump(true);
-        mark->setJumpLocation(double(jump) / kRate);
-        run.conductor->insertLandmark(mark, 0);
-        run.conductor->start();
-        ASSERT_TRUE(run.stream->initialize());
-        ASSERT_TRUE(run.stream->start());
-
-        const std::vector<float> expected = expectedLine(total, landmark, jump, false);
-        ASSERT_EQ(run.sink->channel(0).size(), total);
-        for (quint64 i = 0; i < total; ++i) {
-            ASSERT_EQ(run.sink->channel(0)[i], expected[i]) << "buffer " << n << ", offset " << offset << ", frame " << i;
-            ASSERT_EQ(run.sink->channel(1)[i], expected[i]);
+    for (const bool stop : {false, true}) {
+        for (const quint32 offset : {0u, 1u, n / 2, n - 1}) {
+            SCOPED_TRACE(testing::Message()
+                         << (stop ? "stop" : "jump") << ", buffer " << n << ", offset " << offset);
+            const qint64 landmark = 3 * qint64(n) + offset;
+            const qint64 jump = 7;
+            const quint64 total =
+                stop ? 5 * quint64(n) : quint64(landmark) + quint64(landmark - jump) + 2 * n;
+            RampRun run = makeRampRun(n, total);
+            QSignalSpy passed(run.conductor, &VEKConductorAudioProcessor::landmarkPassed);
+            QSignalSpy stopped(run.conductor, &VEKConductorAudioProcessor::transportStopped);
+            auto mark = VEKConductorLandmark::landmark();
+            mark->setLocation(double(landmark) / kRate);
+            mark->setJump(!stop);
+            mark->setJumpLocation(double(jump) / kRate);
+            mark->setStop(stop);
+            run.conductor->insertLandmark(mark, 0);
+            run.conductor->start();
+            ASSERT_TRUE(run.stream->initialize());
+            ASSERT_TRUE(run.stream->start());
+            ASSERT_EQ(run.sink->channel(0), expectedLine(total, landmark, jump, stop));
+            ASSERT_EQ(run.sink->channel(1), run.sink->channel(0));
+            if (stop) {
+                EXPECT_FALSE(run.conductor->isRunning());
+                EXPECT_DOUBLE_EQ(run.conductor->location(), double(landmark) / kRate);
+                waitForSignals(stopped, 1);
+                EXPECT_EQ(stopped.count(), 1);
+            } else {
+                const int passes = passesOf(total, landmark, jump);
+                waitForSignals(passed, passes);
+                EXPECT_EQ(passed.count(), passes);
+                EXPECT_EQ(passed.first().first().value<VEKConductorLandmarkPtr>(), mark);
+            }
         }
-        const int passes = passesOf(total, landmark, jump);
-        waitForSignals(passed, passes);
-        EXPECT_EQ(passed.count(), passes);
-        EXPECT_EQ(passed.first().first().value<VEKConductorLandmarkPtr>(), mark);
-    }
-}
-
-TEST_P(LandmarkPlacement, AStopEndsTheTransportOnTheLandmarkAndSilencesTheRest)
-{
-    const quint32 n = GetParam();
-    for (const quint32 offset : {0u, 1u, n / 2, n - 1}) {
-        const qint64 landmark = 2 * qint64(n) + offset;
-        const quint64 total = 5 * quint64(n);
-        RampRun run = makeRampRun(n, total);
-        QSignalSpy stopped(run.conductor, &VEKConductorAudioProcessor::transportStopped);
-        auto mark = VEKConductorLandmark::landmark();
-        mark->setLocation(double(landmark) / kRate);
-        mark->setStop(true);
-        run.conductor->insertLandmark(mark, 0);
-        run.conductor->start();
-        ASSERT_TRUE(run.stream->initialize());
-        ASSERT_TRUE(run.stream->start());
-        ASSERT_EQ(run.sink->channel(0), expectedLine(total, landmark, 0, true)) << "buffer " << n << ", offset " << offset;
-        EXPECT_FALSE(run.conductor->isRunning());
-        EXPECT_DOUBLE_EQ(run.conductor->location(), double(landmark) / kRate);
-        waitForSignals(stopped, 1);
-        EXPECT_EQ(stopped.count(), 1);
     }
 }
 
@@ -204,9 +196,7 @@ TEST(Conductor, ALandmarkThatJumpsOntoItselfFiresOnceAndPlaysOn)
 
 TEST(Conductor, ALocationSetIsReportedAtOnceAndRenderedFromTheNextBuffer)
 {
-    auto stream = buildChain({R"({"identifier": "source", "class": "TestRampSource"})",
-                              R"({"identifier": "conductor", "class": "VEKConductorAudioProcessor"})",
-                              R"({"identifier": "sink", "class": "TestManualSink"})"});
+    auto stream = buildChain(kManualRamp);
     auto *conductor = stream->processorWithIdentifier<VEKConductorAudioProcessor>(QStringLiteral("conductor"));
     ASSERT_TRUE(stream->initialize());
     conductor->start();
@@ -224,9 +214,7 @@ TEST(Conductor, ALocationSetIsReportedAtOnceAndRenderedFromTheNextBuffer)
 
 TEST(Conductor, AStoppedTransportHoldsItsLocationAndResumesThere)
 {
-    auto stream = buildChain({R"({"identifier": "source", "class": "TestRampSource"})",
-                              R"({"identifier": "conductor", "class": "VEKConductorAudioProcessor"})",
-                              R"({"identifier": "sink", "class": "TestManualSink"})"});
+    auto stream = buildChain(kManualRamp);
     auto *conductor = stream->processorWithIdentifier<VEKConductorAudioProcessor>(QStringLiteral("conductor"));
     ASSERT_TRUE(stream->initialize());
     EXPECT_EQ(renderManually(*stream, 64, 64, false), std::vector<float>(64, 0.0f)) << "not started yet";

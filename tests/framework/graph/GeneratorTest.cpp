@@ -1,13 +1,11 @@
 // A file played through the graph: at the conductor's location, from a read-ahead that never
-// makes the render thread wait, gapless from one player to the other.
+// makes the render thread wait. The hand-over from one player to the other is proven through the
+// whole program by the gapless tests.
 
 #include "support/graph/GraphTestSupport.h"
 
 #include "graph/VEKAudioFileAudioGenerator.h"
-#include "graph/VEKHardwareAudioProcessor.h"
 #include "support/TestEnvironment.h"
-
-#include <QCoreApplication>
 
 #include <gtest/gtest.h>
 
@@ -73,46 +71,7 @@ std::vector<float> renderUntilHeard(VEKAudioStream &stream, quint32 n)
     }
 }
 
-// Swaps the two branches and jumps to the other file's start, as the player does at a song's end;
-// at the second file's end it stops the transport.
-class HandOver : public VEKConductorLandmark {
-public:
-    VEKAudioConnection *from = nullptr;
-    VEKAudioConnection *to = nullptr;
-    double secondLength = 0.0;
-    int passes = 0;
-    void action() override
-    {
-        if (passes++ == 0) {
-            from->setActive(false);
-            to->setActive(true);
-            setJump(true);
-            setJumpLocation(0.0);
-            setLocation(secondLength);
-        } else {
-            setJump(false);
-            setStop(true);
-        }
-    }
-};
-
 } // namespace
-
-TEST(Generator, RendersItsFileAtTheConductorsLocation)
-{
-    Player p = makePlayer("TestCaptureSink");
-    auto *sink = p.stream->processorWithIdentifier<CaptureSink>(QStringLiteral("sink"));
-    sink->setWanted(50000);
-    p.generator->setAudioFile(openReader(rampFile()));
-    p.conductor->setLocation(12345.0 / kRate);
-    p.conductor->start();
-    ASSERT_TRUE(p.stream->initialize());
-    ASSERT_TRUE(p.stream->start());
-    for (quint64 i = 0; i < 50000; ++i) {
-        ASSERT_EQ(sink->channel(0)[i], rampValue(12345 + i)) << i;
-        ASSERT_EQ(sink->channel(1)[i], rampValue(12345 + i)) << i;
-    }
-}
 
 TEST(Generator, ALandmarkJumpInTheFileIsSampleExact)
 {
@@ -223,67 +182,4 @@ TEST(Generator, AntiClickRampsFadeInAtStartAndOutAtStopAndPlayingOnResumesAtTheS
     renderManually(*p.stream, n, n, false);
     p.conductor->stop();
     EXPECT_EQ(renderManually(*p.stream, n, n, false), std::vector<float>(n, 0.0f));
-}
-
-TEST(Generator, TwoPlayersHandOverWithoutAGapOnARealTimeOutput)
-{
-    const QString dir = TestEnvironment::makeTempDir(QStringLiteral("gapless"));
-    const quint64 firstFrames = 20011, secondFrames = 15013;
-    const QString first = makeRampWave(dir + QStringLiteral("/first.wav"), firstFrames, 44100, 2, 0);
-    const QString second = makeRampWave(dir + QStringLiteral("/second.wav"), secondFrames, 44100, 1, 1000000);
-    auto stream = build(R"({
-      "processors": [
-        {"identifier": "player1Generator", "class": "VEKAudioFileAudioGenerator"},
-        {"identifier": "player1Router", "class": "VEKRouterAudioProcessor"},
-        {"identifier": "player2Generator", "class": "VEKAudioFileAudioGenerator"},
-        {"identifier": "player2Router", "class": "VEKRouterAudioProcessor",
-         "settings": {"numberOfInputChannels": 1, "ties": [[0, 0], [0, 1]]}},
-        {"identifier": "mixer", "class": "VEKMixerAudioProcessor"},
-        {"identifier": "conductor", "class": "VEKConductorAudioProcessor"},
-        {"identifier": "hardware", "class": "VEKHardwareAudioProcessor", "settings": {"framesPerBuffer": 333}}
-      ],
-      "chains": [["player1Generator", "player1Router"], ["player2Generator", "player2Router"],
-                 ["mixer", "conductor", "hardware"]],
-      "connections": [
-        {"identifier": "converter1ToMixer", "from": "player1Router", "to": "mixer", "active": true},
-        {"identifier": "converter2ToMixer", "from": "player2Router", "to": "mixer", "active": false}
-      ]
-    })");
-    const quint64 total = firstFrames + secondFrames + 5000;
-    // As fast as the output can pull: only read-ahead can keep up.
-    auto device = std::make_shared<FakeDevice>(kRate, 0.0, total);
-    stream->processorWithIdentifier<VEKHardwareAudioProcessor>(QStringLiteral("hardware"))->setDevice(device);
-    auto *one = stream->processorWithIdentifier<VEKAudioFileAudioGenerator>(QStringLiteral("player1Generator"));
-    auto *two = stream->processorWithIdentifier<VEKAudioFileAudioGenerator>(QStringLiteral("player2Generator"));
-    one->setAudioFile(openReader(first));
-    two->setAudioFile(openReader(second));
-    auto mark = VEKConductorLandmark::landmark<HandOver>();
-    mark->from = stream->connectionWithIdentifier(QStringLiteral("converter1ToMixer"));
-    mark->to = stream->connectionWithIdentifier(QStringLiteral("converter2ToMixer"));
-    mark->secondLength = double(secondFrames) / kRate;
-    mark->setLocation(double(firstFrames) / kRate);
-    stream->conductor()->insertLandmark(mark, 0);
-    ASSERT_TRUE(stream->initialize());
-    one->prepareForPlaybackFromLocation(0.0);
-    two->prepareForPlaybackFromLocation(0.0);
-    stream->conductor()->start();
-    ASSERT_TRUE(stream->start());
-    FakeOutput *output = device->lastOutput();
-    while (output->captured(0).size() < total)
-        ASSERT_TRUE(output->waitForCycles(1));
-    stream->stop();
-
-    for (quint32 c = 0; c < 2; ++c) {
-        const std::vector<float> heard = output->captured(c);
-        for (quint64 i = 0; i < total; ++i) {
-            float expected = 0.0f;
-            if (i < firstFrames)
-                expected = rampValue(i);
-            else if (i < firstFrames + secondFrames)
-                expected = rampValue(i - firstFrames, 1000000);
-            ASSERT_EQ(heard[i], expected) << "channel " << c << ", frame " << i;
-        }
-    }
-    EXPECT_EQ(mark->passes, 2);
-    EXPECT_FALSE(stream->conductor()->isRunning());
 }

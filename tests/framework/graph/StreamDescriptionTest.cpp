@@ -93,45 +93,27 @@ TEST(StreamDescription, InitialisingThePlayerGraphTakesTheDevicesRateEverywhere)
     EXPECT_TRUE(hardware->setDevice(std::make_shared<FakeDevice>()));
 }
 
-TEST(StreamDescription, AnUnknownClassIsNamedInTheError)
-{
-    const VEKError error = buildError(R"({
-      "processors": [
-        {"identifier": "volume", "class": "VEKVolumeAudioProcessor"},
-        {"identifier": "mystery", "class": "NoSuchProcessor"},
-        {"identifier": "sink", "class": "TestManualSink"}
-      ],
-      "chains": [["volume", "sink"]]
-    })");
-    EXPECT_EQ(error.domain(), QLatin1String(VEKAudioGraphError::domain));
-    EXPECT_EQ(error.code(), VEKAudioGraphError::UnknownClass);
-    EXPECT_TRUE(error.localizedDescription().contains(QLatin1String("NoSuchProcessor"))) << error.text().toStdString();
-    EXPECT_TRUE(error.failureReason().contains(QLatin1String("mystery")));
-}
-
-TEST(StreamDescription, ADanglingConnectionNamesTheMissingEnd)
-{
-    const VEKError error = buildError(R"({
-      "processors": [
-        {"identifier": "mixer", "class": "VEKMixerAudioProcessor"},
-        {"identifier": "sink", "class": "TestManualSink"}
-      ],
-      "chains": [["mixer", "sink"]],
-      "connections": [{"identifier": "converter1ToMixer", "from": "player1ConverterDock", "to": "mixer"}]
-    })");
-    EXPECT_EQ(error.code(), VEKAudioGraphError::UnknownIdentifier);
-    EXPECT_TRUE(error.localizedDescription().contains(QLatin1String("player1ConverterDock"))) << error.text().toStdString();
-    EXPECT_TRUE(error.failureReason().contains(QLatin1String("connections[0]")));
-}
-
-TEST(StreamDescription, GraphsThatCannotBePulledAreRefused)
+TEST(StreamDescription, BrokenDescriptionsAreRefusedWithTheirKindAndWhatIsWrong)
 {
     struct Case {
         const char *why;
         const char *json;
         qint64 code;
+        QStringList named = {}; // what the error must name
     };
     const Case cases[] = {
+        {"unknown class",
+         R"({"processors": [{"identifier": "mystery", "class": "NoSuchProcessor"},
+                                             {"identifier": "sink", "class": "TestManualSink"}]})",
+         VEKAudioGraphError::UnknownClass,
+         {"NoSuchProcessor", "mystery"}},
+        {"dangling connection",
+         R"({"processors": [{"identifier": "mixer", "class": "VEKMixerAudioProcessor"},
+                                                   {"identifier": "sink", "class": "TestManualSink"}],
+                                    "chains": [["mixer", "sink"]],
+                                    "connections": [{"from": "player1ConverterDock", "to": "mixer"}]})",
+         VEKAudioGraphError::UnknownIdentifier,
+         {"player1ConverterDock", "connections[0]"}},
         {"no sink", R"({"processors": [{"identifier": "v", "class": "VEKVolumeAudioProcessor"}]})",
          VEKAudioGraphError::BadTopology},
         {"two sinks", R"({"processors": [{"identifier": "a", "class": "TestManualSink"},
@@ -157,11 +139,13 @@ TEST(StreamDescription, GraphsThatCannotBePulledAreRefused)
                                                     {"identifier": "a", "class": "VEKVolumeAudioProcessor"}]})",
          VEKAudioGraphError::DuplicateIdentifier},
         {"processors not an array", R"({"processors": {"a": 1}})", VEKAudioGraphError::MalformedDescription},
-        {"entry without class", R"({"processors": [{"identifier": "a"}]})", VEKAudioGraphError::MalformedDescription},
+        {"entry without class", R"({"processors": [{"identifier": "a"}]})",
+         VEKAudioGraphError::MalformedDescription},
         {"connection without to", R"({"processors": [{"identifier": "a", "class": "TestManualSink"}],
                                       "connections": [{"from": "a"}]})",
          VEKAudioGraphError::MalformedDescription},
-        {"settings a processor refuses", R"({"processors": [{"identifier": "r", "class": "VEKRouterAudioProcessor",
+        {"settings a processor refuses",
+         R"({"processors": [{"identifier": "r", "class": "VEKRouterAudioProcessor",
                                               "settings": {"numberOfInputChannels": 0}},
                                              {"identifier": "k", "class": "TestManualSink"}]})",
          VEKAudioGraphError::InvalidArgument},
@@ -170,6 +154,9 @@ TEST(StreamDescription, GraphsThatCannotBePulledAreRefused)
         const VEKError error = buildError(c.json);
         EXPECT_EQ(error.code(), c.code) << c.why << ": " << error.text().toStdString();
         EXPECT_FALSE(error.text().isEmpty()) << c.why;
+        EXPECT_EQ(error.domain(), QLatin1String(VEKAudioGraphError::domain)) << c.why;
+        for (const QString &name : c.named)
+            EXPECT_TRUE(error.text().contains(name)) << c.why << ": " << error.text().toStdString();
     }
 }
 
