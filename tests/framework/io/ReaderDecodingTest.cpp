@@ -218,11 +218,16 @@ TEST(ReaderDecoding, ReadingOnDoesNotSeek)
     }
 }
 
-TEST(ReaderDecoding, ChannelsTheFileLacksAreSilence)
+TEST(ReaderDecoding, AMonoFileHasOneChannelAndTheOthersAreSilence)
 {
-    const QString mono = TestEnvironment::makeSine(TestEnvironment::makeTempDir("mono") + "/mono.flac", 0.2, 44100, 1);
+    const QString mono =
+        TestEnvironment::makeSine(TestEnvironment::makeTempDir("mono") + "/mono.flac", 0.5, 48000, 1);
     auto reader = VEKAudioFileReader::open(mono);
     ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(reader->numberOfChannels(), 1u);
+    EXPECT_EQ(reader->sampleRate(), 48000.0);
+    EXPECT_EQ(reader->frames(), 24000u);
+    EXPECT_DOUBLE_EQ(reader->length(), 0.5);
     VEKAudioBufferList stereo(2, 1000);
     std::fill(stereo.channel(1), stereo.channel(1) + 1000, 0.75f);
     ASSERT_TRUE(reader->getAudio(stereo, 100));

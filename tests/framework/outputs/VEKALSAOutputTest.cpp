@@ -79,7 +79,7 @@ TEST_F(ALSAOutput, EachIntegerDeviceGetsItsWords)
     }
 }
 
-TEST_F(ALSAOutput, FloatIsPassedOnUntouchedWhenAskedForAndOffered)
+TEST_F(ALSAOutput, FloatIsTakenOnlyWhenAskedForAndThenPassedOnUntouched)
 {
     std::vector<std::vector<float>> planes(2, std::vector<float>(3000));
     for (size_t i = 0; i < 3000; ++i) {
@@ -93,26 +93,28 @@ TEST_F(ALSAOutput, FloatIsPassedOnUntouchedWhenAskedForAndOffered)
         for (int c = 0; c < 2; ++c)
             expected.append(reinterpret_cast<const char *>(&planes[c][i]), 4);
     expectSignalThenSilence(alsaDir() + QStringLiteral("/any-48000-2-32.raw"), expected);
+
+    // Integer material stays integer on a card that offers float too.
+    VEKALSAOutput output(QStringLiteral("floatcard"), 0);
+    ASSERT_TRUE(output.open({48000, 2, 24, false}, 256, nullptr));
+    EXPECT_EQ(output.format(), (VEKAudioFormat{48000, 2, 16, false}));
+    ASSERT_TRUE(output.open({48000, 2, 32, true}, 256, nullptr));
+    EXPECT_EQ(output.format(), (VEKAudioFormat{48000, 2, 32, true}));
+    EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/float.raw")), QStringLiteral("48000 FLOAT_LE 2"));
 }
 
-// The device's own record of its hardware parameters, not just our word for it.
-TEST_F(ALSAOutput, OpensAtTheHighestIntegerDepthTheDeviceOffers)
-{
-    VEKALSAOutput output(QStringLiteral("card44"), 0);
-    VEKError error;
-    ASSERT_TRUE(output.open({44100, 2, 16, false}, 256, &error)) << error.text().toStdString();
-    EXPECT_EQ(output.format().bitDepth, 24u);
-    EXPECT_EQ(output.sampleFormatName(), QStringLiteral("S24_3LE"));
-    EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/card44.raw")), QStringLiteral("44100 S24_3LE 2"));
-}
-
-// The format read back from the open PCM, layer by layer, agrees with what the card itself was
-// given: through ALSA's plug we write 32-bit words that the plug repacks for the card.
-TEST_F(ALSAOutput, ReadsBackTheFormatOfEachLayerFromTheOpenPCM)
+// The device's own record of its hardware parameters, not just our word for it. The format read
+// back from the open PCM, layer by layer, agrees with what the card itself was given: through
+// ALSA's plug we write 32-bit words that the plug repacks for the card.
+TEST_F(ALSAOutput, OpensAtTheHighestDepthAndReadsBackTheFormatOfEachLayer)
 {
     VEKALSAOutput card(QStringLiteral("card44"), 0);
     EXPECT_FALSE(card.deviceFormat().isValid()) << "closed";
+    // Opened at the highest integer depth the card offers, whatever the material's.
     ASSERT_TRUE(card.open({96000, 2, 16, false}, 256, nullptr));
+    EXPECT_EQ(card.format().bitDepth, 24u);
+    EXPECT_EQ(card.sampleFormatName(), QStringLiteral("S24_3LE"));
+    EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/card44.raw")), QStringLiteral("96000 S24_3LE 2"));
     VEKAudioDeviceFormat f = card.deviceFormat();
     ASSERT_EQ(f.layers.size(), 1);
     EXPECT_EQ(f.hardware(), (VEKAudioDeviceFormat::Layer{f.hardware().name, QStringLiteral("S24_3LE"), 96000,
@@ -130,16 +132,6 @@ TEST_F(ALSAOutput, ReadsBackTheFormatOfEachLayerFromTheOpenPCM)
     EXPECT_EQ(QStringLiteral("%1 %2 %3").arg(hw.sampleRate).arg(hw.sampleFormat).arg(hw.numberOfChannels),
               cardParams(alsaDir() + QStringLiteral("/hw-Layers-0.raw")));
     EXPECT_EQ(hw.significantBits, hw.sampleFormat == QStringLiteral("S16_LE") ? 16u : 24u);
-}
-
-TEST_F(ALSAOutput, FloatIsTakenOnlyWhenAskedFor)
-{
-    VEKALSAOutput output(QStringLiteral("floatcard"), 0);
-    ASSERT_TRUE(output.open({48000, 2, 24, false}, 256, nullptr));
-    EXPECT_EQ(output.format(), (VEKAudioFormat{48000, 2, 16, false}));
-    ASSERT_TRUE(output.open({48000, 2, 32, true}, 256, nullptr));
-    EXPECT_EQ(output.format(), (VEKAudioFormat{48000, 2, 32, true}));
-    EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/float.raw")), QStringLiteral("48000 FLOAT_LE 2"));
 }
 
 // ALSA must not resample behind our back: through ALSA's plug (which could convert any rate) a
