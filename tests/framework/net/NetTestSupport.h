@@ -16,6 +16,17 @@ namespace NetTestSupport {
 
 inline QVariant uid(quint64 v) { return QVariant::fromValue(VEKPlistUID{v}); }
 
+// A frame on the wire: `payload` after its length, four bytes big-endian (which may claim more).
+inline QByteArray frame(const QByteArray &payload, quint32 length)
+{
+    const char header[4] = {char(length >> 24), char(length >> 16), char(length >> 8), char(length)};
+    return QByteArray(header, 4) + payload;
+}
+inline QByteArray frame(const QByteArray &payload)
+{
+    return frame(payload, quint32(payload.size()));
+}
+
 using TestEnvironment::expectSame;
 using TestEnvironment::runServing;
 using TestEnvironment::waitUntil;

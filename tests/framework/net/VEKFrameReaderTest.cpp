@@ -1,21 +1,12 @@
 #include "net/VEKFrameReader.h"
+#include "NetTestSupport.h"
 
 #include <QList>
 #include <gtest/gtest.h>
 
+using NetTestSupport::frame;
+
 namespace {
-
-QByteArray header(quint32 n)
-{
-    QByteArray h(4, '\0');
-    h[0] = char(n >> 24);
-    h[1] = char(n >> 16);
-    h[2] = char(n >> 8);
-    h[3] = char(n);
-    return h;
-}
-
-QByteArray frame(const QByteArray &payload) { return header(quint32(payload.size())) + payload; }
 
 // Feeds `stream` in pieces of `piece` bytes, taking frames as they become ready.
 QList<QByteArray> cut(VEKFrameReader &reader, const QByteArray &stream, qsizetype piece)
@@ -69,7 +60,7 @@ TEST(FrameReader, TheLimitIsSixteenMebibytes)
 {
     {
         VEKFrameReader reader;
-        const QByteArray h = header(VEKFrameReader::maxFrameSize);
+        const QByteArray h = frame({}, VEKFrameReader::maxFrameSize);
         EXPECT_EQ(reader.feed(h.constData(), 4), 4);
         EXPECT_FALSE(reader.failed());
         EXPECT_EQ(reader.wanted(), qsizetype(VEKFrameReader::maxFrameSize));
@@ -80,7 +71,7 @@ TEST(FrameReader, TheLimitIsSixteenMebibytes)
     }
     for (quint32 giant : {VEKFrameReader::maxFrameSize + 1, 0x7fffffffu, 0xffffffffu}) {
         VEKFrameReader reader;
-        const QByteArray stream = header(giant) + "more bytes that must not be taken";
+        const QByteArray stream = frame("more bytes that must not be taken", giant);
         // Cut inside the length as well: the limit applies once the fourth byte is in.
         EXPECT_EQ(reader.feed(stream.constData(), 3), 3);
         EXPECT_FALSE(reader.failed());

@@ -85,10 +85,7 @@ VEKNetworkPipe *connectPipe(quint16 port, QObject *parent)
 
 QByteArray frame(const QVariantMap &message)
 {
-    const QByteArray archive = VEKKeyedArchive::archivedData(message);
-    const quint32 n = quint32(archive.size());
-    const char header[4] = {char(n >> 24), char(n >> 16), char(n >> 8), char(n)};
-    return QByteArray(header, 4) + archive;
+    return NetTestSupport::frame(VEKKeyedArchive::archivedData(message));
 }
 
 } // namespace

@@ -51,9 +51,9 @@ private:
 };
 }
 
-TEST(OperationQueue, RunsOneOperationAtATimeInOrderOffTheMainThread)
+TEST(OperationQueue, RunsOneOperationAtATimeInOrderOffTheMainThreadOnTheNamedWorker)
 {
-    OperationQueue queue;
+    OperationQueue queue("quivera-wave");
     std::vector<int> log;
     std::atomic<int> running{0};
     std::atomic<bool> overlap{false};
@@ -89,6 +89,7 @@ TEST(OperationQueue, RunsOneOperationAtATimeInOrderOffTheMainThread)
     EXPECT_EQ(reports, (std::vector<std::string>{"s0", "f0", "s1", "f1", "s2", "f2", "s3", "f3", "s4", "f4"}));
     EXPECT_EQ(queue.operationCount(), 0);
     EXPECT_NE(probes[0]->thread, QThread::currentThread());
+    EXPECT_EQ(probes[0]->threadName, "quivera-wave");
     EXPECT_FLOAT_EQ(probes[4]->progress(), 1.0f);
 }
 
@@ -115,11 +116,13 @@ TEST(OperationQueue, CancelAllStopsTheRunningOneAndDropsThePending)
     EXPECT_EQ(finished, 2);
 }
 
-TEST(SerialTaskQueue, KeepsOrderAndLosesNothingAtDestruction)
+TEST(SerialTaskQueue, KeepsOrderAndLosesNothingAtDestructionOnTheNamedWorker)
 {
     std::vector<int> seen;
+    std::string workerName;
     {
-        SerialTaskQueue q;
+        SerialTaskQueue q("quivera-db");
+        q.async([&workerName] { workerName = currentThreadName(); });
         for (int i = 0; i < 100; ++i)
             q.async([&seen, i] {
                 if (i % 10 == 0)
@@ -132,25 +135,8 @@ TEST(SerialTaskQueue, KeepsOrderAndLosesNothingAtDestruction)
         for (int i = 100; i < 150; ++i)
             q.async([&seen, i] { seen.push_back(i); });
     }
+    EXPECT_EQ(workerName, "quivera-db");
     ASSERT_EQ(seen.size(), 150u);
     for (int i = 0; i < 150; ++i)
         EXPECT_EQ(seen[size_t(i)], i);
-}
-
-TEST(OperationQueue, WorkersCarryTheNamesTheyWereGiven)
-{
-    std::vector<int> log;
-    std::atomic<int> running{0};
-    std::atomic<bool> overlap{false};
-    OperationQueue queue("quivera-wave");
-    auto probe = std::make_shared<Probe>(0, &log, &running, &overlap, 0);
-    queue.addOperation(probe);
-    queue.waitUntilAllOperationsAreFinished();
-    EXPECT_EQ(probe->threadName, "quivera-wave");
-
-    std::string serialName;
-    SerialTaskQueue serial("quivera-db");
-    serial.async([&serialName] { serialName = currentThreadName(); });
-    serial.flush();
-    EXPECT_EQ(serialName, "quivera-db");
 }

@@ -76,12 +76,6 @@ TEST_F(UserDefaultsTest, RegisteredDefaultsAreVisibleNeverWrittenAndComeBackOnRe
     EXPECT_EQ(onDisk(), QVariantMap());
 }
 
-TEST_F(UserDefaultsTest, TheProcessStoreLivesInTheConfigFolder)
-{
-    EXPECT_EQ(UserDefaults::standard().path(),
-              qEnvironmentVariable("XDG_CONFIG_HOME") + "/Quivera/Preferences.plist");
-}
-
 TEST_F(UserDefaultsTest, StoredValuesKeepTheirTypesAcrossANewStore)
 {
     const QDateTime when(QDate(2021, 2, 3), QTime(4, 5, 6), Qt::UTC);
