@@ -105,18 +105,7 @@ TEST(ConverterProcessors, PullInputInBoundedPiecesOnOneTimeLine)
     }
 }
 
-TEST(DitherProcessor, TakesTheDictionaryAndRefusesABadOne)
-{
-    VEKDitherAudioProcessor dither;
-    VEKError error;
-    ASSERT_TRUE(dither.setSettings({{QStringLiteral("depth"), 24}, {QStringLiteral("basicShape"), 1}}, &error));
-    EXPECT_EQ(dither.ditherProperties().value(QStringLiteral("depth")).toInt(), 24);
-    EXPECT_FALSE(dither.setSettings({{QStringLiteral("depth"), 40}}, &error));
-    EXPECT_FALSE(error.isNull());
-    EXPECT_EQ(dither.ditherProperties().value(QStringLiteral("depth")).toInt(), 24);
-}
-
-TEST(DitherProcessor, CutsToTheWordLengthWhileRendering)
+TEST(DitherProcessor, CutsToTheWordLengthWhileRenderingAndKeepsItWhenASettingIsRefused)
 {
     registerHere();
     auto stream = buildChain({R"({"identifier": "source", "class": "TestCountingSource", "settings": {"value": 0.1}})",
@@ -130,8 +119,14 @@ TEST(DitherProcessor, CutsToTheWordLengthWhileRendering)
     std::vector<float> out = renderManually(*stream, 512, 256, false);
     EXPECT_TRUE(onGrid(out[300], 24));
     EXPECT_FALSE(onGrid(out[300], 16));
-    // A change while the stream renders reaches the next buffer.
-    ASSERT_TRUE(stream->processorWithIdentifier(QStringLiteral("dither"))->setSettings({{QStringLiteral("depth"), 16}}, nullptr));
+    // A change while the stream renders reaches the next buffer; one the dither refuses does not.
+    auto *dither = stream->processorWithIdentifier<VEKDitherAudioProcessor>(QStringLiteral("dither"));
+    ASSERT_TRUE(
+        dither->setSettings({{QStringLiteral("depth"), 16}, {QStringLiteral("basicShape"), 1}}, nullptr));
+    VEKError error;
+    EXPECT_FALSE(dither->setSettings({{QStringLiteral("depth"), 40}}, &error));
+    EXPECT_FALSE(error.isNull());
+    EXPECT_EQ(dither->ditherProperties().value(QStringLiteral("depth")).toInt(), 16);
     out = renderManually(*stream, 512, 256, false);
     for (quint32 i = 0; i < 512; ++i)
         ASSERT_TRUE(onGrid(out[i], 16)) << i;

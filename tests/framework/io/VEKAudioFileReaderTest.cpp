@@ -18,9 +18,7 @@ namespace {
 QString writeFile(const QString &name, const QByteArray &bytes)
 {
     const QString path = TestEnvironment::makeTempDir("bad") + "/" + name;
-    QFile f(path);
-    EXPECT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write(bytes);
+    EXPECT_TRUE(TestEnvironment::writeFile(path, bytes));
     return path;
 }
 

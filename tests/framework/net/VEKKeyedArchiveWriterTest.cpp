@@ -139,24 +139,6 @@ TEST(KeyedArchiveWriter, ReferencesWidenExactlyAtTheirThresholds)
     }
 }
 
-TEST(KeyedArchiveWriter, SharedValuesKeepReferencesNarrow)
-{
-    // Counted without sharing, these are far above 256 objects; shared, far below.
-    QVariantList values;
-    for (int i = 0; i < 2000; ++i)
-        values.append(QVariantMap{{"name", "Same title"}, {"songID", qlonglong(i % 10)}});
-    const QByteArray bytes = archive(values);
-    expectNarrowest(bytes);
-    expectOursReadsBack(values, bytes);
-
-    QVariantList strings;
-    for (int i = 0; i < 5000; ++i)
-        strings.append(QString("same"));
-    const QByteArray few = archive(strings);
-    EXPECT_EQ(trailerOf(few).refSize, 1);
-    expectOursReadsBack(strings, few);
-}
-
 TEST(KeyedArchiveWriter, OffsetsWidenExactlyAtTheirThresholds)
 {
     // The offset table starts just before or after 65536 bytes.

@@ -1,4 +1,5 @@
 #include "outputs/VEKAudioDeviceMonitor.h"
+#include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
 #include <QDir>
@@ -11,8 +12,7 @@ namespace {
 
 void touch(const QString &path)
 {
-    QFile f(path);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    ASSERT_TRUE(TestEnvironment::writeFile(path, {}));
 }
 
 // A card arriving makes its folder of device nodes appear first (no card before), then several

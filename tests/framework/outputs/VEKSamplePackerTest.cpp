@@ -56,13 +56,6 @@ TEST(SamplePackerLayout, InterleavesFramesInChannelOrderAndStopsAtTheValidFrames
     EXPECT_EQ(out.mid(12), QByteArray(10, '\x5A')) << "wrote past the valid frames";
 }
 
-TEST(SamplePackerLayout, PackedTwentyFourBitsAreLittleEndianThreeByteWords)
-{
-    const QByteArray out = packed(VEKSampleEncoding::Int24Packed, listOf({{float(0x123456) / 8388608.0f},
-                                                                         {float(-2) / 8388608.0f}}));
-    EXPECT_EQ(out, QByteArray("\x56\x34\x12\xFE\xFF\xFF", 6));
-}
-
 // Full scale and beyond clip to the largest word instead of wrapping to the other sign; NaN
 // (a broken effect) must not become a full-scale click.
 TEST(SamplePackerLimits, ClipsAtFullScaleAndSilencesNaN)
