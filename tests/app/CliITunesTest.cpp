@@ -24,26 +24,22 @@ protected:
     void SetUp() override
     {
         // The default location, "~/Music/iTunes/iTunes Music Library.xml", below the harness's home.
-        xml = QFileInfo(cli.musicDir()).path() + QStringLiteral("/Music/iTunes/iTunes Music Library.xml");
+        xml = QFileInfo(cli.musicDir()).path() + "/Music/iTunes/iTunes Music Library.xml";
         iTunesFixture::write(xml, cli.musicDir());
     }
     QJsonArray iTunesPlaylists() const
     {
         QJsonArray out;
-        for (const auto &v : cli.json({QStringLiteral("playlists"), QStringLiteral("--json")}))
-            if (v.toObject().value(QStringLiteral("kind")).toString().startsWith(QLatin1String("iTunes")))
+        for (const auto &v : cli.json({"playlists", "--json"}))
+            if (v.toObject().value("kind").toString().startsWith(QLatin1String("iTunes")))
                 out.append(v);
         return out;
     }
     QJsonArray songsOf(const char *playlistID) const
     {
-        return cli.songs({QStringLiteral("--playlist"), QLatin1String(playlistID)});
+        return cli.songs({"--playlist", QLatin1String(playlistID)});
     }
-    void allowAccess(bool allow) const
-    {
-        cli.set(QStringLiteral("accessiTunesLibrary"),
-                allow ? QStringLiteral("true") : QStringLiteral("false"));
-    }
+    void allowAccess(bool allow) const { cli.set("accessiTunesLibrary", allow ? "true" : "false"); }
     CliHarness cli;
     QString xml;
 };
@@ -54,7 +50,7 @@ TEST_F(CliITunesTest, ShowsExactlyWhatTheFiltersAllowAndStoresOneRowPerPlaylist)
 {
     // Not asked for: nothing is read.
     EXPECT_TRUE(songsOf("1").isEmpty());
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_playlist WHERE iTunes = 1;")), QStringLiteral("1"));
+    EXPECT_EQ(cli.sql("SELECT COUNT(*) FROM t_playlist WHERE iTunes = 1;"), "1");
 
     allowAccess(true);
     QList<qint64> shown = idsOf(songsOf("1"), "songID");
@@ -68,22 +64,24 @@ TEST_F(CliITunesTest, ShowsExactlyWhatTheFiltersAllowAndStoresOneRowPerPlaylist)
     // reaches the listing.
     for (const auto &v : songsOf("1")) {
         const QJsonObject s = v.toObject();
-        const qint64 id = s.value(QStringLiteral("songID")).toInteger();
+        const qint64 id = s.value("songID").toInteger();
         if (id == 101) {
-            EXPECT_EQ(s.value(QStringLiteral("dateAdded")).toString(),
-                      QStringLiteral("2012-03-04T05:06:07Z"));
+            EXPECT_EQ(s.value("dateAdded").toString(), "2012-03-04T05:06:07Z");
         }
         if (id == 101 || id == 102) {
-            EXPECT_EQ(s.value(QStringLiteral("isMissing")).toBool(), id == 102);
+            EXPECT_EQ(s.value("isMissing").toBool(), id == 102);
         }
     }
 
     // Every launch reads the file again; the rows are there once. No song is copied.
-    const QString rows = cli.sql(QStringLiteral("SELECT playlistID, sortAscending FROM t_playlist WHERE iTunes = 1 ORDER BY playlistID;"));
-    EXPECT_EQ(rows, QStringLiteral("1|1\n2000|1\n2001|1\n2002|1\n2003|1"));
+    const QString rows =
+        cli.sql("SELECT playlistID, sortAscending FROM t_playlist WHERE iTunes = 1 ORDER BY playlistID;");
+    EXPECT_EQ(rows, "1|1\n2000|1\n2001|1\n2002|1\n2003|1");
     EXPECT_EQ(iTunesPlaylists().size(), 5);
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT playlistID, sortAscending FROM t_playlist WHERE iTunes = 1 ORDER BY playlistID;")), rows);
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_song;")), QStringLiteral("0"));
+    EXPECT_EQ(
+        cli.sql("SELECT playlistID, sortAscending FROM t_playlist WHERE iTunes = 1 ORDER BY playlistID;"),
+        rows);
+    EXPECT_EQ(cli.sql("SELECT COUNT(*) FROM t_song;"), "0");
 
     allowAccess(false);
     EXPECT_EQ(iTunesPlaylists().size(), 1);
@@ -98,7 +96,7 @@ TEST_F(CliITunesTest, ADamagedOrMissingFileGivesAnEmptySection)
     file.resize(file.size() / 2);
     file.close();
     for (int round = 0; round < 2; ++round) {
-        const CliHarness::Result r = cli.run({QStringLiteral("playlists"), QStringLiteral("--json")});
+        const CliHarness::Result r = cli.run({"playlists", "--json"});
         EXPECT_EQ(r.status, 0) << r.err.constData();
         EXPECT_FALSE(r.err.contains("quivera-cli:")) << r.err.constData(); // no alert, at most a log line
         EXPECT_EQ(iTunesPlaylists().size(), 1);

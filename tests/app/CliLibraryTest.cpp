@@ -34,7 +34,7 @@ QJsonArray withoutStamps(QJsonArray playlists)
 {
     for (auto it = playlists.begin(); it != playlists.end(); ++it) {
         QJsonObject o = it->toObject();
-        o.remove(QStringLiteral("lastModification"));
+        o.remove("lastModification");
         *it = o;
     }
     return playlists;
@@ -44,7 +44,7 @@ QList<qint64> ids(const QJsonArray &songs)
 {
     QList<qint64> out;
     for (const auto &v : songs)
-        out.append(v.toObject().value(QStringLiteral("songID")).toInteger());
+        out.append(v.toObject().value("songID").toInteger());
     return out;
 }
 
@@ -55,44 +55,39 @@ protected:
     // Four songs with files, one whose file is gone, one row without a path; three playlists.
     void buildLibrary()
     {
-        QString rows = QString::fromUtf8(kSchema);
-        struct Row { qint64 id; const char *file; const char *name; const char *artist; const char *album; int track; };
+        QString rows = kSchema;
+        struct Row {
+            qint64 id;
+            const char *file, *name, *artist, *album;
+            int track;
+        };
         const Row songs[] = {
-            {-10, "a.flac", "Track 10", "The Zeds", "Alpha", 2},
-            {-11, "b.flac", "Track 9", "Abba", "Beta", 1},
-            {-12, "c.flac", "Intro", "The Zeds", "Alpha", 1},
-            {-13, "d.flac", "Outro", nullptr, "Gamma", 1},
-            {-14, "gone.flac", "Lost", "Abba", "Arrival", 3},
+            {-10, "a.flac", "Track 10", "'The Zeds'", "Alpha", 2},
+            {-11, "b.flac", "Track 9", "'Abba'", "Beta", 1},
+            {-12, "c.flac", "Intro", "'The Zeds'", "Alpha", 1},
+            {-13, "d.flac", "Outro", "NULL", "Gamma", 1},
+            {-14, "gone.flac", "Lost", "'Abba'", "Arrival", 3},
         };
         for (const Row &r : songs) {
-            const QString path = cli.musicDir() + QLatin1Char('/') + QLatin1String(r.file);
+            const QString path = cli.musicDir() + '/' + r.file;
             if (r.id != -14)
                 TestEnvironment::makeSine(path, 0.1);
-            rows += QStringLiteral(
-                        "INSERT INTO t_song VALUES (%1, '%2', '%3', %4, '%5', NULL, NULL, 'Rock', "
-                        "'FLAC Audio File', '%6', NULL, 0.1, 1234, 44100, 900000, "
-                        "'2012-03-04 12:34:56 +0000', %6, 0);\n")
+            rows += QString("INSERT INTO t_song VALUES (%1, '%2', '%3', %4, '%5', NULL, NULL, 'Rock', "
+                            "'FLAC Audio File', '%6', NULL, 0.1, 1234, 44100, 900000, "
+                            "'2012-03-04 12:34:56 +0000', %6, 0);\n")
                         .arg(r.id)
-                        .arg(path, QLatin1String(r.name),
-                             r.artist ? QStringLiteral("'%1'").arg(QLatin1String(r.artist)) : QStringLiteral("NULL"),
-                             QLatin1String(r.album))
+                        .arg(path, r.name, r.artist, r.album)
                         .arg(r.track);
         }
-        rows += QStringLiteral("INSERT INTO t_song (songID, path, name) VALUES (-15, '', 'No path');\n");
-        rows += QStringLiteral(
+        rows +=
+            "INSERT INTO t_song (songID, path, name) VALUES (-15, '', 'No path');\n"
             "UPDATE t_playlist SET sortKey = 'artist', sortAscending = 0 WHERE playlistID = -1;\n"
             "INSERT INTO t_playlist VALUES (100, 0, 'Mix', 0, 1, 'ordinal', 0);\n"
             "INSERT INTO t_playlist VALUES (200, 0, 'By name', 0, 0, 'name', 1);\n"
             "INSERT INTO t_playlist VALUES (300, 0, 'Never touched', NULL, NULL, NULL, NULL);\n"
             "INSERT INTO t_playlist VALUES (400, 0, 'Null key', 0, 0, '(null)', 0);\n"
-            "INSERT INTO t_playlistSong VALUES (100, -12, 5);\n"
-            "INSERT INTO t_playlistSong VALUES (100, -10, 1);\n"
-            "INSERT INTO t_playlistSong VALUES (100, 999, 2);\n"
-            "INSERT INTO t_playlistSong VALUES (100, -14, 3);\n"
-            "INSERT INTO t_playlistSong VALUES (200, -10, 0);\n"
-            "INSERT INTO t_playlistSong VALUES (200, -11, 1);\n"
-            "INSERT INTO t_playlistSong VALUES (300, -13, 0);\n"
-            "INSERT INTO t_playlistSong VALUES (300, -11, 1);\n");
+            "INSERT INTO t_playlistSong VALUES (100, -12, 5), (100, -10, 1), (100, 999, 2), (100, -14, 3),"
+            " (200, -10, 0), (200, -11, 1), (300, -13, 0), (300, -11, 1);\n";
         cli.sql(rows);
     }
 };
@@ -107,39 +102,36 @@ TEST_F(CliLibraryTest, AHandBuiltLibraryFileLoadsAsWritten)
     EXPECT_EQ(ids(library), (QList<qint64>{-12, -10, -11, -14, -13}));
     for (const auto &v : library) {
         const QJsonObject song = v.toObject();
-        EXPECT_EQ(song.value(QStringLiteral("isMissing")).toBool(),
-                  song.value(QStringLiteral("songID")).toInteger() == -14);
-        EXPECT_EQ(song.value(QStringLiteral("dateAdded")).toString(), QStringLiteral("2012-03-04T12:34:56Z"));
-        EXPECT_FALSE(song.contains(QStringLiteral("albumArtist"))); // absent values are left out
+        EXPECT_EQ(song.value("isMissing").toBool(), song.value("songID").toInteger() == -14);
+        EXPECT_EQ(song.value("dateAdded").toString(), "2012-03-04T12:34:56Z");
+        EXPECT_FALSE(song.contains("albumArtist")); // absent values are left out
     }
     const QJsonObject first = library.first().toObject();
-    EXPECT_EQ(first.value(QStringLiteral("name")).toString(), QStringLiteral("Intro"));
-    EXPECT_EQ(first.value(QStringLiteral("kind")).toString(), QStringLiteral("FLAC Audio File"));
-    EXPECT_EQ(first.value(QStringLiteral("sampleRate")).toDouble(), 44100.0);
-    EXPECT_EQ(first.value(QStringLiteral("path")).toString(), cli.musicDir() + QStringLiteral("/c.flac"));
+    EXPECT_EQ(first.value("name").toString(), "Intro");
+    EXPECT_EQ(first.value("kind").toString(), "FLAC Audio File");
+    EXPECT_EQ(first.value("sampleRate").toDouble(), 44100.0);
+    EXPECT_EQ(first.value("path").toString(), cli.musicDir() + "/c.flac");
     // The row without a path is not in the library but stays in the file.
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*) FROM t_song WHERE songID = -15;")), QStringLiteral("1"));
+    EXPECT_EQ(cli.sql("SELECT COUNT(*) FROM t_song WHERE songID = -15;"), "1");
 
-    EXPECT_EQ(ids(cli.songs({QStringLiteral("--playlist"), QStringLiteral("100")})),
-              (QList<qint64>{-10, -14, -12}));
-    EXPECT_EQ(ids(cli.songs({QStringLiteral("--playlist"), QStringLiteral("200")})),
-              (QList<qint64>{-11, -10})); // "Track 9" before "Track 10"
+    EXPECT_EQ(ids(cli.songs({"--playlist", "100"})), (QList<qint64>{-10, -14, -12}));
+    EXPECT_EQ(ids(cli.songs({"--playlist", "200"})), (QList<qint64>{-11, -10})); // "Track 9" first
 
-    const QJsonArray playlists = cli.json({QStringLiteral("playlists"), QStringLiteral("--json")});
+    const QJsonArray playlists = cli.json({"playlists", "--json"});
     ASSERT_EQ(playlists.size(), 6);
     const QJsonObject lib = playlists.at(0).toObject();
-    EXPECT_EQ(lib.value(QStringLiteral("kind")).toString(), QStringLiteral("library"));
-    EXPECT_EQ(lib.value(QStringLiteral("sortKey")).toString(), QStringLiteral("artist"));
-    EXPECT_FALSE(lib.value(QStringLiteral("sortAscending")).toBool());
-    EXPECT_EQ(lib.value(QStringLiteral("count")).toInt(), 5);
+    EXPECT_EQ(lib.value("kind").toString(), "library");
+    EXPECT_EQ(lib.value("sortKey").toString(), "artist");
+    EXPECT_FALSE(lib.value("sortAscending").toBool());
+    EXPECT_EQ(lib.value("count").toInt(), 5);
     const QJsonObject mix = playlists.at(1).toObject();
-    EXPECT_EQ(mix.value(QStringLiteral("name")).toString(), QStringLiteral("Mix"));
-    EXPECT_EQ(mix.value(QStringLiteral("repeatMode")).toInt(), 1);
-    EXPECT_EQ(mix.value(QStringLiteral("count")).toInt(), 3);
-    EXPECT_FALSE(playlists.at(3).toObject().contains(QStringLiteral("sortKey"))); // NULL
-    EXPECT_FALSE(playlists.at(4).toObject().contains(QStringLiteral("sortKey"))); // '(null)'
-    EXPECT_EQ(playlists.at(5).toObject().value(QStringLiteral("kind")).toString(), QStringLiteral("iTunesLibrary"));
-    EXPECT_TRUE(playlists.at(5).toObject().value(QStringLiteral("locked")).toBool());
+    EXPECT_EQ(mix.value("name").toString(), "Mix");
+    EXPECT_EQ(mix.value("repeatMode").toInt(), 1);
+    EXPECT_EQ(mix.value("count").toInt(), 3);
+    EXPECT_FALSE(playlists.at(3).toObject().contains("sortKey")); // NULL
+    EXPECT_FALSE(playlists.at(4).toObject().contains("sortKey")); // '(null)'
+    EXPECT_EQ(playlists.at(5).toObject().value("kind").toString(), "iTunesLibrary");
+    EXPECT_TRUE(playlists.at(5).toObject().value("locked").toBool());
 }
 
 TEST_F(CliLibraryTest, ChangesSurviveEveryRestartAndReachTheRows)
@@ -150,142 +142,139 @@ TEST_F(CliLibraryTest, ChangesSurviveEveryRestartAndReachTheRows)
         EXPECT_EQ(r.status, 0) << args.join(u' ').toStdString() << ": " << r.err.constData();
         return QString::fromUtf8(r.out).trimmed();
     };
-    const QString id = ok({QStringLiteral("playlist"), QStringLiteral("new"), QStringLiteral("-10"), QStringLiteral("-11")});
+    const QString id = ok({"playlist", "new", "-10", "-11"});
     ASSERT_FALSE(id.isEmpty());
-    ok({QStringLiteral("playlist"), QStringLiteral("rename"), id, QStringLiteral("Rock 'n' Roll")});
-    ok({QStringLiteral("playlist"), QStringLiteral("add"), id, QStringLiteral("-12"), QStringLiteral("-13")});
-    ok({QStringLiteral("playlist"), QStringLiteral("move"), id, QStringLiteral("2"), QStringLiteral("3"), QStringLiteral("--to"), QStringLiteral("0")});
-    EXPECT_EQ(ids(cli.songs({QStringLiteral("--playlist"), id})), (QList<qint64>{-12, -13, -10, -11}));
-    ok({QStringLiteral("playlist"), QStringLiteral("remove"), id, QStringLiteral("1")});
-    ok({QStringLiteral("playlist"), QStringLiteral("set"), QStringLiteral("200"), QStringLiteral("--sort"), QStringLiteral("name"), QStringLiteral("--descending"), QStringLiteral("--repeat"), QStringLiteral("2")});
-    ok({QStringLiteral("playlist"), QStringLiteral("set"), QStringLiteral("100"), QStringLiteral("--shuffle"), QStringLiteral("on")});
-    ok({QStringLiteral("playlist"), QStringLiteral("delete"), QStringLiteral("300")});
-    ok({QStringLiteral("remove"), QStringLiteral("-11")});
-    ok({QStringLiteral("tag"), QStringLiteral("-10"), QStringLiteral("title=Renamed"), QStringLiteral("track=4 of 9")});
+    ok({"playlist", "rename", id, "Rock 'n' Roll"});
+    ok({"playlist", "add", id, "-12", "-13"});
+    ok({"playlist", "move", id, "2", "3", "--to", "0"});
+    EXPECT_EQ(ids(cli.songs({"--playlist", id})), (QList<qint64>{-12, -13, -10, -11}));
+    ok({"playlist", "remove", id, "1"});
+    ok({"playlist", "set", "200", "--sort", "name", "--descending", "--repeat", "2"});
+    ok({"playlist", "set", "100", "--shuffle", "on"});
+    ok({"playlist", "delete", "300"});
+    ok({"remove", "-11"});
+    ok({"tag", "-10", "title=Renamed", "track=4 of 9"});
 
-    const QStringList songsOfNew = {QStringLiteral("songs"), QStringLiteral("--playlist"), id, QStringLiteral("--json")};
-    const QJsonArray playlists = withoutStamps(cli.json({QStringLiteral("playlists"), QStringLiteral("--json")}));
-    const QJsonArray newSongs = cli.json(songsOfNew);
-    const QJsonArray shuffled = cli.songs({QStringLiteral("--playlist"), QStringLiteral("100")});
+    const QJsonArray playlists = withoutStamps(cli.json({"playlists", "--json"}));
+    const QJsonArray newSongs = cli.songs({"--playlist", id});
+    QList<qint64> dealt = ids(cli.songs({"--playlist", "100"}));
+    std::sort(dealt.begin(), dealt.end());
     EXPECT_EQ(ids(newSongs), (QList<qint64>{-12, -10}));
     for (int restart = 0; restart < 3; ++restart) {
-        EXPECT_EQ(withoutStamps(cli.json({QStringLiteral("playlists"), QStringLiteral("--json")})), playlists);
-        EXPECT_EQ(cli.json(songsOfNew), newSongs);
+        EXPECT_EQ(withoutStamps(cli.json({"playlists", "--json"})), playlists);
+        EXPECT_EQ(cli.songs({"--playlist", id}), newSongs);
         // Shuffle stays on; each start deals its own order of the same songs.
-        QList<qint64> dealt = ids(cli.songs({QStringLiteral("--playlist"), QStringLiteral("100")}));
-        QList<qint64> before = ids(shuffled);
-        std::sort(dealt.begin(), dealt.end());
-        std::sort(before.begin(), before.end());
-        EXPECT_EQ(dealt, before);
+        QList<qint64> again = ids(cli.songs({"--playlist", "100"}));
+        std::sort(again.begin(), again.end());
+        EXPECT_EQ(again, dealt);
     }
     QStringList names;
     for (const auto &p : playlists)
-        names << p.toObject().value(QStringLiteral("name")).toString();
-    EXPECT_TRUE(names.contains(QStringLiteral("Rock 'n' Roll")));
-    EXPECT_FALSE(names.contains(QStringLiteral("Never touched")));
+        names << p.toObject().value("name").toString();
+    EXPECT_TRUE(names.contains("Rock 'n' Roll"));
+    EXPECT_FALSE(names.contains("Never touched"));
 
     // What the sqlite3 command line sees.
-    EXPECT_EQ(cli.sql(QStringLiteral(
-                          "SELECT group_concat(songID) FROM (SELECT songID FROM t_playlistSong WHERE "
-                          "playlistID = %1 ORDER BY ordinal);"
-                          "SELECT name, sortKey, sortAscending FROM t_playlist WHERE playlistID = %1;"
-                          "SELECT sortKey, sortAscending, repeatMode FROM t_playlist WHERE playlistID = 200;"
-                          "SELECT shuffle FROM t_playlist WHERE playlistID = 100;"
-                          "SELECT COUNT(*) FROM t_playlist WHERE playlistID = 300;"
-                          "SELECT COUNT(*) FROM t_playlistSong WHERE playlistID = 300 OR songID = -11;"
-                          "SELECT COUNT(*) FROM t_song WHERE songID = -11;"
-                          "SELECT name, track, trackNumber FROM t_song WHERE songID = -10;")
-                          .arg(id)),
-              QStringLiteral("-12,-10\nRock 'n' Roll|ordinal|0\nname|0|2\n1\n0\n0\n0\nRenamed|4 of 9|4"));
+    EXPECT_EQ(
+        cli.sql(QString("SELECT group_concat(songID) FROM (SELECT songID FROM t_playlistSong WHERE "
+                        "playlistID = %1 ORDER BY ordinal);"
+                        "SELECT name, sortKey, sortAscending FROM t_playlist WHERE playlistID = %1;"
+                        "SELECT sortKey, sortAscending, repeatMode FROM t_playlist WHERE playlistID = 200;"
+                        "SELECT shuffle FROM t_playlist WHERE playlistID = 100;"
+                        "SELECT COUNT(*) FROM t_playlist WHERE playlistID = 300;"
+                        "SELECT COUNT(*) FROM t_playlistSong WHERE playlistID = 300 OR songID = -11;"
+                        "SELECT COUNT(*) FROM t_song WHERE songID = -11;"
+                        "SELECT name, track, trackNumber FROM t_song WHERE songID = -10;")
+                    .arg(id)),
+        "-12,-10\nRock 'n' Roll|ordinal|0\nname|0|2\n1\n0\n0\n0\nRenamed|4 of 9|4");
     // The audio file itself carries the new tag.
     QByteArray probe;
-    TestEnvironment::run(QStringLiteral("ffprobe"), {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
-                                                    QStringLiteral("format_tags=title"), QStringLiteral("-of"), QStringLiteral("csv=p=0"),
-                                                    cli.musicDir() + QStringLiteral("/a.flac")},
-                         &probe);
-    EXPECT_EQ(QString::fromUtf8(probe).trimmed(), QStringLiteral("Renamed"));
+    TestEnvironment::run(
+        "ffprobe",
+        {"-v", "error", "-show_entries", "format_tags=title", "-of", "csv=p=0", cli.musicDir() + "/a.flac"},
+        &probe);
+    EXPECT_EQ(probe.trimmed(), "Renamed");
 }
 
 // The options only: folding, words and scopes are SongPredicateTest's and PlaylistTest's.
 TEST_F(CliLibraryTest, SearchNarrowsTheListing)
 {
     buildLibrary();
-    EXPECT_EQ(ids(cli.songs({QStringLiteral("--search"), QStringLiteral("zed")})), (QList<qint64>{-12, -10}));
-    EXPECT_EQ(ids(cli.songs({QStringLiteral("--search"), QStringLiteral("track 9"), QStringLiteral("--scope"),
-                             QStringLiteral("1")})),
-              (QList<qint64>{-11}));
+    EXPECT_EQ(ids(cli.songs({"--search", "zed"})), (QList<qint64>{-12, -10}));
+    EXPECT_EQ(ids(cli.songs({"--search", "track 9", "--scope", "1"})), (QList<qint64>{-11}));
 }
 
 TEST_F(CliLibraryTest, BadInputGivesClearMessagesAndFailingStatus)
 {
     buildLibrary();
-    const auto expectFailure = [this](const QStringList &args, int status, const char *words) {
-        const auto r = cli.run(args);
-        EXPECT_EQ(r.status, status) << args.join(u' ').toStdString();
-        EXPECT_TRUE(QString::fromUtf8(r.err).contains(QLatin1String(words)))
-            << args.join(u' ').toStdString() << " said: " << r.err.constData();
+    const QString lost = QString::fromUtf8(cli.run({"playlist", "new", "-14"}).out).trimmed();
+    const QString mp3 = cli.musicDir() + "/x.mp3";
+    const struct {
+        QStringList args;
+        int status;
+        const char *words;
+    } cases[] = {
+        {{"frobnicate"}, 2, "unknown command"},
+        {{"songs", "--playlist", "12345"}, 1, "no playlist has the ID 12345"},
+        {{"songs", "--scope", "9"}, 2, "--scope"},
+        {{"playlist", "add", "100", "777"}, 1, "no song has the ID 777"},
+        {{"playlist", "delete", "-1"}, 1, "can't be changed"},
+        {{"playlist", "remove", "100", "9"}, 1, "outside the playlist"},
+        {{"playlist", "move", "200", "0", "--to", "1"}, 1, "sorted or shuffled"},
+        {{"playlist", "set", "100", "--shuffle", "maybe"}, 2, "on or off"},
+        {{"tag", "-10", "mood=happy"}, 2, "KEY=VALUE"},
+        {{"tag", "-14", "title=x"}, 1, "missing"},
+        {{"tag", "-10", "track=abc"}, 2, "a number or \"N of M\""},
+        {{"tag", "-10", "disc=1 of x"}, 2, "a number or \"N of M\""},
+        {{"render", "--playlist", lost, "--out", cli.musicDir() + "/x.wav"}, 1, "every song of the playlist"},
+        {{"settings", "set", "volumeKnob", "loud"}, 2, "JSON"},
+        {{"render", "--out", mp3}, 2, ".wav"},
     };
-    expectFailure({QStringLiteral("frobnicate")}, 2, "unknown command");
-    expectFailure({QStringLiteral("songs"), QStringLiteral("--playlist"), QStringLiteral("12345")}, 1, "no playlist has the ID 12345");
-    expectFailure({QStringLiteral("songs"), QStringLiteral("--scope"), QStringLiteral("9")}, 2, "--scope");
-    expectFailure({QStringLiteral("playlist"), QStringLiteral("add"), QStringLiteral("100"), QStringLiteral("777")}, 1, "no song has the ID 777");
-    expectFailure({QStringLiteral("playlist"), QStringLiteral("delete"), QStringLiteral("-1")}, 1, "can't be changed");
-    expectFailure({QStringLiteral("playlist"), QStringLiteral("remove"), QStringLiteral("100"), QStringLiteral("9")}, 1, "outside the playlist");
-    expectFailure({QStringLiteral("playlist"), QStringLiteral("move"), QStringLiteral("200"), QStringLiteral("0"), QStringLiteral("--to"), QStringLiteral("1")}, 1, "sorted or shuffled");
-    expectFailure({QStringLiteral("playlist"), QStringLiteral("set"), QStringLiteral("100"), QStringLiteral("--shuffle"), QStringLiteral("maybe")}, 2, "on or off");
-    expectFailure({QStringLiteral("tag"), QStringLiteral("-10"), QStringLiteral("mood=happy")}, 2, "KEY=VALUE");
-    expectFailure({QStringLiteral("tag"), QStringLiteral("-14"), QStringLiteral("title=x")}, 1, "missing");
-    expectFailure({QStringLiteral("tag"), QStringLiteral("-10"), QStringLiteral("track=abc")}, 2, "a number or \"N of M\"");
-    expectFailure({QStringLiteral("tag"), QStringLiteral("-10"), QStringLiteral("disc=1 of x")}, 2, "a number or \"N of M\"");
-    const QString lost = QString::fromUtf8(cli.run({QStringLiteral("playlist"), QStringLiteral("new"), QStringLiteral("-14")}).out).trimmed();
-    expectFailure({QStringLiteral("render"), QStringLiteral("--playlist"), lost, QStringLiteral("--out"), cli.musicDir() + QStringLiteral("/x.wav")},
-                  1, "every song of the playlist");
-    expectFailure({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("volumeKnob"), QStringLiteral("loud")}, 2, "JSON");
-    const QString mp3 = cli.musicDir() + QStringLiteral("/x.mp3");
-    expectFailure({QStringLiteral("render"), QStringLiteral("--out"), mp3}, 2, ".wav");
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.args.join(u' ').toStdString());
+        const auto r = cli.run(c.args);
+        EXPECT_EQ(r.status, c.status);
+        EXPECT_TRUE(r.err.contains(c.words)) << r.err.constData();
+    }
     EXPECT_FALSE(QFile::exists(mp3)) << "no WAV under another name";
 
     // A line break in a tag stays on the song's one line of the listing.
-    ASSERT_EQ(cli.run({QStringLiteral("tag"), QStringLiteral("-13"), QStringLiteral("title=two\nlines")}).status, 0);
-    const QByteArray listing = cli.run({QStringLiteral("songs")}).out;
+    ASSERT_EQ(cli.run({"tag", "-13", "title=two\nlines"}).status, 0);
+    const QByteArray listing = cli.run({"songs"}).out;
     EXPECT_EQ(listing.count('\n'), 5) << listing.constData();
     EXPECT_TRUE(listing.contains("two\\nlines")) << listing.constData();
 
     // An audio file that became garbage: the tag write says why.
-    ASSERT_TRUE(TestEnvironment::writeFile(cli.musicDir() + QStringLiteral("/b.flac"), QByteArray(2048, '\x7f')));
-    const auto r = cli.run({QStringLiteral("tag"), QStringLiteral("-11"), QStringLiteral("title=x")});
+    ASSERT_TRUE(TestEnvironment::writeFile(cli.musicDir() + "/b.flac", QByteArray(2048, '\x7f')));
+    const auto r = cli.run({"tag", "-11", "title=x"});
     EXPECT_EQ(r.status, 1);
     EXPECT_FALSE(r.err.isEmpty());
 
-    const auto help = cli.run({QStringLiteral("playlist"), QStringLiteral("--help")});
+    const auto help = cli.run({"playlist", "--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_TRUE(help.out.contains("move ID ROW"));
 }
 
 TEST_F(CliLibraryTest, SettingsRoundTripAsJson)
 {
-    EXPECT_EQ(QString::fromUtf8(cli.run({QStringLiteral("settings"), QStringLiteral("get"), QStringLiteral("librarySplitPosition")}).out).trimmed(),
-              QStringLiteral("167"));
-    cli.set(QStringLiteral("preferredFormat"),
-            QStringLiteral("{\"format\": 6, \"sampleRate\": 96000, \"bitDepth\": 24}"));
-    EXPECT_EQ(QString::fromUtf8(cli.run({QStringLiteral("settings"), QStringLiteral("get"), QStringLiteral("preferredFormat")}).out).trimmed(),
-              QStringLiteral("{\"bitDepth\":24,\"format\":6,\"sampleRate\":96000}"));
-    EXPECT_EQ(QString::fromUtf8(cli.run({QStringLiteral("settings"), QStringLiteral("get"), QStringLiteral("noSuchKey")}).out).trimmed(),
-              QStringLiteral("null"));
+    const auto get = [this](const char *key) { return cli.run({"settings", "get", key}).out.trimmed(); };
+    EXPECT_EQ(get("librarySplitPosition"), "167");
+    cli.set("preferredFormat", "{\"format\": 6, \"sampleRate\": 96000, \"bitDepth\": 24}");
+    EXPECT_EQ(get("preferredFormat"), "{\"bitDepth\":24,\"format\":6,\"sampleRate\":96000}");
+    EXPECT_EQ(get("noSuchKey"), "null");
     // Stored as an integer in the property list, as the program's own integer settings are.
-    QFile prefs(cli.configDir() + QStringLiteral("/Preferences.plist"));
-    ASSERT_TRUE(prefs.open(QIODevice::ReadOnly));
-    EXPECT_TRUE(prefs.readAll().contains("<integer>96000</integer>"));
+    EXPECT_TRUE(TestEnvironment::readFile(cli.configDir() + "/Preferences.plist")
+                    .contains("<integer>96000</integer>"));
 }
 
 TEST_F(CliLibraryTest, PlayShowsTheSongItsTimesAndTheDeviceFormatOnATerminalOnly)
 {
-    TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/tone.wav"), 1.2, 44100, 2, {QStringLiteral("-b"), QStringLiteral("16")});
-    ASSERT_EQ(cli.run({QStringLiteral("import"), cli.musicDir()}).status, 0);
-    const QString device = QStringLiteral("capture:%1/out.wav?bits=24").arg(cli.dataDir());
-    const QByteArray shown = cli.runOnTerminal(QStringLiteral("play --device '%1'").arg(device));
+    TestEnvironment::makeSine(cli.musicDir() + "/tone.wav", 1.2, 44100, 2, {"-b", "16"});
+    ASSERT_EQ(cli.run({"import", cli.musicDir()}).status, 0);
+    const QString device = QString("capture:%1/out.wav?bits=24").arg(cli.dataDir());
+    const QByteArray shown = cli.runOnTerminal(QString("play --device '%1'").arg(device));
     EXPECT_TRUE(shown.contains("\rtone  0:00 / 0:01  44.1 kHz 24-bit, bit-perfect")) << shown.constData();
-    const CliHarness::Result piped = cli.run({QStringLiteral("play"), QStringLiteral("--device"), device});
+    const CliHarness::Result piped = cli.run({"play", "--device", device});
     EXPECT_EQ(piped.status, 0) << piped.err.constData();
     EXPECT_TRUE(piped.out.isEmpty()) << piped.out.constData();
 }

@@ -46,38 +46,38 @@ with open(config + '/Preferences.plist', 'wb') as f:
   plistlib.dump(prefs, f)
 )");
     QByteArray out;
-    ASSERT_EQ(TestEnvironment::run(QStringLiteral("python3"),
-                                   {QStringLiteral("-c"), script, cli.dataDir(), cli.configDir(), songFile,
-                                    QLatin1String(format)},
-                                   &out),
-              0)
+    ASSERT_EQ(
+        TestEnvironment::run(
+            "python3", {"-c", script, cli.dataDir(), cli.configDir(), songFile, QLatin1String(format)}, &out),
+        0)
         << out.constData();
 }
 
 void expectMigrated(const CliHarness &cli, const QString &songFile)
 {
-    const QJsonArray songs = cli.songs({QStringLiteral("--playlist"), QStringLiteral("42")});
+    const QJsonArray songs = cli.songs({"--playlist", "42"});
     ASSERT_EQ(songs.size(), 3);
     const QJsonObject gone = songs.at(0).toObject();
-    EXPECT_EQ(gone.value(QStringLiteral("name")).toString(), QStringLiteral("It's gone"));
-    EXPECT_TRUE(gone.value(QStringLiteral("isMissing")).toBool());
-    EXPECT_EQ(gone.value(QStringLiteral("bitrate")).toInt(), 0); // no file to ask
+    EXPECT_EQ(gone.value("name").toString(), "It's gone");
+    EXPECT_TRUE(gone.value("isMissing").toBool());
+    EXPECT_EQ(gone.value("bitrate").toInt(), 0); // no file to ask
     const QJsonObject kept = songs.at(1).toObject();
-    EXPECT_EQ(kept.value(QStringLiteral("path")).toString(), songFile);
-    EXPECT_EQ(kept.value(QStringLiteral("track")).toString(), QStringLiteral("2 of 9"));
-    EXPECT_EQ(kept.value(QStringLiteral("dateAdded")).toString(), QStringLiteral("2011-05-06T07:08:09Z"));
-    EXPECT_GT(kept.value(QStringLiteral("bitrate")).toInt(), 0); // fetched from the file itself
+    EXPECT_EQ(kept.value("path").toString(), songFile);
+    EXPECT_EQ(kept.value("track").toString(), "2 of 9");
+    EXPECT_EQ(kept.value("dateAdded").toString(), "2011-05-06T07:08:09Z");
+    EXPECT_GT(kept.value("bitrate").toInt(), 0); // fetched from the file itself
 
-    const QJsonArray playlists = cli.json({QStringLiteral("playlists"), QStringLiteral("--json")});
+    const QJsonArray playlists = cli.json({"playlists", "--json"});
     ASSERT_EQ(playlists.size(), 3);
     const QJsonObject old = playlists.at(1).toObject();
-    EXPECT_EQ(old.value(QStringLiteral("name")).toString(), QStringLiteral("Old favourites"));
-    EXPECT_EQ(old.value(QStringLiteral("repeatMode")).toInt(), 1);
+    EXPECT_EQ(old.value("name").toString(), "Old favourites");
+    EXPECT_EQ(old.value("repeatMode").toInt(), 1);
     const QJsonObject iTunes = playlists.at(2).toObject();
-    EXPECT_EQ(iTunes.value(QStringLiteral("sortKey")).toString(), QStringLiteral("artist"));
-    EXPECT_FALSE(iTunes.value(QStringLiteral("sortAscending")).toBool());
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT iTunes, sortKey, sortAscending, name IS NULL FROM t_playlist WHERE playlistID = 77;")),
-              QStringLiteral("1|name|1|1"));
+    EXPECT_EQ(iTunes.value("sortKey").toString(), "artist");
+    EXPECT_FALSE(iTunes.value("sortAscending").toBool());
+    EXPECT_EQ(
+        cli.sql("SELECT iTunes, sortKey, sortAscending, name IS NULL FROM t_playlist WHERE playlistID = 77;"),
+        "1|name|1|1");
 }
 
 } // namespace
@@ -87,13 +87,13 @@ TEST(CliMigration, XmlAndBinaryListsAreCarriedOverOnceIntoANewLibraryFile)
     for (const char *format : {"xml", "binary"}) {
         SCOPED_TRACE(format);
         CliHarness cli;
-        const QString song = TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/kept.flac"), 0.25);
+        const QString song = TestEnvironment::makeSine(cli.musicDir() + "/kept.flac", 0.25);
         writeOldLists(cli, song, format);
         expectMigrated(cli, song);
 
         // The lists stay; a second start does not read them again.
-        ASSERT_TRUE(QFile::exists(cli.dataDir() + QStringLiteral("/library.plist")));
-        ASSERT_EQ(cli.run({QStringLiteral("remove"), QStringLiteral("-5")}).status, 0);
+        ASSERT_TRUE(QFile::exists(cli.dataDir() + "/library.plist"));
+        ASSERT_EQ(cli.run({"remove", "-5"}).status, 0);
         EXPECT_EQ(cli.songs().size(), 1);
     }
 }
@@ -104,33 +104,35 @@ TEST(CliMigration, AMigrationKilledHalfWayIsDoneAgainInFull)
     constexpr int total = 20000;
     CliHarness cli;
     QByteArray out;
-    ASSERT_EQ(TestEnvironment::run(QStringLiteral("python3"),
-                                   {QStringLiteral("-c"),
-                                    QStringLiteral("import plistlib, sys\n"
-                                                   "songs = [dict(songID=-i, path='/gone/%d.flac' % i, name='n%d' % i) for i in range(1, int(sys.argv[2]) + 1)]\n"
-                                                   "plistlib.dump(songs, open(sys.argv[1] + '/library.plist', 'wb'), fmt=plistlib.FMT_BINARY)\n"),
-                                    cli.dataDir(), QString::number(total)},
-                                   &out),
-              0)
+    ASSERT_EQ(
+        TestEnvironment::run("python3",
+                             {"-c",
+                              QStringLiteral("import plistlib, sys\n"
+                                             "songs = [dict(songID=-i, path='/gone/%d.flac' % i, name='n%d' "
+                                             "% i) for i in range(1, int(sys.argv[2]) + 1)]\n"
+                                             "plistlib.dump(songs, open(sys.argv[1] + '/library.plist', "
+                                             "'wb'), fmt=plistlib.FMT_BINARY)\n"),
+                              cli.dataDir(), QString::number(total)},
+                             &out),
+        0)
         << out.constData();
     QProcess p;
     p.setProcessEnvironment(cli.environment());
-    p.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"), {QStringLiteral("songs")});
+    p.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"), {"songs"});
     ASSERT_TRUE(p.waitForStarted());
     const QDir data(cli.dataDir());
     QElapsedTimer t;
     t.start();
-    while (p.state() == QProcess::Running && data.entryList({QStringLiteral("Quivera Library.building-*")}).isEmpty()
+    while (p.state() == QProcess::Running && data.entryList({"Quivera Library.building-*"}).isEmpty()
            && t.elapsed() < 30000)
         QThread::usleep(200);
     ::kill(pid_t(p.processId()), SIGKILL);
     p.waitForFinished();
     ASSERT_FALSE(QFile::exists(cli.libraryFile())) << "the migration ended before the kill";
 
-    EXPECT_EQ(cli.run({QStringLiteral("songs")}).status, 0);
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT COUNT(*), COUNT(DISTINCT songID) FROM t_song;")),
-              QStringLiteral("%1|%1").arg(total));
-    EXPECT_TRUE(data.entryList({QStringLiteral("Quivera Library.building-*")}).isEmpty());
+    EXPECT_EQ(cli.run({"songs"}).status, 0);
+    EXPECT_EQ(cli.sql("SELECT COUNT(*), COUNT(DISTINCT songID) FROM t_song;"), QString("%1|%1").arg(total));
+    EXPECT_TRUE(data.entryList({"Quivera Library.building-*"}).isEmpty());
 }
 
 // Files that are no library: not a database at all, or the header alone that a start killed
@@ -141,10 +143,11 @@ TEST(CliRecovery, AFileThatIsNoLibraryIsSetAsideOnceAndReplaced)
         const char *name;
         std::function<void(const CliHarness &)> make;
     } cases[] = {
-        {"not a database", [](const CliHarness &cli) {
+        {"not a database",
+         [](const CliHarness &cli) {
              TestEnvironment::writeFile(cli.libraryFile(), QByteArray("SQLite format 3") + QByteArray(8000, '\x55'));
          }},
-        {"no tables", [](const CliHarness &cli) { cli.sql(QStringLiteral("PRAGMA journal_mode=WAL;")); }},
+        {"no tables", [](const CliHarness &cli) { cli.sql("PRAGMA journal_mode=WAL;"); }},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
@@ -152,20 +155,20 @@ TEST(CliRecovery, AFileThatIsNoLibraryIsSetAsideOnceAndReplaced)
         c.make(cli);
         const QByteArray before = TestEnvironment::fileDigest(cli.libraryFile());
         // What a build killed in another process left: removed, as that process is gone.
-        const QString stale = cli.libraryFile() + QStringLiteral(".building-99999999");
+        const QString stale = cli.libraryFile() + ".building-99999999";
         TestEnvironment::writeFile(stale, "half");
 
-        const auto first = cli.run({QStringLiteral("songs")});
+        const auto first = cli.run({"songs"});
         EXPECT_EQ(first.status, 0) << first.err.constData();
         EXPECT_EQ(first.err.count("warning:"), 1) << first.err.constData();
-        const QStringList aside = QDir(cli.dataDir()).entryList({QStringLiteral("Quivera Library (set aside *)")});
+        const QStringList aside = QDir(cli.dataDir()).entryList({"Quivera Library (set aside *)"});
         ASSERT_EQ(aside.size(), 1);
         EXPECT_TRUE(first.err.contains(aside.first().toUtf8())) << first.err.constData();
         EXPECT_EQ(TestEnvironment::fileDigest(cli.dataDir() + u'/' + aside.first()), before);
         EXPECT_FALSE(QFile::exists(stale));
-        EXPECT_EQ(cli.sql(QStringLiteral("SELECT version FROM t_global;")), QStringLiteral("1"));
+        EXPECT_EQ(cli.sql("SELECT version FROM t_global;"), "1");
 
-        const auto second = cli.run({QStringLiteral("songs")});
+        const auto second = cli.run({"songs"});
         EXPECT_EQ(second.status, 0);
         EXPECT_TRUE(second.err.isEmpty()) << second.err.constData();
     }
@@ -176,20 +179,20 @@ TEST(CliRecovery, AFileThatIsNoLibraryIsSetAsideOnceAndReplaced)
 TEST(CliRecovery, ADamagedLibraryIsReportedAndNothingWritesToIt)
 {
     CliHarness cli;
-    ASSERT_EQ(cli.run({QStringLiteral("songs")}).status, 0);
+    ASSERT_EQ(cli.run({"songs"}).status, 0);
     cli.sql(QStringLiteral("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000) "
                            "INSERT INTO t_song (songID, path, name) SELECT -i, '/music/' || i || '.flac', "
                            "'song number ' || i FROM n;"));
-    const qint64 page = cli.sql(QStringLiteral("PRAGMA page_size;")).toLongLong();
-    const qint64 root = cli.sql(QStringLiteral("SELECT rootpage FROM sqlite_master WHERE name = 't_song';")).toLongLong();
+    const qint64 page = cli.sql("PRAGMA page_size;").toLongLong();
+    const qint64 root = cli.sql("SELECT rootpage FROM sqlite_master WHERE name = 't_song';").toLongLong();
     QFile file(cli.libraryFile());
     ASSERT_TRUE(file.open(QIODevice::ReadWrite) && file.seek((root - 1) * page));
     file.write(QByteArray(int(page), '\x55'));
     file.close();
     const QByteArray before = TestEnvironment::fileDigest(cli.libraryFile());
 
-    const QString song = TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/x.flac"), 0.1);
-    for (const QStringList &args : {QStringList{QStringLiteral("songs")}, QStringList{QStringLiteral("import"), song}}) {
+    const QString song = TestEnvironment::makeSine(cli.musicDir() + "/x.flac", 0.1);
+    for (const QStringList &args : {QStringList{"songs"}, QStringList{"import", song}}) {
         const auto r = cli.run(args);
         EXPECT_EQ(r.status, 1) << args.first().toStdString();
         EXPECT_TRUE(r.err.contains("damaged")) << r.err.constData();
@@ -204,20 +207,22 @@ TEST(CliRecovery, AnEmptyLibraryFileIsBuiltAnew)
     QFile library(cli.libraryFile());
     ASSERT_TRUE(library.open(QIODevice::WriteOnly));
     library.close();
-    EXPECT_EQ(cli.run({QStringLiteral("songs")}).status, 0);
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT version FROM t_global;")), QStringLiteral("1"));
-    EXPECT_EQ(cli.sql(QStringLiteral("SELECT playlistID, sortKey FROM t_playlist ORDER BY playlistID;")),
-              QStringLiteral("-1|album\n1|album"));
+    EXPECT_EQ(cli.run({"songs"}).status, 0);
+    EXPECT_EQ(cli.sql("SELECT version FROM t_global;"), "1");
+    EXPECT_EQ(cli.sql("SELECT playlistID, sortKey FROM t_playlist ORDER BY playlistID;"),
+              "-1|album\n1|album");
 }
 
 TEST(CliRecovery, ADamagedSettingsFileIsReportedOnceAndReplacedByDefaults)
 {
     CliHarness cli;
-    ASSERT_TRUE(TestEnvironment::writeFile(cli.configDir() + QStringLiteral("/Preferences.plist"), "<?xml version=\"1.0\"?><plist><dict><key>volumeKnob</key><integ"));
-    const auto first = cli.run({QStringLiteral("settings"), QStringLiteral("get"), QStringLiteral("volumeKnob")});
+    ASSERT_TRUE(
+        TestEnvironment::writeFile(cli.configDir() + "/Preferences.plist",
+                                   "<?xml version=\"1.0\"?><plist><dict><key>volumeKnob</key><integ"));
+    const auto first = cli.run({"settings", "get", "volumeKnob"});
     EXPECT_TRUE(first.err.contains("settings")) << first.err.constData();
-    EXPECT_EQ(QString::fromUtf8(first.out).trimmed(), QStringLiteral("1"));
-    const auto second = cli.run({QStringLiteral("settings"), QStringLiteral("get"), QStringLiteral("volumeKnob")});
+    EXPECT_EQ(QString::fromUtf8(first.out).trimmed(), "1");
+    const auto second = cli.run({"settings", "get", "volumeKnob"});
     EXPECT_EQ(second.status, 0);
     EXPECT_TRUE(second.err.isEmpty()) << second.err.constData();
 }
@@ -230,7 +235,7 @@ TEST(CliRecovery, ASettingThatCannotBeWrittenFailsTheCommand)
         GTEST_SKIP() << fs.reason().toStdString();
     // The file kept whole, and no temporary one left: UserDefaultsTest's full disk; here the command fails.
     fs.fill();
-    const auto r = cli.run({QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("shuffle"), QStringLiteral("true")});
+    const auto r = cli.run({"settings", "set", "shuffle", "true"});
     EXPECT_NE(r.status, 0);
     EXPECT_TRUE(r.err.contains("settings could not be saved")) << r.err.constData();
 }
@@ -238,11 +243,11 @@ TEST(CliRecovery, ASettingThatCannotBeWrittenFailsTheCommand)
 TEST(CliRecovery, AnITunesPathNamingAFifoHangsNoCommand)
 {
     CliHarness cli;
-    const QString fifo = cli.musicDir() + QStringLiteral("/library.xml");
+    const QString fifo = cli.musicDir() + "/library.xml";
     ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
-    for (const QStringList &args : {QStringList{QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("iTunesLibraryLocation"), QStringLiteral("\"%1\"").arg(fifo)},
-                                    QStringList{QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("accessiTunesLibrary"), QStringLiteral("true")},
-                                    QStringList{QStringLiteral("playlists")}}) {
+    for (const QStringList &args :
+         {QStringList{"settings", "set", "iTunesLibraryLocation", QString("\"%1\"").arg(fifo)},
+          QStringList{"settings", "set", "accessiTunesLibrary", "true"}, QStringList{"playlists"}}) {
         const auto r = cli.run(args);
         EXPECT_EQ(r.status, 0) << args.join(' ').toStdString() << ": " << r.err.constData();
     }
@@ -252,27 +257,24 @@ TEST(CliRecovery, AnITunesPathNamingAFifoHangsNoCommand)
 TEST(CliFullDisk, TagWritingAndRenderingFailAndLeaveTheDiskAsItWas)
 {
     CliHarness cli;
-    const QString disk = TestEnvironment::makeTempDir(QStringLiteral("disk"));
+    const QString disk = TestEnvironment::makeTempDir("disk");
     SmallFilesystem fs(disk, 1024 * 1024);
     if (!fs.available())
         GTEST_SKIP() << fs.reason().toStdString();
-    const QString song = TestEnvironment::ffmpeg(TestEnvironment::makeSine(cli.musicDir() + QStringLiteral("/a.wav"), 1.0),
-                                                 disk + QStringLiteral("/a.mp3"));
-    ASSERT_EQ(cli.run({QStringLiteral("import"), song}).status, 0);
-    const QString id =
-        QString::number(cli.songs().last().toObject().value(QStringLiteral("songID")).toInteger());
+    const QString song =
+        TestEnvironment::ffmpeg(TestEnvironment::makeSine(cli.musicDir() + "/a.wav", 1.0), disk + "/a.mp3");
+    ASSERT_EQ(cli.run({"import", song}).status, 0);
+    const QString id = QString::number(cli.songs().last().toObject().value("songID").toInteger());
     const QByteArray before = TestEnvironment::fileDigest(song);
     fs.fill(8 * 1024);
-    const auto tag = cli.run({QStringLiteral("tag"), id, QStringLiteral("album=") + QString(100000, u'x')});
+    const auto tag = cli.run({"tag", id, QString("album=") + QString(100000, u'x')});
     EXPECT_NE(tag.status, 0);
     EXPECT_FALSE(tag.err.isEmpty());
     EXPECT_EQ(TestEnvironment::fileDigest(song), before);
 
-    const auto render =
-        cli.run({QStringLiteral("render"), QStringLiteral("--out"), disk + QStringLiteral("/out.wav")});
+    const auto render = cli.run({"render", "--out", disk + "/out.wav"});
     EXPECT_NE(render.status, 0);
     EXPECT_TRUE(render.err.contains("render failed")) << render.err.constData();
-    EXPECT_EQ(QDir(disk).entryList(QDir::Files | QDir::Hidden),
-              (QStringList{QStringLiteral(".filler"), QStringLiteral("a.mp3")}))
+    EXPECT_EQ(QDir(disk).entryList(QDir::Files | QDir::Hidden), (QStringList{".filler", "a.mp3"}))
         << "a file was left";
 }

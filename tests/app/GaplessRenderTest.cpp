@@ -149,16 +149,16 @@ void runTool(const QString &program, const QStringList &args)
 // Encodes `p` (on the grid of `bits`) into `base`.suffix; returns the file's path.
 QString encode(const Pcm &p, int bits, Format format, const QString &base)
 {
-    const QString raw = base + QStringLiteral(".raw"), out = base + u'.' + QLatin1String(formatInfo(format).suffix);
+    const QString raw = base + ".raw", out = base + u'.' + QLatin1String(formatInfo(format).suffix);
     TestEnvironment::writeFile(raw, p.toWords(bits));
     const QString rate = QString::number(p.rate);
     if (format <= Format::Aiff)
-        runTool(QStringLiteral("sox"), words(QStringLiteral("-t raw -r %1 -e signed-integer -b %2 -c 2 -L").arg(rate).arg(bits))
-                                           + QStringList{raw, out});
+        runTool("sox", words(QString("-t raw -r %1 -e signed-integer -b %2 -c 2 -L").arg(rate).arg(bits))
+                           + QStringList{raw, out});
     else
-        runTool(QStringLiteral("ffmpeg"), words(QStringLiteral("-v error -y -f s%1le -ar %2 -ac 2 -i").arg(bits).arg(rate))
-                                              + QStringList{raw} + words(QLatin1String(formatInfo(format).codec))
-                                              + (format == Format::Aac ? QStringList{rate, out} : QStringList{out}));
+        runTool("ffmpeg", words(QString("-v error -y -f s%1le -ar %2 -ac 2 -i").arg(bits).arg(rate))
+                              + QStringList{raw} + words(QLatin1String(formatInfo(format).codec))
+                              + (format == Format::Aac ? QStringList{rate, out} : QStringList{out}));
     QFile::remove(raw);
     return out;
 }
@@ -193,21 +193,20 @@ QStringList absolute(const QStringList &files)
 void importInOrder(const CliHarness &cli, const QStringList &files, int depth = 16)
 {
     if (depth != 16)
-        cli.set(QStringLiteral("ditherProperties"), QStringLiteral("{\"depth\":%1}").arg(depth));
-    const CliHarness::Result r = cli.run(QStringList{QStringLiteral("import")} + files);
+        cli.set("ditherProperties", QString("{\"depth\":%1}").arg(depth));
+    const CliHarness::Result r = cli.run(QStringList{"import"} + files);
     ASSERT_EQ(r.status, 0) << r.err.constData();
     QStringList paths;
     for (const QJsonValue &s : cli.songs())
-        paths << s.toObject().value(QStringLiteral("path")).toString();
+        paths << s.toObject().value("path").toString();
     ASSERT_EQ(paths, absolute(files));
 }
 
 Pcm render(const CliHarness &cli, int bits, const QStringList &extra = {})
 {
-    const QString out = cli.musicDir() + QStringLiteral("/render-%1.wav").arg(bits);
-    const CliHarness::Result r = cli.run(QStringList{QStringLiteral("render"), QStringLiteral("--out"), out,
-                                                     QStringLiteral("--bits"), QString::number(bits)}
-                                         + extra);
+    const QString out = cli.musicDir() + QString("/render-%1.wav").arg(bits);
+    const CliHarness::Result r =
+        cli.run(QStringList{"render", "--out", out, "--bits", QString::number(bits)} + extra);
     EXPECT_EQ(r.status, 0) << r.err.constData();
     int written = 0;
     Pcm p = readWav(out, &written);
@@ -224,14 +223,13 @@ Pcm render(const CliHarness &cli, int bits, const QStringList &extra = {})
 class AlsaFileDevice {
 public:
     AlsaFileDevice()
-        : m_dir(TestEnvironment::makeTempDir(QStringLiteral("alsa"))), m_old(qgetenv("ALSA_CONFIG_PATH")),
+        : m_dir(TestEnvironment::makeTempDir("alsa")), m_old(qgetenv("ALSA_CONFIG_PATH")),
           m_had(qEnvironmentVariableIsSet("ALSA_CONFIG_PATH"))
     {
         EXPECT_FALSE(AlsaWorld::install(
                          m_dir, QStringLiteral(QUIVERA_TEST_ALSA_PLUGIN),
-                         AlsaWorld::card(QStringLiteral("gaplesscard"), QStringLiteral("44100"),
-                                         QStringLiteral("\"S16_LE\" \"S24_3LE\""), QStringLiteral("  paced true\n"))
-                             + AlsaWorld::filePCM(uid(), QStringLiteral("gaplesscard"), m_dir, QStringLiteral("play")))
+                         AlsaWorld::card("gaplesscard", "44100", "\"S16_LE\" \"S24_3LE\"", "  paced true\n")
+                             + AlsaWorld::filePCM(uid(), "gaplesscard", m_dir, "play"))
                          .isEmpty());
     }
     ~AlsaFileDevice()
@@ -241,12 +239,12 @@ public:
         else
             qunsetenv("ALSA_CONFIG_PATH");
     }
-    static QString uid() { return QStringLiteral("gaplessfile"); }
+    static QString uid() { return "gaplessfile"; }
 
     // What the device was given, read from the `file` PCM's output. False if there is none.
     bool take(Pcm *out) const
     {
-        const QStringList found = QDir(m_dir).entryList({QStringLiteral("play-*.raw")}, QDir::Files);
+        const QStringList found = QDir(m_dir).entryList({"play-*.raw"}, QDir::Files);
         if (found.size() != 1)
             return false;
         const QStringList parts = QFileInfo(found.front()).completeBaseName().split(u'-');
@@ -269,7 +267,7 @@ private:
 // runs from launch, so it may send silence before playback starts and until the program ends.
 Pcm playToDevice(const CliHarness &cli, const AlsaFileDevice &device)
 {
-    const CliHarness::Result r = cli.run({QStringLiteral("play"), QStringLiteral("--device"), AlsaFileDevice::uid()});
+    const CliHarness::Result r = cli.run({"play", "--device", AlsaFileDevice::uid()});
     EXPECT_EQ(r.status, 0) << r.err.constData();
     Pcm all;
     EXPECT_TRUE(device.take(&all)) << "the device wrote no file";
@@ -287,7 +285,7 @@ QStringList encodeAll(const std::vector<Pcm> &pieces, int bits, const std::vecto
     QStringList files;
     for (size_t i = 0; i < pieces.size(); ++i)
         files << encode(pieces[i], bits, formats[i % formats.size()],
-                        dir + QStringLiteral("/%1-piece").arg(i + 1, 2, 10, QLatin1Char('0')));
+                        dir + QString("/%1-piece").arg(i + 1, 2, 10, QLatin1Char('0')));
     return files;
 }
 
@@ -478,7 +476,7 @@ TEST(BitPerfect, AlbumsReachTheOutputUnchanged)
         std::vector<Pcm> decoded;
         for (quint32 t = 0; t < 4; ++t) {
             const Pcm track = t == 1 ? stressTrack(kRate, bits, 21) : makeSignal(size_t(0.8 * kRate) + 137 * t, bits, 30 + t, 0.2 + 0.15 * t);
-            files << encode(track, bits, Format::Flac, cli.musicDir() + QStringLiteral("/track%1").arg(t + 1));
+            files << encode(track, bits, Format::Flac, cli.musicDir() + QString("/track%1").arg(t + 1));
             decoded.push_back(Pcm::decodedByFFmpeg(files.back()));
             ASSERT_TRUE(sameWords(track, decoded.back(), bits)) << "FFmpeg's own decoding";
         }
@@ -492,8 +490,8 @@ TEST(BitPerfect, AlbumsReachTheOutputUnchanged)
         EXPECT_TRUE(sameWords(expected, render(cli, bits), bits));
         if (bits == 24) {
             // Without --bits too: the file's word is one every 16- and 24-bit song fits.
-            const QString out = cli.musicDir() + QStringLiteral("/default.wav");
-            ASSERT_EQ(cli.run({QStringLiteral("render"), QStringLiteral("--out"), out}).status, 0);
+            const QString out = cli.musicDir() + "/default.wav";
+            ASSERT_EQ(cli.run({"render", "--out", out}).status, 0);
             int written = 0;
             EXPECT_TRUE(sameWords(expected, readWav(out, &written), 24));
             EXPECT_EQ(written, 24);
@@ -528,11 +526,11 @@ TEST(GaplessMixedRates, EachSongIsConvertedOnceFromItsOwnRateToTheDevices)
     for (const Case &c : cases) {
         SCOPED_TRACE(c.deviceRate);
         CliHarness cli;
-        const QStringList files = {encode(c.first, c.bits, Format::Flac, cli.musicDir() + QStringLiteral("/1-first")),
-                                   encode(c.second, c.bits, Format::Flac, cli.musicDir() + QStringLiteral("/2-second"))};
+        const QStringList files = {encode(c.first, c.bits, Format::Flac, cli.musicDir() + "/1-first"),
+                                   encode(c.second, c.bits, Format::Flac, cli.musicDir() + "/2-second")};
         importInOrder(cli, files);
         ASSERT_FALSE(HasFatalFailure());
-        const Pcm out = render(cli, c.bits, {QStringLiteral("--rate"), QString::number(c.deviceRate)});
+        const Pcm out = render(cli, c.bits, {"--rate", QString::number(c.deviceRate)});
         const auto [a1, b1] = playableRange(c.first, true);
         const auto [a2, b2] = playableRange(c.second, false);
         const size_t firstFrames = size_t(std::llround(double(b1 - a1) * c.deviceRate / c.first.rate));
@@ -556,15 +554,15 @@ TEST_P(GaplessConverter, TransitionsMatchAContinuousConversion)
     const Pcm signal = makeSignal(size_t(6.0 * kRate), 24, 9);
     const std::vector<size_t> cuts = cutPoints(signal, kCuts);
     const std::vector<Pcm> pieces = cut(signal, cuts);
-    const QStringList rate = {QStringLiteral("--rate"), QStringLiteral("48000")};
+    const QStringList rate = {"--rate", "48000"};
 
     CliHarness whole;
-    const QString wholeFile = encode(signal, 24, Format::Flac, whole.musicDir() + QStringLiteral("/whole"));
+    const QString wholeFile = encode(signal, 24, Format::Flac, whole.musicDir() + "/whole");
     CliHarness cli;
     const QStringList files = encodeAll(pieces, 24, {Format::Flac}, cli.musicDir());
     for (const CliHarness *h : {&whole, &cli}) {
         importInOrder(*h, h == &whole ? QStringList{wholeFile} : files, 32);
-        h->set(QStringLiteral("convertorType"), type);
+        h->set("convertorType", type);
     }
     ASSERT_FALSE(HasFailure());
     const Pcm reference = render(whole, 32, rate), out = render(cli, 32, rate);

@@ -1,5 +1,6 @@
 // Where the results of background operations go: the merge on the main thread into the library
-// and its playlists, conversions, the iTunes read-in at launch, and files handed to the player.
+// and its playlists, conversions, and the iTunes read-in at launch (files handed to the player:
+// PlayerSession).
 
 #include "app/ApplicationDelegate.h"
 #include "db/VEKDatabaseQuery.h"
@@ -11,10 +12,8 @@
 #include "support/TestEnvironment.h"
 
 #include <QElapsedTimer>
-#include <QProcess>
 #include <QThread>
 #include <gtest/gtest.h>
-#include <signal.h>
 
 namespace {
 
@@ -23,18 +22,18 @@ protected:
     void SetUp() override
     {
         TestEnvironment::resetUserFolders();
-        UserDefaults::standard().removeValue(QStringLiteral("selectedPlaylistID"));
-        UserDefaults::standard().removeValue(QStringLiteral("accessiTunesLibrary"));
+        UserDefaults::standard().removeValue("selectedPlaylistID");
+        UserDefaults::standard().removeValue("accessiTunesLibrary");
         ApplicationDelegate::registerDefaults(UserDefaults::standard());
         beforeLaunch();
         launch();
-        song = TestEnvironment::makeSine(TestEnvironment::makeTempDir() + QStringLiteral("/s.flac"), 0.1);
+        song = TestEnvironment::makeSine(TestEnvironment::makeTempDir() + "/s.flac", 0.1);
     }
     void TearDown() override
     {
         if (delegate)
             delegate->applicationWillTerminate();
-        UserDefaults::standard().removeValue(QStringLiteral("accessiTunesLibrary"));
+        UserDefaults::standard().removeValue("accessiTunesLibrary");
     }
     void launch()
     {
@@ -56,13 +55,13 @@ class ConversionMergeTest : public MergeTest {
 protected:
     void beforeLaunch() override
     {
-        UserDefaults::standard().setValue(QStringLiteral("preferredFormat"),
-                                          QVariantMap{{QStringLiteral("format"), 1}, {QStringLiteral("sampleRate"), 44100}});
+        UserDefaults::standard().setValue("preferredFormat",
+                                          QVariantMap{{"format", 1}, {"sampleRate", 44100}});
     }
     void TearDown() override
     {
         MergeTest::TearDown();
-        UserDefaults::standard().removeValue(QStringLiteral("preferredFormat"));
+        UserDefaults::standard().removeValue("preferredFormat");
     }
     SongPtr imported(const QString &name)
     {
@@ -90,11 +89,11 @@ TEST_F(MergeTest, NewSongsGoToTheLibraryAndTheSelectedPlaylistOnly)
     EXPECT_EQ(mine->songsInManualOrder(), QList<SongPtr>{added});
 
     // With an iTunes playlist selected, or the target deleted meanwhile: the library alone.
-    const QString other = TestEnvironment::makeSine(TestEnvironment::makeTempDir() + QStringLiteral("/t.flac"), 0.1);
+    const QString other = TestEnvironment::makeSine(TestEnvironment::makeTempDir() + "/t.flac", 0.1);
     delegate->setSelectedPlaylist(delegate->playlistForID(Playlist::ITunesLibraryPlaylistID));
     delegate->addFilesToLibrary({other});
     delegate->setSelectedPlaylist(mine);
-    const QString third = TestEnvironment::makeSine(TestEnvironment::makeTempDir() + QStringLiteral("/u.flac"), 0.1);
+    const QString third = TestEnvironment::makeSine(TestEnvironment::makeTempDir() + "/u.flac", 0.1);
     delegate->addFilesToLibrary({third});
     delegate->deleteSelectedPlaylist();
     delegate->queue()->waitUntilAllOperationsAreFinished();
@@ -102,8 +101,8 @@ TEST_F(MergeTest, NewSongsGoToTheLibraryAndTheSelectedPlaylistOnly)
     EXPECT_EQ(mine->countOfSongs(), 1);
     EXPECT_TRUE(delegate->iTunesPlaylists().first()->songsInManualOrder().isEmpty());
     delegate->database()->flushWrites();
-    auto q = delegate->database()->queryWithStatement(
-        QStringLiteral("SELECT COUNT() FROM t_playlistSong WHERE playlistID = ?"));
+    auto q =
+        delegate->database()->queryWithStatement("SELECT COUNT() FROM t_playlistSong WHERE playlistID = ?");
     q->setIntValue(mine->playlistID(), 0);
     ASSERT_TRUE(q->evaluateNextRow());
     EXPECT_EQ(q->intValueAtColumn(0), 0); // no rows for a playlist that is gone
@@ -129,15 +128,15 @@ TEST_F(MergeTest, AMergeThatARescanOvertookAddsNothingTwice)
 
 TEST_F(MergeTest, TheITunesReadInIsQueuedAtLaunchOnlyWhenAllowed)
 {
-    const QString dir = TestEnvironment::makeTempDir(QStringLiteral("itunes"));
-    const QString xml = dir + QStringLiteral("/iTunes Library.xml");
-    iTunesFixture::write(xml, dir + QStringLiteral("/music"));
-    UserDefaults::standard().setValue(QStringLiteral("iTunesLibraryLocation"), xml);
+    const QString dir = TestEnvironment::makeTempDir("itunes");
+    const QString xml = dir + "/iTunes Library.xml";
+    iTunesFixture::write(xml, dir + "/music");
+    UserDefaults::standard().setValue("iTunesLibraryLocation", xml);
     EXPECT_FALSE(delegate->loadiTunesLibrary());
 
-    UserDefaults::standard().setValue(QStringLiteral("accessiTunesLibrary"), true);
+    UserDefaults::standard().setValue("accessiTunesLibrary", true);
     launch();
-    UserDefaults::standard().removeValue(QStringLiteral("iTunesLibraryLocation"));
+    UserDefaults::standard().removeValue("iTunesLibraryLocation");
     EXPECT_EQ(delegate->iTunesPlaylists().first()->countOfSongs(), iTunesFixture::keptTrackIDs.size());
     ASSERT_EQ(delegate->iTunesPlaylists().size(), 1 + iTunesFixture::playlistIDs.size());
     EXPECT_EQ(delegate->iTunesPlaylists().at(2)->countOfSongs(), 3);
@@ -146,53 +145,11 @@ TEST_F(MergeTest, TheITunesReadInIsQueuedAtLaunchOnlyWhenAllowed)
     EXPECT_TRUE(library()->songsInManualOrder().isEmpty()); // not the own library's songs
 }
 
-TEST_F(MergeTest, ThePlayerImportsTheFilesItIsGiven)
-{
-    EXPECT_TRUE(delegate->applicationOpenFiles({song}));
-    delegate->queue()->waitUntilAllOperationsAreFinished();
-    EXPECT_EQ(library()->countOfSongs(), 1);
-
-    // The program itself, with a path on its command line, as a file manager starts it.
-    const QString root = TestEnvironment::makeTempDir(QStringLiteral("player"));
-    QProcess player;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("XDG_DATA_HOME"), root + QStringLiteral("/data"));
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), root + QStringLiteral("/config"));
-    // The one-time iTunes question is a modal box that nobody here would answer.
-    QProcess answer;
-    answer.setProcessEnvironment(env);
-    answer.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera-cli"),
-                 {QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("seenAccessiTunesLibraryQuery"),
-                  QStringLiteral("true")});
-    ASSERT_TRUE(answer.waitForFinished());
-    ASSERT_EQ(answer.exitCode(), 0);
-    player.setProcessEnvironment(env);
-    player.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera"), {song});
-    if (!player.waitForStarted())
-        GTEST_SKIP() << "quivera is not built";
-    const QString file = root + QStringLiteral("/data/Quivera/Quivera Library");
-    QElapsedTimer t;
-    t.start();
-    qint64 rows = 0;
-    while (rows == 0 && t.elapsed() < 30000) {
-        QThread::msleep(20);
-        QProcess sqlite;
-        sqlite.start(QStringLiteral("sqlite3"), {QStringLiteral("-readonly"), file, QStringLiteral("SELECT COUNT(*) FROM t_song;")});
-        sqlite.waitForFinished();
-        rows = sqlite.readAllStandardOutput().trimmed().toLongLong();
-    }
-    ::kill(pid_t(player.processId()), SIGTERM);
-    player.waitForFinished();
-    EXPECT_EQ(rows, 1);
-    EXPECT_EQ(player.exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(player.exitCode(), 0);
-}
-
 TEST_F(ConversionMergeTest, QueuesOnlySongsThatArePresentAndInAnotherFormat)
 {
-    const SongPtr flac = imported(QStringLiteral("a.flac"));
-    const SongPtr wav = imported(QStringLiteral("b.wav")); // WAVE at 44100: preferred already
-    const SongPtr gone = imported(QStringLiteral("c.flac"));
+    const SongPtr flac = imported("a.flac");
+    const SongPtr wav = imported("b.wav"); // WAVE at 44100: preferred already
+    const SongPtr gone = imported("c.flac");
     ASSERT_TRUE(flac && wav && gone);
     gone->setIsMissing(true);
     const auto queued = delegate->createPreferredVersionOfSongs({flac, wav, gone}, nullptr);
@@ -203,7 +160,7 @@ TEST_F(ConversionMergeTest, QueuesOnlySongsThatArePresentAndInAnotherFormat)
 
 TEST_F(ConversionMergeTest, TheResultJoinsTheLibraryAndAnUnlockedDestinationOnly)
 {
-    const SongPtr flac = imported(QStringLiteral("a.flac"));
+    const SongPtr flac = imported("a.flac");
     ASSERT_TRUE(flac);
     delegate->newPlaylistWithSongs({});
     const PlaylistPtr open = delegate->selectedPlaylist();

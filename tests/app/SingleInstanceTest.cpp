@@ -1,6 +1,6 @@
 // One player per session: later starts of the real `quivera` hand their files and transport
 // commands to the running one over its socket, and a socket left by a player that died does not
-// stop the next one.
+// stop the next one, which imports the files it was started with.
 
 #include "MprisTestSupport.h"
 #include "support/CliHarness.h"
@@ -44,10 +44,10 @@ protected:
         }
     }
 
-    void startPrimary()
+    void startPrimary(const QStringList &files = {})
     {
         primary.setProcessEnvironment(env);
-        primary.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera"), {});
+        primary.start(QStringLiteral(QUIVERA_BIN_DIR "/quivera"), files);
         ASSERT_TRUE(primary.waitForStarted());
         ASSERT_TRUE(waitUntil([&] { return status() == u"Stopped"_s; }, 30000))
             << primary.readAllStandardError().constData();
@@ -89,6 +89,11 @@ TEST_F(PlayerSession, ALaterStartHandsOverItsFilesAndCommandsAndEnds)
     EXPECT_EQ(start({u"--play-pause"_s}).status, 0);
     EXPECT_TRUE(waitUntil([&] { return status() == u"Paused"_s; }, 15000));
     EXPECT_EQ(primary.state(), QProcess::Running) << "only one player runs";
+    // SIGTERM, as the session ends: the orderly quit.
+    primary.terminate();
+    ASSERT_TRUE(primary.waitForFinished(30000));
+    EXPECT_EQ(primary.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(primary.exitCode(), 0);
 }
 
 TEST_F(PlayerSession, ASocketLeftByAPlayerThatDiedDoesNotStopTheNext)
@@ -99,7 +104,8 @@ TEST_F(PlayerSession, ASocketLeftByAPlayerThatDiedDoesNotStopTheNext)
     ASSERT_TRUE(QFile::exists(env.value(u"XDG_RUNTIME_DIR"_s) + u"/quivera.socket"_s));
     ASSERT_TRUE(waitUntil([&] { return status().isEmpty(); }, 15000)); // its bus name went with it
 
-    startPrimary(); // becomes the player rather than talk to the dead socket
+    startPrimary({song}); // becomes the player rather than talk to the dead socket
+    EXPECT_TRUE(waitUntil([&] { return cli.songs().size() == 1; }, 30000)) << "the file it was started with";
     EXPECT_EQ(start({u"--next"_s}).status, 0) << "the new player listens";
     EXPECT_EQ(primary.state(), QProcess::Running);
 }

@@ -62,8 +62,8 @@ class MuteDim : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        UserDefaults::standard().removeValue(QStringLiteral("mute"));
-        UserDefaults::standard().removeValue(QStringLiteral("dim"));
+        UserDefaults::standard().removeValue("mute");
+        UserDefaults::standard().removeValue("dim");
     }
     void TearDown() override { SetUp(); }
 
@@ -72,7 +72,7 @@ protected:
     {
         auto stream = build(classes);
         if (stream)
-            stream->processorWithIdentifier<SequenceSource>(QStringLiteral("source"))->setSamples({1.0f});
+            stream->processorWithIdentifier<SequenceSource>("source")->setSamples({1.0f});
         if (stream && !stream->initialize()) {
             ADD_FAILURE() << "the chain does not initialise";
             return nullptr;
@@ -86,7 +86,7 @@ protected:
 
 TEST_F(MuteDim, MuteFadesOutAndUnmuteFadesInEachInOneBuffer)
 {
-    auto stream = start({QStringLiteral("Muter")});
+    auto stream = start({"Muter"});
     ASSERT_TRUE(stream);
     EXPECT_TRUE(bitEqual(next(*stream), constant(1.0f)));
     set("mute", true);
@@ -99,14 +99,14 @@ TEST_F(MuteDim, MuteFadesOutAndUnmuteFadesInEachInOneBuffer)
         EXPECT_TRUE(bitEqual(next(*stream), constant(1.0f))) << i;
     // Started muted: silent from the first buffer, no fade.
     set("mute", true);
-    auto muted = start({QStringLiteral("Muter")});
+    auto muted = start({"Muter"});
     ASSERT_TRUE(muted);
     EXPECT_TRUE(bitEqual(next(*muted), constant(0.0f)));
 }
 
 TEST_F(MuteDim, AMuteUndoneBeforeTheNextBufferStillFadesInFromSilence)
 {
-    auto stream = start({QStringLiteral("Muter")});
+    auto stream = start({"Muter"});
     ASSERT_TRUE(stream);
     next(*stream);
     set("mute", true);
@@ -118,7 +118,7 @@ TEST_F(MuteDim, AMuteUndoneBeforeTheNextBufferStillFadesInFromSilence)
 
 TEST_F(MuteDim, DimRampsDownToATenthAndUndimUpToExactlyOneEachInEightBuffers)
 {
-    auto stream = start({QStringLiteral("Dimmer")});
+    auto stream = start({"Dimmer"});
     ASSERT_TRUE(stream);
     set("dim", true);
     for (int b = 0; b < 8; ++b)
@@ -134,7 +134,7 @@ TEST_F(MuteDim, DimRampsDownToATenthAndUndimUpToExactlyOneEachInEightBuffers)
         EXPECT_TRUE(bitEqual(next(*stream), constant(1.0f))) << i;
     // Started dimmed: a tenth from the first buffer.
     set("dim", true);
-    auto dimmed = start({QStringLiteral("Dimmer")});
+    auto dimmed = start({"Dimmer"});
     ASSERT_TRUE(dimmed);
     EXPECT_TRUE(bitEqual(next(*dimmed), constant(0.1f)));
 }
@@ -142,7 +142,7 @@ TEST_F(MuteDim, DimRampsDownToATenthAndUndimUpToExactlyOneEachInEightBuffers)
 TEST_F(MuteDim, DimInTheMiddleOfTheRampUpJumpsToFullAndRampsDownFromThere)
 {
     set("dim", true);
-    auto stream = start({QStringLiteral("Dimmer")});
+    auto stream = start({"Dimmer"});
     ASSERT_TRUE(stream);
     set("dim", false);
     for (int b = 0; b < 3; ++b)
@@ -158,12 +158,12 @@ TEST_F(MuteDim, DimInTheMiddleOfTheRampUpJumpsToFullAndRampsDownFromThere)
 
 TEST_F(MuteDim, AtRestBothPassEverySampleBitForBit)
 {
-    auto stream = build({QStringLiteral("Muter"), QStringLiteral("Dimmer")});
+    auto stream = build({"Muter", "Dimmer"});
     ASSERT_TRUE(stream);
     // Awkward values: a denormal, a negative zero, values that any gain would round.
     Channel left{0.1f, -0.0f, 1e-40f, -0.999999f, 0.333333f, 1.0f, 3.0e-8f};
     Channel right{-0.7f, 0.123456789f, 0.0f, 1e-38f, -1.0f};
-    stream->processorWithIdentifier<SequenceSource>(QStringLiteral("source"))->setChannels({left, right});
+    stream->processorWithIdentifier<SequenceSource>("source")->setChannels({left, right});
     ASSERT_TRUE(stream->initialize());
     // Back at rest after a full dim and undim as well as from the start.
     const auto expectPassed = [&](size_t offset) {
@@ -185,7 +185,7 @@ TEST_F(MuteDim, AtRestBothPassEverySampleBitForBit)
 
 TEST_F(MuteDim, BothSetActEachByItself)
 {
-    auto stream = start({QStringLiteral("Dimmer"), QStringLiteral("Muter")});
+    auto stream = start({"Dimmer", "Muter"});
     ASSERT_TRUE(stream);
     set("dim", true);
     for (int b = 0; b < 8; ++b)
@@ -206,15 +206,15 @@ TEST_F(MuteDim, BothSetActEachByItself)
 
 TEST_F(MuteDim, ARestartComesUpAtTheFinalLevelAndCutsARampShort)
 {
-    auto stream = start({QStringLiteral("Dimmer"), QStringLiteral("Muter")});
+    auto stream = start({"Dimmer", "Muter"});
     ASSERT_TRUE(stream);
     set("dim", true);
     set("mute", true);
     next(*stream); // both in the middle of their ramps
     ASSERT_TRUE(stream->uninitialize());
     ASSERT_TRUE(stream->initialize());
-    auto *dimmer = stream->processorWithIdentifier<Dimmer>(QStringLiteral("p0"));
-    auto *muter = stream->processorWithIdentifier<Muter>(QStringLiteral("p1"));
+    auto *dimmer = stream->processorWithIdentifier<Dimmer>("p0");
+    auto *muter = stream->processorWithIdentifier<Muter>("p1");
     ASSERT_TRUE(dimmer && muter);
     EXPECT_EQ(dimmer->state(), Dimmer::Dimmed);
     EXPECT_EQ(muter->state(), quint32(Muter::Silent));

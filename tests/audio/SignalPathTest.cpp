@@ -18,11 +18,11 @@ VEKAudioDeviceFormat device(std::initializer_list<Layer> layers)
     return d;
 }
 
-const Layer s24at44{QStringLiteral("card"), QStringLiteral("S24_3LE"), 44100, 2, 24, false};
-const Layer s16at44{QStringLiteral("card"), QStringLiteral("S16_LE"), 44100, 2, 16, false};
-const Layer s32at44{QStringLiteral("Plug PCM"), QStringLiteral("S32_LE"), 44100, 2, 32, false};
-const Layer s24at48{QStringLiteral("card"), QStringLiteral("S24_3LE"), 48000, 2, 24, false};
-const Layer floatAt44{QStringLiteral("card"), QStringLiteral("FLOAT_LE"), 44100, 2, 32, true};
+const Layer s24at44{"card", "S24_3LE", 44100, 2, 24, false};
+const Layer s16at44{"card", "S16_LE", 44100, 2, 16, false};
+const Layer s32at44{"Plug PCM", "S32_LE", 44100, 2, 32, false};
+const Layer s24at48{"card", "S24_3LE", 48000, 2, 24, false};
+const Layer floatAt44{"card", "FLOAT_LE", 44100, 2, 32, true};
 
 struct Case {
     const char *what;
@@ -36,16 +36,16 @@ struct Case {
 SignalPath::Settings with(const std::function<void(SignalPath::Settings &)> &change)
 {
     SignalPath::Settings s;
-    s.converter = QStringLiteral("soxr high quality");
+    s.converter = "soxr high quality";
     change(s);
     return s;
 }
 
 TEST(SignalPath, StagesAndVerdictFollowWhatChangesTheSamples)
 {
-    const SignalPath::Source flac16{QStringLiteral("FLAC"), 44100, 16, 2};
-    const SignalPath::Source flac24{QStringLiteral("FLAC"), 44100, 24, 2};
-    const SignalPath::Source mp3{QStringLiteral("MP3"), 44100, 0, 2};
+    const SignalPath::Source flac16{"FLAC", 44100, 16, 2};
+    const SignalPath::Source flac24{"FLAC", 44100, 24, 2};
+    const SignalPath::Source mp3{"MP3", 44100, 0, 2};
     const auto same = with([](auto &) {});
     const Case cases[] = {
         {"untouched into a wider word", flac16, same, device({s24at44}), {}, true},
@@ -78,9 +78,7 @@ TEST(SignalPath, StagesAndVerdictFollowWhatChangesTheSamples)
         {"dither off, the device rounds", flac24, same, device({s16at44}), {Kind::Rounding}, false},
         {"in graph order",
          flac16,
-         with([](auto &s) {
-             s.dim = true, s.mute = true, s.headphones = true, s.effects = {QStringLiteral("Amp")};
-         }),
+         with([](auto &s) { s.dim = true, s.mute = true, s.headphones = true, s.effects = {"Amp"}; }),
          device({s24at44}),
          {Kind::Effect, Kind::Headphones, Kind::Dim, Kind::Mute},
          false},
@@ -103,17 +101,16 @@ TEST(SignalPath, StagesAndVerdictFollowWhatChangesTheSamples)
 
 TEST(SignalPath, StagesSayFromWhatToWhat)
 {
-    const SignalPath::Source flac{QStringLiteral("FLAC"), 96000, 24, 2};
+    const SignalPath::Source flac{"FLAC", 96000, 24, 2};
     const SignalPath path =
         SignalPath::build(flac, with([](auto &s) { s.ditherEnabled = true; }), device({s16at44}));
     ASSERT_EQ(path.stages().size(), 2);
-    EXPECT_EQ(path.stages()[0].detail(), QStringLiteral("96 kHz → 44.1 kHz, soxr high quality"));
+    EXPECT_EQ(path.stages()[0].detail(), "96 kHz → 44.1 kHz, soxr high quality");
     EXPECT_EQ(path.stages()[1].kind, Kind::Dither);
     EXPECT_EQ(path.stages()[1].bits, 16) << "the dither's own depth, on a converted (float) signal";
-    EXPECT_EQ(path.sourceText(), QStringLiteral("FLAC 24-bit, 96 kHz, stereo"));
-    EXPECT_EQ(path.deviceText(), QStringLiteral("16-bit (S16_LE), 44.1 kHz, stereo"));
-    EXPECT_TRUE(path.verdictText().contains(QStringLiteral("96 kHz to 44.1 kHz")))
-        << path.verdictText().toStdString();
+    EXPECT_EQ(path.sourceText(), "FLAC 24-bit, 96 kHz, stereo");
+    EXPECT_EQ(path.deviceText(), "16-bit (S16_LE), 44.1 kHz, stereo");
+    EXPECT_TRUE(path.verdictText().contains("96 kHz to 44.1 kHz")) << path.verdictText().toStdString();
     EXPECT_FALSE(SignalPath().hasSong());
     EXPECT_FALSE(SignalPath().isBitPerfect());
 }

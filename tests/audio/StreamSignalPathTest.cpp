@@ -10,35 +10,14 @@
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QFile>
 #include <QtEndian>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <functional>
 
 namespace {
-
-bool waitFor(const std::function<bool()> &condition, int timeoutMs = 8000)
-{
-    QDeadlineTimer deadline(timeoutMs);
-    while (!condition()) {
-        if (deadline.hasExpired())
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    }
-    return true;
-}
-
-void settle(int ms)
-{
-    QDeadlineTimer deadline(ms);
-    while (!deadline.hasExpired())
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-}
 
 // Samples a card got, as integers, from its raw little-endian words.
 std::vector<qint32> samples(const QByteArray &bytes, int width)
@@ -88,32 +67,22 @@ protected:
     {
         TestEnvironment::resetUserFolders();
         registerAudioProcessorClasses();
-        m_dir = TestEnvironment::makeTempDir(QStringLiteral("signalpath"));
+        m_dir = TestEnvironment::makeTempDir("signalpath");
         m_oldConfig = qgetenv("ALSA_CONFIG_PATH");
-        const QString paced = QStringLiteral("  paced true\n  file \"%1/%2.raw\"\n");
+        const QString paced = "  paced true\n  file \"%1/%2.raw\"\n";
         ASSERT_FALSE(
-            AlsaWorld::install(m_dir, QStringLiteral(QUIVERA_TEST_ALSA_PLUGIN),
-                               AlsaWorld::card(QStringLiteral("cardA"), QStringLiteral("44100 96000"),
-                                               QStringLiteral("\"S16_LE\" \"S24_3LE\""),
-                                               paced.arg(m_dir, QStringLiteral("a")))
-                                   + AlsaWorld::card(QStringLiteral("cardB"), QStringLiteral("48000"),
-                                                     QStringLiteral("\"S16_LE\""),
-                                                     paced.arg(m_dir, QStringLiteral("b"))))
+            AlsaWorld::install(
+                m_dir, QStringLiteral(QUIVERA_TEST_ALSA_PLUGIN),
+                AlsaWorld::card("cardA", "44100 96000", "\"S16_LE\" \"S24_3LE\"", paced.arg(m_dir, "a"))
+                    + AlsaWorld::card("cardB", "48000", "\"S16_LE\"", paced.arg(m_dir, "b")))
                 .isEmpty());
         // A 16-bit song that starts loud, so none of it counts as leading silence.
-        m_file = m_dir + QStringLiteral("/song.flac");
-        ASSERT_EQ(TestEnvironment::run(QStringLiteral("sox"),
-                                       {QStringLiteral("-n"), QStringLiteral("-r"), QStringLiteral("44100"),
-                                        QStringLiteral("-c"), QStringLiteral("2"), QStringLiteral("-b"),
-                                        QStringLiteral("16"), m_file, QStringLiteral("synth"),
-                                        QStringLiteral("0.4"), QStringLiteral("sine"), QStringLiteral("997"),
-                                        QStringLiteral("0"), QStringLiteral("25"), QStringLiteral("vol"),
-                                        QStringLiteral("0.5")}),
+        m_file = m_dir + "/song.flac";
+        ASSERT_EQ(TestEnvironment::run("sox", {"-n", "-r", "44100", "-c", "2", "-b", "16", m_file, "synth",
+                                               "0.4", "sine", "997", "0", "25", "vol", "0.5"}),
                   0);
-        const QString raw = m_dir + QStringLiteral("/song.raw");
-        ASSERT_EQ(TestEnvironment::run(QStringLiteral("sox"),
-                                       {m_file, QStringLiteral("-t"), QStringLiteral("raw"), raw}),
-                  0);
+        const QString raw = m_dir + "/song.raw";
+        ASSERT_EQ(TestEnvironment::run("sox", {m_file, "-t", "raw", raw}), 0);
         m_source = samples(TestEnvironment::readFile(raw), 2);
         m_song = Song::initWithURL(m_file);
         ASSERT_TRUE(m_song);
@@ -135,19 +104,16 @@ protected:
     {
         stream.setCurrentSong(m_song);
         stream.play();
-        EXPECT_TRUE(waitFor([&] { return !stream.currentSong() && !stream.isPlaying(); }));
+        EXPECT_TRUE(TestEnvironment::waitUntil([&] { return !stream.currentSong() && !stream.isPlaying(); }));
         // The card saves what it was given as it consumes; a little silence flushes the end.
-        settle(250);
-        return lastBurst(
-            samples(TestEnvironment::readFile(m_dir + u'/' + stem + QStringLiteral(".raw")), width));
+        TestEnvironment::waitUntil([] { return false; }, 250);
+        return lastBurst(samples(TestEnvironment::readFile(m_dir + u'/' + stem + ".raw"), width));
     }
 
     // What the card was opened with, as it saw it.
     QString cardParams(const QString &stem) const
     {
-        return QString::fromUtf8(
-                   TestEnvironment::readFile(m_dir + u'/' + stem + QStringLiteral(".raw.params")))
-            .trimmed();
+        return QString::fromUtf8(TestEnvironment::readFile(m_dir + u'/' + stem + ".raw.params")).trimmed();
     }
 
     static QList<SignalPath::Kind> kinds(const SignalPath &path)
@@ -185,8 +151,7 @@ TEST_F(StreamSignalPath, EachSettingChangesWhatReachesTheCardAndThePathSaysSo)
 {
     using Kind = SignalPath::Kind;
     UserDefaults &defaults = UserDefaults::standard();
-    defaults.setValue(QStringLiteral("outputDevice"),
-                      QVariantMap{{QStringLiteral("UID"), QStringLiteral("cardA")}});
+    defaults.setValue("outputDevice", QVariantMap{{"UID", "cardA"}});
     auto stream = std::make_unique<Stream>();
     VEKError error;
     ASSERT_TRUE(stream->initWithDescription(Stream::defaultDescription(), &error))
@@ -199,27 +164,27 @@ TEST_F(StreamSignalPath, EachSettingChangesWhatReachesTheCardAndThePathSaysSo)
     const auto changed = [&](const char *key, const QVariant &value) {
         const int before = told;
         defaults.setValue(QString::fromLatin1(key), value);
-        settle(50);
+        TestEnvironment::waitUntil([] { return false; }, 50);
         return told > before;
     };
 
     {
         SCOPED_TRACE("the card's widest word, the song's rate");
-        const std::vector<qint32> got = play(*stream, QStringLiteral("a"), 3);
-        EXPECT_EQ(cardParams(QStringLiteral("a")), QStringLiteral("44100 S24_3LE 2"));
+        const std::vector<qint32> got = play(*stream, "a", 3);
+        EXPECT_EQ(cardParams("a"), "44100 S24_3LE 2");
         expectUntouched(got, 8);
         stream->setCurrentSong(m_song);
         const SignalPath path = stream->signalPath();
         EXPECT_TRUE(path.isBitPerfect()) << path.verdictText().toStdString();
         EXPECT_EQ(kinds(path), QList<Kind>{});
-        EXPECT_EQ(path.device().hardware().sampleFormat, QStringLiteral("S24_3LE"));
+        EXPECT_EQ(path.device().hardware().sampleFormat, "S24_3LE");
         EXPECT_EQ(path.device().hardware().sampleRate, 44100.0);
         EXPECT_EQ(path.source().bitsPerSample, 16);
     }
     {
         SCOPED_TRACE("a dither to 16 bits finds nothing to cut in a 16-bit song");
-        defaults.setValue(QStringLiteral("ditherProperties"), QVariantMap{{"enabled", true}, {"depth", 16}});
-        expectUntouched(play(*stream, QStringLiteral("a"), 3), 8);
+        defaults.setValue("ditherProperties", QVariantMap{{"enabled", true}, {"depth", 16}});
+        expectUntouched(play(*stream, "a", 3), 8);
         stream->setCurrentSong(m_song);
         EXPECT_TRUE(stream->signalPath().isBitPerfect());
     }
@@ -229,11 +194,11 @@ TEST_F(StreamSignalPath, EachSettingChangesWhatReachesTheCardAndThePathSaysSo)
         EXPECT_TRUE(changed("ditherProperties", QVariantMap{{"enabled", true}, {"depth", 8}}));
         EXPECT_EQ(kinds(stream->signalPath()), QList<Kind>{Kind::Dither});
         EXPECT_EQ(stream->signalPath().stages()[0].bits, 8);
-        const std::vector<qint32> got = play(*stream, QStringLiteral("a"), 3);
+        const std::vector<qint32> got = play(*stream, "a", 3);
         ASSERT_GT(got.size(), m_source.size() / 2);
         for (size_t i = 0; i < got.size(); ++i)
             ASSERT_EQ(got[i] % (1 << 16), 0) << "sample " << i << " is not on the 8-bit grid";
-        defaults.removeValue(QStringLiteral("ditherProperties"));
+        defaults.removeValue("ditherProperties");
     }
     {
         SCOPED_TRACE("headphones");
@@ -242,13 +207,13 @@ TEST_F(StreamSignalPath, EachSettingChangesWhatReachesTheCardAndThePathSaysSo)
             changed("headphonesProcessorSettings",
                     QVariantMap{{"enabled", true}, {"crossfeedAmount", 1.0}, {"speakerAngle", 30.0}}));
         EXPECT_EQ(kinds(stream->signalPath()), QList<Kind>{Kind::Headphones});
-        const std::vector<qint32> got = play(*stream, QStringLiteral("a"), 3);
+        const std::vector<qint32> got = play(*stream, "a", 3);
         ASSERT_GT(got.size(), m_source.size() / 2);
         size_t differing = 0;
         for (size_t i = 0; i < got.size() && i < m_source.size(); ++i)
             differing += got[i] != m_source[i] * 256;
         EXPECT_GT(differing, got.size() / 2);
-        defaults.removeValue(QStringLiteral("headphonesProcessorSettings"));
+        defaults.removeValue("headphonesProcessorSettings");
     }
     std::vector<qint32> converted[2];
     for (int type : {0, 2}) {
@@ -261,11 +226,10 @@ TEST_F(StreamSignalPath, EachSettingChangesWhatReachesTheCardAndThePathSaysSo)
         const SignalPath path = stream->signalPath();
         ASSERT_EQ(kinds(path), QList<Kind>{Kind::RateConversion});
         EXPECT_EQ(path.stages()[0].toRate, 96000.0);
-        EXPECT_EQ(path.stages()[0].name,
-                  type == 0 ? QStringLiteral("soxr high quality") : QStringLiteral("soxr quick"));
+        EXPECT_EQ(path.stages()[0].name, type == 0 ? "soxr high quality" : "soxr quick");
         EXPECT_EQ(path.device().hardware().sampleRate, 96000.0);
-        converted[type / 2] = play(*stream, QStringLiteral("a"), 3);
-        EXPECT_EQ(cardParams(QStringLiteral("a")), QStringLiteral("96000 S24_3LE 2"));
+        converted[type / 2] = play(*stream, "a", 3);
+        EXPECT_EQ(cardParams("a"), "96000 S24_3LE 2");
         EXPECT_NEAR(double(loudSpan(converted[type / 2])), loudSpan(m_source) * 96000.0 / 44100.0, 100.0);
     }
     EXPECT_NE(converted[0], converted[1]) << "another converter, the same output";
@@ -274,19 +238,19 @@ TEST_F(StreamSignalPath, EachSettingChangesWhatReachesTheCardAndThePathSaysSo)
         stream->setCurrentSong(m_song);
         EXPECT_TRUE(changed("sampleRate", -1));
         EXPECT_TRUE(stream->signalPath().isBitPerfect()) << stream->signalPath().verdictText().toStdString();
-        expectUntouched(play(*stream, QStringLiteral("a"), 3), 8);
+        expectUntouched(play(*stream, "a", 3), 8);
     }
     {
         SCOPED_TRACE("another device: 48 kHz, 16 bits only");
         stream->setCurrentSong(m_song);
-        EXPECT_TRUE(changed("outputDevice", QVariantMap{{QStringLiteral("UID"), QStringLiteral("cardB")}}));
+        EXPECT_TRUE(changed("outputDevice", QVariantMap{{"UID", "cardB"}}));
         const SignalPath path = stream->signalPath();
         // Converted, the song is a float signal: the 16-bit card takes it rounded, as no dither is on.
         EXPECT_EQ(kinds(path), (QList<Kind>{Kind::RateConversion, Kind::Rounding}));
-        EXPECT_EQ(path.device().hardware().sampleFormat, QStringLiteral("S16_LE"));
+        EXPECT_EQ(path.device().hardware().sampleFormat, "S16_LE");
         EXPECT_EQ(path.device().hardware().sampleRate, 48000.0);
-        const std::vector<qint32> got = play(*stream, QStringLiteral("b"), 2);
-        EXPECT_EQ(cardParams(QStringLiteral("b")), QStringLiteral("48000 S16_LE 2"));
+        const std::vector<qint32> got = play(*stream, "b", 2);
+        EXPECT_EQ(cardParams("b"), "48000 S16_LE 2");
         EXPECT_NEAR(double(loudSpan(got)), loudSpan(m_source) * 48000.0 / 44100.0, 100.0);
     }
     stream->stop();

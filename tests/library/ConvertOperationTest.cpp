@@ -30,7 +30,7 @@ protected:
 
     static void prefer(const QVariantMap &format)
     {
-        UserDefaults::standard().setValue(QStringLiteral("preferredFormat"), format);
+        UserDefaults::standard().setValue("preferredFormat", format);
     }
 
     // IDs handed out from `ids` in turn (then counting down), whatever `isTaken` says first.
@@ -52,12 +52,12 @@ protected:
             });
     }
 
-    qint64 rows(const QString &where = QStringLiteral("1")) const
+    qint64 rows(const QString &where = "1") const
     {
-        return file.number(QStringLiteral("SELECT COUNT() FROM t_song WHERE ") + where);
+        return file.number("SELECT COUNT() FROM t_song WHERE " + where);
     }
 
-    LibraryFile file{QStringLiteral("convert")};
+    LibraryFile file{"convert"};
     const QString dir = file.dir, library = file.path;
     qint64 nextID = 1000;
 };
@@ -67,32 +67,31 @@ protected:
 TEST_F(ConvertOperationTest, TheConverterFollowsConvertorType)
 {
     auto converterClass = [] {
-        for (const QVariant &p : ConvertOperation::streamDescription().value(QStringLiteral("processors")).toList())
-            if (p.toMap().value(QStringLiteral("identifier")) == QLatin1String("converter"))
-                return p.toMap().value(QStringLiteral("class")).toString();
+        for (const QVariant &p : ConvertOperation::streamDescription().value("processors").toList())
+            if (p.toMap().value("identifier") == QLatin1String("converter"))
+                return p.toMap().value("class").toString();
         return QString();
     };
     UserDefaults &defaults = UserDefaults::standard();
     for (int type : {0, 2, 3}) {
-        defaults.setValue(QStringLiteral("convertorType"), type);
-        EXPECT_EQ(converterClass(), QStringLiteral("APLConverterAudioProcessor")) << type;
+        defaults.setValue("convertorType", type);
+        EXPECT_EQ(converterClass(), "APLConverterAudioProcessor") << type;
     }
-    defaults.setValue(QStringLiteral("convertorType"), 1);
-    EXPECT_EQ(converterClass(), QStringLiteral("IZOConverterAudioProcessor"));
+    defaults.setValue("convertorType", 1);
+    EXPECT_EQ(converterClass(), "IZOConverterAudioProcessor");
 }
 
 TEST_F(ConvertOperationTest, WritesANewFileBesideTheSourceAndItsRow)
 {
-    UserDefaults::standard().setValue(QStringLiteral("convertorType"), 1);
-    prefer({{QStringLiteral("format"), 1}, {QStringLiteral("sampleRate"), 48000},
-            {QStringLiteral("bitRange"), 24}});
-    const QString source = TestEnvironment::makeSine(dir + QStringLiteral("/song.wav"), 0.5);
+    UserDefaults::standard().setValue("convertorType", 1);
+    prefer({{"format", 1}, {"sampleRate", 48000}, {"bitRange", 24}});
+    const QString source = TestEnvironment::makeSine(dir + "/song.wav", 0.5);
     const QByteArray before = TestEnvironment::fileDigest(source);
     const auto op = make(source);
     op->start();
     ASSERT_TRUE(op->success()) << op->error().text().toStdString();
     // The same format and name: "rename" keeps the source.
-    EXPECT_EQ(op->resultURL(), dir + QStringLiteral("/song 1.wav"));
+    EXPECT_EQ(op->resultURL(), dir + "/song 1.wav");
     EXPECT_EQ(TestEnvironment::fileDigest(source), before);
     EXPECT_FLOAT_EQ(op->progress(), 1.0f);
 
@@ -105,7 +104,8 @@ TEST_F(ConvertOperationTest, WritesANewFileBesideTheSourceAndItsRow)
     ASSERT_TRUE(song);
     EXPECT_EQ(song->URL(), op->resultURL());
     EXPECT_TRUE(song->dateAdded().isValid());
-    EXPECT_EQ(rows(QStringLiteral("songID = %1 AND dateAdded IS NOT NULL AND dateAdded != ''").arg(song->songID())), 1);
+    EXPECT_EQ(rows(QString("songID = %1 AND dateAdded IS NOT NULL AND dateAdded != ''").arg(song->songID())),
+              1);
 }
 
 // Each format of the preferred-format record reaches the writer with its rate, word length or bit rate.
@@ -131,9 +131,9 @@ TEST_F(ConvertOperationTest, EachPreferredFormatReachesTheWriter)
     for (const Case &c : cases) {
         SCOPED_TRACE(c.format);
         QVariantMap format = c.extra;
-        format.insert(QStringLiteral("format"), c.format);
+        format.insert("format", c.format);
         prefer(format);
-        const QString source = TestEnvironment::makeSine(dir + QStringLiteral("/f%1.wav").arg(c.format), 0.3);
+        const QString source = TestEnvironment::makeSine(dir + QString("/f%1.wav").arg(c.format), 0.3);
         const auto op = make(source);
         op->start();
         ASSERT_TRUE(op->success()) << op->error().text().toStdString();
@@ -154,12 +154,12 @@ TEST_F(ConvertOperationTest, EachPreferredFormatReachesTheWriter)
 
 TEST_F(ConvertOperationTest, TheNewIDAvoidsRowsWrittenSinceTheSnapshot)
 {
-    prefer({{QStringLiteral("format"), 6}});
-    const QString source = TestEnvironment::makeSine(dir + QStringLiteral("/a.wav"), 0.2);
+    prefer({{"format", 6}});
+    const QString source = TestEnvironment::makeSine(dir + "/a.wav", 0.2);
     {
         VEKDatabase db;
         ASSERT_TRUE(db.initWithURL(library));
-        ASSERT_TRUE(db.executeStatement(QStringLiteral("INSERT INTO t_song (songID, path) VALUES (7, '/elsewhere.flac')")));
+        ASSERT_TRUE(db.executeStatement("INSERT INTO t_song (songID, path) VALUES (7, '/elsewhere.flac')"));
     }
     // 5 is in the snapshot, 7 only in the file: both are taken.
     const auto op = make(source, {5}, {5, 7, 9});
@@ -171,32 +171,32 @@ TEST_F(ConvertOperationTest, TheNewIDAvoidsRowsWrittenSinceTheSnapshot)
 
 TEST_F(ConvertOperationTest, AMissingSourceFailsAndWritesNothing)
 {
-    prefer({{QStringLiteral("format"), 6}});
-    const auto op = make(dir + QStringLiteral("/gone.flac"));
+    prefer({{"format", 6}});
+    const auto op = make(dir + "/gone.flac");
     op->start();
     EXPECT_FALSE(op->success());
     EXPECT_FALSE(op->error().isNull());
     EXPECT_FALSE(op->resultSong());
     EXPECT_EQ(rows(), 0);
-    EXPECT_EQ(QDir(dir).entryList(QDir::Files), QStringList{QStringLiteral("library")});
+    EXPECT_EQ(QDir(dir).entryList(QDir::Files), QStringList{"library"});
 }
 
 TEST_F(ConvertOperationTest, AFormatOutOfRangeFailsWithAReason)
 {
-    prefer({{QStringLiteral("format"), 7}});
-    const QString source = TestEnvironment::makeSine(dir + QStringLiteral("/a.wav"), 0.2);
+    prefer({{"format", 7}});
+    const QString source = TestEnvironment::makeSine(dir + "/a.wav", 0.2);
     const auto op = make(source);
     op->start();
     EXPECT_FALSE(op->success());
     EXPECT_FALSE(op->error().isNull());
     EXPECT_EQ(rows(), 0);
-    EXPECT_FALSE(QFile::exists(dir + QStringLiteral("/a 1.wav")));
+    EXPECT_FALSE(QFile::exists(dir + "/a 1.wav"));
 }
 
 TEST_F(ConvertOperationTest, CancelledBeforeItRanDoesNothingAndReportsNothing)
 {
-    prefer({{QStringLiteral("format"), 6}});
-    const QString source = TestEnvironment::makeSine(dir + QStringLiteral("/a.wav"), 0.2);
+    prefer({{"format", 6}});
+    const QString source = TestEnvironment::makeSine(dir + "/a.wav", 0.2);
     const auto op = make(source);
     op->cancel();
     op->start();
@@ -204,13 +204,13 @@ TEST_F(ConvertOperationTest, CancelledBeforeItRanDoesNothingAndReportsNothing)
     EXPECT_FALSE(op->success());
     EXPECT_TRUE(op->error().isNull());
     EXPECT_EQ(rows(), 0);
-    EXPECT_FALSE(QFile::exists(dir + QStringLiteral("/a.flac")));
+    EXPECT_FALSE(QFile::exists(dir + "/a.flac"));
 }
 
 TEST_F(ConvertOperationTest, ProgressMovesAndACancelMidwayLeavesNothing)
 {
-    prefer({{QStringLiteral("format"), 6}, {QStringLiteral("sampleRate"), 96000}});
-    const QString source = TestEnvironment::makeSine(dir + QStringLiteral("/long.wav"), 20.0);
+    prefer({{"format", 6}, {"sampleRate", 96000}});
+    const QString source = TestEnvironment::makeSine(dir + "/long.wav", 20.0);
     const QByteArray before = TestEnvironment::fileDigest(source);
     const auto op = make(source);
     std::thread worker([&] { op->start(); });
@@ -226,6 +226,6 @@ TEST_F(ConvertOperationTest, ProgressMovesAndACancelMidwayLeavesNothing)
     EXPECT_TRUE(op->error().isNull());
     EXPECT_FALSE(op->resultSong());
     EXPECT_EQ(rows(), 0);
-    EXPECT_EQ(QDir(dir).entryList(QDir::Files), (QStringList{QStringLiteral("library"), QStringLiteral("long.wav")}));
+    EXPECT_EQ(QDir(dir).entryList(QDir::Files), (QStringList{"library", "long.wav"}));
     EXPECT_EQ(TestEnvironment::fileDigest(source), before);
 }

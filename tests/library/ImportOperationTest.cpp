@@ -18,27 +18,24 @@ namespace {
 
 // Every format ffmpeg writes here, tagged alike; the kinds the reader gives them.
 const QList<QPair<QString, QStringList>> kFormats = {
-    {QStringLiteral("a.wav"), {}},
-    {QStringLiteral("b.aiff"), {QStringLiteral("-write_id3v2"), QStringLiteral("1")}},
-    {QStringLiteral("c.caf"), {}},
-    {QStringLiteral("d.mp3"), {QStringLiteral("-c:a"), QStringLiteral("libmp3lame")}},
-    {QStringLiteral("e.m4a"), {QStringLiteral("-c:a"), QStringLiteral("alac")}},
-    {QStringLiteral("f.m4a"), {QStringLiteral("-c:a"), QStringLiteral("aac")}},
-    {QStringLiteral("g.ogg"), {QStringLiteral("-c:a"), QStringLiteral("libvorbis")}},
-    {QStringLiteral("h.flac"), {}},
-    {QStringLiteral("i.oga"), {QStringLiteral("-c:a"), QStringLiteral("flac")}},
-    {QStringLiteral("j.wv"), {}},
-    {QStringLiteral("k.tta"), {}},
-    {QStringLiteral("l.opus"), {QStringLiteral("-c:a"), QStringLiteral("libopus")}},
+    {"a.wav", {}},
+    {"b.aiff", {"-write_id3v2", "1"}},
+    {"c.caf", {}},
+    {"d.mp3", {"-c:a", "libmp3lame"}},
+    {"e.m4a", {"-c:a", "alac"}},
+    {"f.m4a", {"-c:a", "aac"}},
+    {"g.ogg", {"-c:a", "libvorbis"}},
+    {"h.flac", {}},
+    {"i.oga", {"-c:a", "flac"}},
+    {"j.wv", {}},
+    {"k.tta", {}},
+    {"l.opus", {"-c:a", "libopus"}},
 };
 
-const QStringList kTags = {
-    QStringLiteral("-metadata"), QStringLiteral("title=Song"), QStringLiteral("-metadata"),
-    QStringLiteral("artist=Artist"), QStringLiteral("-metadata"), QStringLiteral("album=Album"),
-    QStringLiteral("-metadata"), QStringLiteral("album_artist=Band"), QStringLiteral("-metadata"),
-    QStringLiteral("composer=Writer"), QStringLiteral("-metadata"), QStringLiteral("genre=Jazz"),
-    QStringLiteral("-metadata"), QStringLiteral("track=3/12"), QStringLiteral("-metadata"),
-    QStringLiteral("disc=1/2")};
+const QStringList kTags = {"-metadata", "title=Song",      "-metadata", "artist=Artist",
+                           "-metadata", "album=Album",     "-metadata", "album_artist=Band",
+                           "-metadata", "composer=Writer", "-metadata", "genre=Jazz",
+                           "-metadata", "track=3/12",      "-metadata", "disc=1/2"};
 
 class ImportTest : public ::testing::Test {
 protected:
@@ -64,9 +61,9 @@ protected:
             });
     }
 
-    qint64 rows() const { return file.number(QStringLiteral("SELECT COUNT() FROM t_song")); }
+    qint64 rows() const { return file.number("SELECT COUNT() FROM t_song"); }
 
-    LibraryFile file{QStringLiteral("import")};
+    LibraryFile file{"import"};
     const QString dir = file.dir, library = file.path;
     qint64 nextID = 0;
 };
@@ -75,27 +72,27 @@ protected:
 
 TEST_F(ImportTest, ATreeOfEveryFormatBecomesSongsWithTheirTags)
 {
-    const QString music = dir + QStringLiteral("/music");
-    const QString sine = TestEnvironment::makeSine(dir + QStringLiteral("/src.wav"), 0.3);
-    QDir().mkpath(music + QStringLiteral("/sub/.hidden"));
+    const QString music = dir + "/music";
+    const QString sine = TestEnvironment::makeSine(dir + "/src.wav", 0.3);
+    QDir().mkpath(music + "/sub/.hidden");
     for (const auto &[name, args] : kFormats)
-        TestEnvironment::ffmpeg(sine, music + QStringLiteral("/sub/") + name, args + kTags);
-    QFile::copy(music + QStringLiteral("/sub/h.flac"), music + QStringLiteral("/.hidden.flac"));
-    QFile::copy(music + QStringLiteral("/sub/h.flac"), music + QStringLiteral("/sub/.hidden/x.flac"));
-    QFile notes(music + QStringLiteral("/notes.txt"));
+        TestEnvironment::ffmpeg(sine, music + "/sub/" + name, args + kTags);
+    QFile::copy(music + "/sub/h.flac", music + "/.hidden.flac");
+    QFile::copy(music + "/sub/h.flac", music + "/sub/.hidden/x.flac");
+    QFile notes(music + "/notes.txt");
     ASSERT_TRUE(notes.open(QIODevice::WriteOnly));
     notes.write("not audio\n");
     notes.close();
-    QFile flac(music + QStringLiteral("/sub/h.flac"));
+    QFile flac(music + "/sub/h.flac");
     ASSERT_TRUE(flac.open(QIODevice::ReadOnly));
-    QFile cut(music + QStringLiteral("/cut.flac"));
+    QFile cut(music + "/cut.flac");
     ASSERT_TRUE(cut.open(QIODevice::WriteOnly));
     cut.write(flac.readAll().left(int(flac.size() / 2)));
     cut.close();
-    ASSERT_TRUE(QFile::link(music + QStringLiteral("/sub/d.mp3"), music + QStringLiteral("/z-link.mp3")));
-    ASSERT_TRUE(QFile::link(music, music + QStringLiteral("/sub/loop"))); // back up the tree
+    ASSERT_TRUE(QFile::link(music + "/sub/d.mp3", music + "/z-link.mp3"));
+    ASSERT_TRUE(QFile::link(music, music + "/sub/loop")); // back up the tree
 
-    const auto op = import({music, music + QStringLiteral("/sub/a.wav"), music + QStringLiteral("/.hidden.flac")});
+    const auto op = import({music, music + "/sub/a.wav", music + "/.hidden.flac"});
     // Twelve files, plus the hidden one named directly; the link and the repeat are the same files.
     EXPECT_EQ(op->songs().size(), 13);
     EXPECT_EQ(op->duplicates().size(), 2);
@@ -115,16 +112,16 @@ TEST_F(ImportTest, ATreeOfEveryFormatBecomesSongsWithTheirTags)
         SCOPED_TRACE(s->URL().toStdString());
         EXPECT_LT(s->songID(), 0);
         EXPECT_TRUE(s->dateAdded().isValid());
-        EXPECT_EQ(s->name(), QStringLiteral("Song"));
-        EXPECT_EQ(s->artist(), QStringLiteral("Artist"));
-        EXPECT_EQ(s->album(), QStringLiteral("Album"));
-        EXPECT_EQ(s->genre(), QStringLiteral("Jazz"));
-        EXPECT_EQ(s->track(), QStringLiteral("3 of 12"));
+        EXPECT_EQ(s->name(), "Song");
+        EXPECT_EQ(s->artist(), "Artist");
+        EXPECT_EQ(s->album(), "Album");
+        EXPECT_EQ(s->genre(), "Jazz");
+        EXPECT_EQ(s->track(), "3 of 12");
         EXPECT_EQ(s->track_sortable(), 3u);
         if (s->kind() != QLatin1String("WAVE File")) { // RIFF INFO has no such fields
-            EXPECT_EQ(s->albumArtist(), QStringLiteral("Band"));
-            EXPECT_EQ(s->composer(), QStringLiteral("Writer"));
-            EXPECT_EQ(s->disc(), QStringLiteral("1 of 2"));
+            EXPECT_EQ(s->albumArtist(), "Band");
+            EXPECT_EQ(s->composer(), "Writer");
+            EXPECT_EQ(s->disc(), "1 of 2");
         }
     }
 
@@ -158,11 +155,11 @@ TEST_F(ImportTest, ATreeOfEveryFormatBecomesSongsWithTheirTags)
 
 TEST_F(ImportTest, CancellingKeepsWhatWasWrittenAndStopsThere)
 {
-    const QString music = dir + QStringLiteral("/music");
+    const QString music = dir + "/music";
     QDir().mkpath(music);
-    const QString one = TestEnvironment::makeSine(music + QStringLiteral("/00.flac"), 0.1);
+    const QString one = TestEnvironment::makeSine(music + "/00.flac", 0.1);
     for (int i = 1; i < 10; ++i)
-        QFile::copy(one, music + QStringLiteral("/%1.flac").arg(i, 2, 10, QLatin1Char('0')));
+        QFile::copy(one, music + QString("/%1.flac").arg(i, 2, 10, QLatin1Char('0')));
     std::shared_ptr<ImportOperation> op;
     int drawn = 0;
     op = make({music}, {}, [&] {
@@ -176,26 +173,24 @@ TEST_F(ImportTest, CancellingKeepsWhatWasWrittenAndStopsThere)
     EXPECT_NEAR(op->progress(), 0.3, 1e-6);
 
     // Cancelled before it ran: not even the library file is opened.
-    auto never = std::make_shared<ImportOperation>(QStringList{music}, nullptr,
-                                                   dir + QStringLiteral("/untouched"),
+    auto never = std::make_shared<ImportOperation>(QStringList{music}, nullptr, dir + "/untouched",
                                                    ImportOperation::Snapshot{}, nullptr);
     never->cancel();
     never->start();
     EXPECT_TRUE(never->isFinished());
-    EXPECT_FALSE(QFile::exists(dir + QStringLiteral("/untouched")));
+    EXPECT_FALSE(QFile::exists(dir + "/untouched"));
 }
 
 TEST_F(ImportTest, FilesNotInThePreferredFormatWaitForConversion)
 {
     UserDefaults &defaults = UserDefaults::standard();
-    defaults.setValue(QStringLiteral("createPreferredOnAdd"), true);
-    defaults.setValue(QStringLiteral("preferredFormat"),
-                      QVariantMap{{QStringLiteral("format"), 6}, {QStringLiteral("sampleRate"), 44100}});
-    const QString flac = TestEnvironment::makeSine(dir + QStringLiteral("/keep.flac"), 0.1);
-    const QString wav = TestEnvironment::makeSine(dir + QStringLiteral("/convert.wav"), 0.1);
+    defaults.setValue("createPreferredOnAdd", true);
+    defaults.setValue("preferredFormat", QVariantMap{{"format", 6}, {"sampleRate", 44100}});
+    const QString flac = TestEnvironment::makeSine(dir + "/keep.flac", 0.1);
+    const QString wav = TestEnvironment::makeSine(dir + "/convert.wav", 0.1);
     const auto op = import({flac, wav});
-    defaults.removeValue(QStringLiteral("createPreferredOnAdd"));
-    defaults.removeValue(QStringLiteral("preferredFormat"));
+    defaults.removeValue("createPreferredOnAdd");
+    defaults.removeValue("preferredFormat");
     ASSERT_EQ(op->songs().size(), 1);
     EXPECT_EQ(op->songsInImportOrder().first()->URL(), flac);
     ASSERT_EQ(op->songsToConvert().size(), 1);
@@ -218,20 +213,20 @@ TEST(AudioCDMounts, RecognisesAudioCDsFromTheMountTable)
         asked.append(device);
         return device == QLatin1String("/dev/sr0");
     });
-    EXPECT_TRUE(mounts.contains(QStringLiteral("/media/Audio CD/Track 1.aiff")));
-    EXPECT_TRUE(mounts.contains(QStringLiteral("/run/user/1000/gvfs/cdda:host=sr0/Track 1.wav")));
-    EXPECT_FALSE(mounts.contains(QStringLiteral("/run/user/1000/gvfs/sftp:host=x/a.flac")));
-    EXPECT_TRUE(mounts.contains(QStringLiteral("/media/mixed/a.mp3")));
-    EXPECT_FALSE(mounts.contains(QStringLiteral("/media/data/a.mp3")));
-    EXPECT_FALSE(mounts.contains(QStringLiteral("/media/Audio CDs/a.mp3")));
-    EXPECT_EQ(asked, (QStringList{QStringLiteral("/dev/sr0"), QStringLiteral("/dev/sr1")})); // never the loop image
+    EXPECT_TRUE(mounts.contains("/media/Audio CD/Track 1.aiff"));
+    EXPECT_TRUE(mounts.contains("/run/user/1000/gvfs/cdda:host=sr0/Track 1.wav"));
+    EXPECT_FALSE(mounts.contains("/run/user/1000/gvfs/sftp:host=x/a.flac"));
+    EXPECT_TRUE(mounts.contains("/media/mixed/a.mp3"));
+    EXPECT_FALSE(mounts.contains("/media/data/a.mp3"));
+    EXPECT_FALSE(mounts.contains("/media/Audio CDs/a.mp3"));
+    EXPECT_EQ(asked, (QStringList{"/dev/sr0", "/dev/sr1"})); // never the loop image
 }
 
 TEST_F(ImportTest, FilesOnAnAudioCDAreSkippedWithoutAWord)
 {
-    const QString cd = dir + QStringLiteral("/cd");
+    const QString cd = dir + "/cd";
     QDir().mkpath(cd);
-    TestEnvironment::makeSine(cd + QStringLiteral("/Track 1.wav"), 0.1);
+    TestEnvironment::makeSine(cd + "/Track 1.wav", 0.1);
     std::atomic<int> logged{0};
     VEKSetLogSink([&logged](const QString &) { ++logged; });
     auto op = std::make_shared<ImportOperation>(

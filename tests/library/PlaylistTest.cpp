@@ -21,7 +21,7 @@ SongPtr makeSong(qint64 id, const char *artist, const char *album, int disc, int
     s->setAlbum(album ? QString::fromUtf8(album) : QString());
     s->setDisc_sortable(quint64(disc));
     s->setTrack_sortable(quint64(track));
-    s->setName(name ? QString::fromUtf8(name) : QStringLiteral("song %1").arg(id));
+    s->setName(name ? QString::fromUtf8(name) : QString("song %1").arg(id));
     return s;
 }
 
@@ -67,7 +67,7 @@ protected:
 
 TEST_F(PlaylistTest, SortByArtistDescendingReversesArtistsButNotTracksAndKeepsEmptyLast)
 {
-    playlist.setSortKey(QStringLiteral("artist"));
+    playlist.setSortKey("artist");
     playlist.setSortAscending(true);
     EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-2, -6, -5, -3, -1, -4}));
     playlist.setSortAscending(false);
@@ -76,7 +76,7 @@ TEST_F(PlaylistTest, SortByArtistDescendingReversesArtistsButNotTracksAndKeepsEm
 
 TEST_F(PlaylistTest, TrackSortFollowsTheDirectionForDiscAndTrack)
 {
-    playlist.setSortKey(QStringLiteral("track"));
+    playlist.setSortKey("track");
     playlist.setSortAscending(false);
     // disc 2 first, then disc 1 from the highest track; ties keep the user's order.
     EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-5, -6, -1, -2, -3, -4}));
@@ -86,11 +86,11 @@ TEST_F(PlaylistTest, NameSortIsNumericAndOrdinalIgnoresDirection)
 {
     Playlist p;
     p.appendSongs({makeSong(-1, "x", "y", 1, 1, "Track 10"), makeSong(-2, "x", "y", 1, 1, "track 9")});
-    p.setSortKey(QStringLiteral("name"));
+    p.setSortKey("name");
     p.setSortAscending(true);
     EXPECT_EQ(ids(p.songs()), (QList<qint64>{-2, -1}));
 
-    p.setSortKey(QStringLiteral("ordinal"));
+    p.setSortKey("ordinal");
     const bool before = p.sortAscending();
     p.setSortAscending(!before);
     EXPECT_EQ(p.sortAscending(), before);
@@ -111,7 +111,7 @@ TEST_F(PlaylistTest, AGenreSortComparesCodeUnitsAndKeepsTiesInTheUsersOrder)
         songs.last()->setGenre(QString::fromUtf8(genre));
     }
     p.appendSongs(songs);
-    p.setSortKey(QStringLiteral("genre"));
+    p.setSortKey("genre");
     p.setSortAscending(true);
     EXPECT_EQ(ids(p.songs()), (QList<qint64>{-4, -5, -2, -1, -3}));
     p.setSortAscending(false);
@@ -135,7 +135,7 @@ TEST_F(PlaylistTest, ShuffleDealsExactlyTheSettledSelectionByRounding)
 
 TEST_F(PlaylistTest, ShuffleOnKeepsTheCurrentSongFirstAndHasPriorityOverSort)
 {
-    playlist.setSortKey(QStringLiteral("artist"));
+    playlist.setSortKey("artist");
     playlist.setSortAscending(true);
     playlist.setShuffle(true, songs.at(3));
     const QList<SongPtr> view = playlist.songs();
@@ -147,7 +147,7 @@ TEST_F(PlaylistTest, ShuffleOnKeepsTheCurrentSongFirstAndHasPriorityOverSort)
 
 TEST_F(PlaylistTest, FollowingAndPrecedingWalkTheViewWithoutWrapping)
 {
-    playlist.setSortKey(QStringLiteral("ordinal"));
+    playlist.setSortKey("ordinal");
     EXPECT_EQ(playlist.songFollowingSong(nullptr), songs.first());
     EXPECT_EQ(playlist.songFollowingSong(songs.at(0)), songs.at(1));
     EXPECT_EQ(playlist.songFollowingSong(songs.last()), nullptr);
@@ -162,7 +162,7 @@ TEST_F(PlaylistTest, FollowingAndPrecedingWalkTheViewWithoutWrapping)
 
 TEST_F(PlaylistTest, ASongHeldTwiceContinuesAfterItsFirstRowAndLeavesWhole)
 {
-    playlist.setSortKey(QStringLiteral("ordinal"));
+    playlist.setSortKey("ordinal");
     playlist.insertSongs({songs.at(0)}, {4});
     EXPECT_EQ(playlist.songFollowingSong(songs.at(0)), songs.at(1));
     EXPECT_EQ(playlist.countOfSongs(), 7);
@@ -173,8 +173,8 @@ TEST_F(PlaylistTest, ASongHeldTwiceContinuesAfterItsFirstRowAndLeavesWhole)
 
 TEST_F(PlaylistTest, SearchFiltersTheViewAndRowsCountInIt)
 {
-    playlist.setSortKey(QStringLiteral("ordinal"));
-    playlist.setPredicate(std::make_shared<SongPredicate>(SongPredicate::forSearch(QStringLiteral("  ABBA "), 2)));
+    playlist.setSortKey("ordinal");
+    playlist.setPredicate(std::make_shared<SongPredicate>(SongPredicate::forSearch("  ABBA ", 2)));
     EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-2, -5, -6}));
     EXPECT_EQ(playlist.songFollowingSong(songs.at(0)), nullptr); // filtered out
     playlist.removeSongsAtIndexes({1});
@@ -187,7 +187,7 @@ TEST_F(PlaylistTest, ASearchNarrowedByALetterAndTheSongsAddedSinceStayInTheView)
 {
     // The filtered view is kept between changes and narrowed from itself: what it shows must
     // still follow every change of the songs and of the order.
-    playlist.setSortKey(QStringLiteral("ordinal"));
+    playlist.setSortKey("ordinal");
     const auto search = [](const char *text) {
         return std::make_shared<SongPredicate>(SongPredicate::forSearch(QString::fromUtf8(text), 3));
     };
@@ -197,10 +197,10 @@ TEST_F(PlaylistTest, ASearchNarrowedByALetterAndTheSongsAddedSinceStayInTheView)
     EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-1, -3}));
     playlist.appendSongs({makeSong(-7, "X", "Abba Gold", 1, 1)});
     EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-1, -3, -7}));
-    playlist.setSortKey(QStringLiteral("artist"));
+    playlist.setSortKey("artist");
     EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-7, -3, -1})); // artists descending
     // A field changed under it counts once the view is told.
-    songs.at(0)->setAlbum(QStringLiteral("Let It Be"));
+    songs.at(0)->setAlbum("Let It Be");
     playlist.invalidateView();
     EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-7, -3}));
 }
@@ -208,27 +208,26 @@ TEST_F(PlaylistTest, ASearchNarrowedByALetterAndTheSongsAddedSinceStayInTheView)
 TEST(SongPredicateTest, AllWordsMustMatchWithinOneField)
 {
     auto song = makeSong(-1, "Sigur Rós", "Ágætis byrjun", 1, 1, "Starálfur");
-    EXPECT_TRUE(SongPredicate::forSearch(QStringLiteral("sigur ros"), 0).evaluate(*song));
-    EXPECT_FALSE(SongPredicate::forSearch(QStringLiteral("sigur agætis"), 0).evaluate(*song));
-    EXPECT_TRUE(SongPredicate::forSearch(QStringLiteral("AGÆTIS"), 3).evaluate(*song));
-    EXPECT_FALSE(SongPredicate::forSearch(QStringLiteral("agætis"), 2).evaluate(*song));
-    EXPECT_EQ(SongPredicate::forSearch(QStringLiteral("a b"), 0).groups().size(), 7);
-    EXPECT_TRUE(SongPredicate::forSearch(QStringLiteral(" \t "), 0).isEmpty());
+    EXPECT_TRUE(SongPredicate::forSearch("sigur ros", 0).evaluate(*song));
+    EXPECT_FALSE(SongPredicate::forSearch("sigur agætis", 0).evaluate(*song));
+    EXPECT_TRUE(SongPredicate::forSearch("AGÆTIS", 3).evaluate(*song));
+    EXPECT_FALSE(SongPredicate::forSearch("agætis", 2).evaluate(*song));
+    EXPECT_EQ(SongPredicate::forSearch("a b", 0).groups().size(), 7);
+    EXPECT_TRUE(SongPredicate::forSearch(" \t ", 0).isEmpty());
 }
 
 TEST(PlaylistReports, ChangesAreReportedByKeyShuffleIncluded)
 {
     Playlist p;
     QSignalSpy spy(&p, &Playlist::valueChanged);
-    p.setSortKey(QStringLiteral("album"));
+    p.setSortKey("album");
     p.setShuffle(true, nullptr);
     p.appendSongs({makeSong(-1, "a", "b", 1, 1)});
     p.setRepeatMode(2);
     QStringList keys;
     for (const auto &args : spy)
         keys << args.at(0).toString();
-    EXPECT_EQ(keys, (QStringList{QStringLiteral("sortKey"), QStringLiteral("shuffle"), QStringLiteral("songs"),
-                                 QStringLiteral("repeatMode")}));
+    EXPECT_EQ(keys, (QStringList{"sortKey", "shuffle", "songs", "repeatMode"}));
 }
 
 TEST(LibraryPlaylistTest, HasItsNameAndIsNotLocked)
@@ -246,11 +245,12 @@ TEST(PlaylistRows, MakingAPlaylistWritesNoRow)
     const LibraryFile file;
     Database db;
     ASSERT_TRUE(db.initWithURL(file.path));
-    ASSERT_TRUE(db.executeStatement(QStringLiteral("INSERT INTO t_playlist (playlistID, iTunes, name) VALUES (0, 0, 'Mine');")));
+    ASSERT_TRUE(
+        db.executeStatement("INSERT INTO t_playlist (playlistID, iTunes, name) VALUES (0, 0, 'Mine');"));
     Database::setShared(&db);
     { Playlist plain; iTunesPlaylist fromITunes; LibraryPlaylist library; }
     Database::setShared(nullptr);
-    auto name = db.queryWithStatement(QStringLiteral("SELECT name FROM t_playlist WHERE playlistID = 0"));
+    auto name = db.queryWithStatement("SELECT name FROM t_playlist WHERE playlistID = 0");
     ASSERT_TRUE(name && name->evaluateNextRow());
-    EXPECT_EQ(name->stringValueAtColumn(0), QStringLiteral("Mine"));
+    EXPECT_EQ(name->stringValueAtColumn(0), "Mine");
 }

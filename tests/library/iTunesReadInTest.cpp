@@ -64,7 +64,7 @@ TEST(iTunesLibraryParser, ReadsTextAsXmlDefinesIt)
     ASSERT_EQ(p.tracks.size(), 1);
     const iTunesTrackEntry &t = p.tracks.first();
     EXPECT_EQ(t.trackID, 7);
-    EXPECT_EQ(t.name, QStringLiteral("A & B <\u00e9\U0001F3B5> <raw> & \nend"));
+    EXPECT_EQ(t.name, "A & B <\u00e9\U0001F3B5> <raw> & \nend");
     EXPECT_TRUE(t.artist.isEmpty());
     EXPECT_FALSE(t.artist.isNull()); // an empty string is there, not absent
     EXPECT_DOUBLE_EQ(t.totalTime, 1500.5);
@@ -96,7 +96,7 @@ TEST(iTunesLibraryParser, DamagedInputFailsAndNeverCrashes)
 
     bool missing = false;
     VEKError error;
-    EXPECT_FALSE(iTunesLibraryParser::parseFile(TestEnvironment::root() + QStringLiteral("/none.xml"), {}, &error, &missing));
+    EXPECT_FALSE(iTunesLibraryParser::parseFile(TestEnvironment::root() + "/none.xml", {}, &error, &missing));
     EXPECT_TRUE(missing);
     EXPECT_FALSE(error.isNull());
     EXPECT_FALSE(iTunesLibraryParser::parseFile(TestEnvironment::root(), {}, nullptr, &missing));
@@ -108,7 +108,7 @@ TEST(iTunesLibraryParser, AgreesWithPlistlibOnAwkwardText)
     // Python writes names with every character XML must escape, non-ASCII text and big numbers;
     // ours must read back exactly what it wrote.
     const QString dir = TestEnvironment::makeTempDir();
-    const QString xml = dir + QStringLiteral("/lib.xml");
+    const QString xml = dir + "/lib.xml";
     const QString script = QStringLiteral(R"(
 import plistlib, sys, json, random
 random.seed(3)
@@ -121,8 +121,7 @@ with open(sys.argv[1], 'wb') as f: plistlib.dump({'Tracks': tracks}, f)
 json.dump({k: [v['Name'], v['Size'], v['Total Time']] for k, v in tracks.items()}, sys.stdout)
 )");
     QByteArray expected;
-    ASSERT_EQ(TestEnvironment::run(QStringLiteral("python3"), {QStringLiteral("-c"), script, xml}, &expected), 0)
-        << expected.constData();
+    ASSERT_EQ(TestEnvironment::run("python3", {"-c", script, xml}, &expected), 0) << expected.constData();
     const QJsonObject want = QJsonDocument::fromJson(expected).object();
     QList<iTunesTrackEntry> got;
     iTunesLibraryParser::Handler h;
@@ -141,67 +140,66 @@ TEST(iTunesSong, FilterAndKindsFollowTheTable)
 {
     iTunesTrackEntry e;
     e.hasLocation = true;
-    e.location = QStringLiteral("file://localhost/Users/a/Music/iTunes/x%20y.mp3");
+    e.location = "file://localhost/Users/a/Music/iTunes/x%20y.mp3";
     e.hasTrackID = true;
     e.trackID = 5;
     const auto kindOf = [&e](const char *kind) {
         iTunesTrackEntry copy = e;
         copy.hasKind = kind != nullptr;
         copy.kind = QString::fromUtf8(kind);
-        const SongPtr s = iTunesSong::initWithLibraryEntry(copy, QStringLiteral("~/x.xml"));
-        return s ? s->kind() : QStringLiteral("refused");
+        const SongPtr s = iTunesSong::initWithLibraryEntry(copy, "~/x.xml");
+        return s ? s->kind() : "refused";
     };
-    EXPECT_EQ(kindOf("AIFF audio file"), QStringLiteral("AIFF File"));
-    EXPECT_EQ(kindOf("WAV audio file"), QStringLiteral("WAVE File"));
-    EXPECT_EQ(kindOf("MPEG audio file"), QStringLiteral("MP3 Audio File"));
-    EXPECT_EQ(kindOf("MPEG-4 AAC audio file"), QStringLiteral("MP3 Audio File")); // MPEG first
-    EXPECT_EQ(kindOf("Purchased AAC audio file"), QStringLiteral("AAC Audio File"));
-    EXPECT_EQ(kindOf("Apple Lossless audio file"), QStringLiteral("Apple Lossless File"));
-    EXPECT_EQ(kindOf("Protected AAC audio file"), QStringLiteral("refused"));
-    EXPECT_EQ(kindOf("Fichier audio AAC protégé"), QStringLiteral("AAC Audio File")); // only the English word counts
-    EXPECT_EQ(kindOf("FLAC audio file"), QStringLiteral("refused"));
-    EXPECT_EQ(kindOf(nullptr), QStringLiteral("refused"));
+    EXPECT_EQ(kindOf("AIFF audio file"), "AIFF File");
+    EXPECT_EQ(kindOf("WAV audio file"), "WAVE File");
+    EXPECT_EQ(kindOf("MPEG audio file"), "MP3 Audio File");
+    EXPECT_EQ(kindOf("MPEG-4 AAC audio file"), "MP3 Audio File"); // MPEG first
+    EXPECT_EQ(kindOf("Purchased AAC audio file"), "AAC Audio File");
+    EXPECT_EQ(kindOf("Apple Lossless audio file"), "Apple Lossless File");
+    EXPECT_EQ(kindOf("Protected AAC audio file"), "refused");
+    EXPECT_EQ(kindOf("Fichier audio AAC protégé"), "AAC Audio File"); // only the English word counts
+    EXPECT_EQ(kindOf("FLAC audio file"), "refused");
+    EXPECT_EQ(kindOf(nullptr), "refused");
 
     e.hasKind = true;
-    e.kind = QStringLiteral("AAC audio file");
+    e.kind = "AAC audio file";
     const SongPtr song = iTunesSong::initWithLibraryEntry(e, QString());
     ASSERT_TRUE(song);
-    EXPECT_EQ(song->URL(), QStringLiteral("/Users/a/Music/iTunes/x y.mp3"));
+    EXPECT_EQ(song->URL(), "/Users/a/Music/iTunes/x y.mp3");
     EXPECT_TRUE(song->isMissing());
     e.movie = true;
     EXPECT_FALSE(iTunesSong::initWithLibraryEntry(e, QString()));
     e.movie = false;
-    e.location = QStringLiteral("http://example.com/x.mp3");
+    e.location = "http://example.com/x.mp3";
     EXPECT_FALSE(iTunesSong::initWithLibraryEntry(e, QString()));
-    e.location = QStringLiteral("file:///broken%zzescape.mp3");
+    e.location = "file:///broken%zzescape.mp3";
     EXPECT_FALSE(iTunesSong::initWithLibraryEntry(e, QString()));
 }
 
 TEST(iTunesSong, AMovedLibraryCarriesItsPathsOver)
 {
-    const QString location = QStringLiteral("/Volumes/Disk/Music/iTunes/iTunes Music Library.xml");
-    EXPECT_EQ(iTunesSong::movedPath(QStringLiteral("/Users/a/Music/iTunes/Media/x.mp3"), location),
-              QStringLiteral("/Volumes/Disk/Music/iTunes/Media/x.mp3"));
+    const QString location = "/Volumes/Disk/Music/iTunes/iTunes Music Library.xml";
+    EXPECT_EQ(iTunesSong::movedPath("/Users/a/Music/iTunes/Media/x.mp3", location),
+              "/Volumes/Disk/Music/iTunes/Media/x.mp3");
     // No "iTunes" in the path: only the location's prefix and the file's name are left.
-    EXPECT_EQ(iTunesSong::movedPath(QStringLiteral("/a/b/x.mp3"), location),
-              QStringLiteral("/Volumes/Disk/x.mp3"));
+    EXPECT_EQ(iTunesSong::movedPath("/a/b/x.mp3", location), "/Volumes/Disk/x.mp3");
 
     iTunesTrackEntry e;
     e.hasLocation = e.hasKind = e.hasTrackID = true;
     e.trackID = 1;
-    e.kind = QStringLiteral("MPEG audio file");
-    e.location = QStringLiteral("file://localhost/Users/a/Music/iTunes/Media/x.mp3");
+    e.kind = "MPEG audio file";
+    e.location = "file://localhost/Users/a/Music/iTunes/Media/x.mp3";
     SongPtr song = iTunesSong::initWithLibraryEntry(e, location);
     ASSERT_TRUE(song);
-    EXPECT_EQ(song->URL(), QStringLiteral("/Volumes/Disk/Music/iTunes/Media/x.mp3"));
+    EXPECT_EQ(song->URL(), "/Volumes/Disk/Music/iTunes/Media/x.mp3");
     EXPECT_TRUE(song->isMissing());
     // A library that is not on a volume keeps the path as written.
-    song = iTunesSong::initWithLibraryEntry(e, QStringLiteral("/home/a/Music/iTunes/iTunes Music Library.xml"));
-    EXPECT_EQ(song->URL(), QStringLiteral("/Users/a/Music/iTunes/Media/x.mp3"));
+    song = iTunesSong::initWithLibraryEntry(e, "/home/a/Music/iTunes/iTunes Music Library.xml");
+    EXPECT_EQ(song->URL(), "/Users/a/Music/iTunes/Media/x.mp3");
     // A file that is where the entry says is not moved.
-    const QString here = TestEnvironment::makeTempDir() + QStringLiteral("/here.mp3");
+    const QString here = TestEnvironment::makeTempDir() + "/here.mp3";
     QFile(here).open(QIODevice::WriteOnly);
-    e.location = QStringLiteral("file://") + here;
+    e.location = QString("file://") + here;
     song = iTunesSong::initWithLibraryEntry(e, location);
     EXPECT_EQ(song->URL(), here);
     EXPECT_FALSE(song->isMissing());
@@ -210,19 +208,16 @@ TEST(iTunesSong, AMovedLibraryCarriesItsPathsOver)
 namespace {
 class LoadiTunesTest : public ::testing::Test {
 protected:
-    qint64 iTunesRows() const
-    {
-        return file.number(QStringLiteral("SELECT COUNT() FROM t_playlist WHERE iTunes = 1"));
-    }
-    LibraryFile file{QStringLiteral("itunes")};
+    qint64 iTunesRows() const { return file.number("SELECT COUNT() FROM t_playlist WHERE iTunes = 1"); }
+    LibraryFile file{"itunes"};
     const QString dir = file.dir, library = file.path;
 };
 } // namespace
 
 TEST_F(LoadiTunesTest, KeepsWhatTheFiltersAllowAndAddsEachPlaylistRowOnce)
 {
-    const QString xml = dir + QStringLiteral("/iTunes Music Library.xml");
-    iTunesFixture::write(xml, dir + QStringLiteral("/music"));
+    const QString xml = dir + "/iTunes Music Library.xml";
+    iTunesFixture::write(xml, dir + "/music");
     for (int launch = 0; launch < 2; ++launch) {
         LoadiTunesOperation op(xml, library);
         op.start();
@@ -238,15 +233,15 @@ TEST_F(LoadiTunesTest, KeepsWhatTheFiltersAllowAndAddsEachPlaylistRowOnce)
 
         const SongPtr first = op.songs().value(101);
         ASSERT_TRUE(first);
-        EXPECT_EQ(first->name(), QStringLiteral("Caf\u00e9 & <Friends>"));
-        EXPECT_EQ(first->track(), QStringLiteral("3 of 12"));
-        EXPECT_EQ(first->disc(), QStringLiteral("1 of 2"));
+        EXPECT_EQ(first->name(), "Caf\u00e9 & <Friends>");
+        EXPECT_EQ(first->track(), "3 of 12");
+        EXPECT_EQ(first->disc(), "1 of 2");
         EXPECT_EQ(first->track_sortable(), 3u);
         EXPECT_DOUBLE_EQ(first->length(), 215.0);
         EXPECT_EQ(first->bitrate(), 320000u);
         EXPECT_EQ(first->size(), 1234567u);
         EXPECT_FALSE(first->isMissing());
-        EXPECT_EQ(op.songs().value(102)->track(), QStringLiteral("3"));
+        EXPECT_EQ(op.songs().value(102)->track(), "3");
         EXPECT_TRUE(op.songs().value(102)->isMissing());
         EXPECT_TRUE(op.songs().value(103)->track().isNull()); // a count without a number
         EXPECT_EQ(op.songs().value(103)->track_sortable(), 0u);
@@ -260,18 +255,18 @@ TEST_F(LoadiTunesTest, KeepsWhatTheFiltersAllowAndAddsEachPlaylistRowOnce)
         order.append(s->songID());
     EXPECT_EQ(order, (QList<qint64>{104, 101, 103}));
     EXPECT_TRUE(mix->locked());
-    EXPECT_EQ(mix->name(), QStringLiteral("Mix"));
+    EXPECT_EQ(mix->name(), "Mix");
 }
 
 TEST_F(LoadiTunesTest, DamagedOrMissingFilesGiveNothing)
 {
-    const QString xml = dir + QStringLiteral("/lib.xml");
-    iTunesFixture::write(xml, dir + QStringLiteral("/music"));
+    const QString xml = dir + "/lib.xml";
+    iTunesFixture::write(xml, dir + "/music");
     QFile file(xml);
     ASSERT_TRUE(file.open(QIODevice::ReadWrite));
     file.resize(file.size() * 2 / 3);
     file.close();
-    for (const QString &path : {xml, dir + QStringLiteral("/none.xml")}) {
+    for (const QString &path : {xml, dir + "/none.xml"}) {
         LoadiTunesOperation op(path, library);
         op.start();
         EXPECT_TRUE(op.songs().isEmpty());
