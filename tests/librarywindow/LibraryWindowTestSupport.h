@@ -1,10 +1,7 @@
 #pragma once
 
-// What the library window's tests share: a launch without the network and the session bus, and
-// an answer to the next message box.
-
-#include "app/ApplicationDelegate.h"
-#include "outputs/VEKAudioDevice.h"
+// What the library window's tests share besides the quiet launch: an answer to the next message
+// box.
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -14,18 +11,6 @@
 #include <gtest/gtest.h>
 
 namespace LibraryWindowTest {
-
-// The launch of the library and, when asked, of a stream on the device that keeps time.
-inline void launch(ApplicationDelegate &delegate, bool stream = false)
-{
-    ApplicationDelegate::LaunchOptions options;
-    options.stream = stream;
-    options.remote = false;
-    options.mpris = false;
-    if (stream)
-        options.outputDevice = VEKAudioDevice::deviceWithUID(QStringLiteral("null"));
-    delegate.applicationWillFinishLaunching(options);
-}
 
 // Presses the button `text` of the next message box, ticking its check box first if asked.
 inline void answerNextBox(const QString &text, bool tick = false)

@@ -2,17 +2,13 @@
 // playlist, drops of songs, renaming and deleting.
 
 #include "LibraryWindowTestSupport.h"
-#include "app/ApplicationDelegate.h"
-#include "app/SignalFrontEnd.h"
 #include "db/VEKDatabaseQuery.h"
-#include "library/ImportOperation.h"
 #include "library/iTunesFixture.h"
 #include "librarywindow/PlaylistTableController.h"
 #include "librarywindow/PlaylistTableModel.h"
 #include "librarywindow/SongIDsMimeData.h"
 #include "player/MainMenu.h"
-#include "settings/UserDefaults.h"
-#include "support/TestEnvironment.h"
+#include "support/frontend/QuietLaunch.h"
 
 #include <QApplication>
 #include <QMimeData>
@@ -22,45 +18,20 @@
 
 namespace {
 
-class PlaylistTableTest : public ::testing::Test {
+class PlaylistTableTest : public QuietLaunchTest {
 protected:
-    void SetUp() override
-    {
-        TestEnvironment::resetUserFolders();
-        UserDefaults &d = UserDefaults::standard();
-        for (const char *key : {"selectedPlaylistID", "accessiTunesLibrary", "iTunesLibraryLocation",
-                                "suppressConfirmDeletePlaylistAlert"})
-            d.removeValue(QString::fromLatin1(key));
-        ApplicationDelegate::registerDefaults(d);
-    }
-    void TearDown() override
-    {
-        controller.reset();
-        window.reset();
-        if (delegate)
-            delegate->applicationWillTerminate();
-        for (const char *key :
-             {"accessiTunesLibrary", "iTunesLibraryLocation", "suppressConfirmDeletePlaylistAlert"})
-            UserDefaults::standard().removeValue(QString::fromLatin1(key));
-    }
-
     // The library with two songs of its own and, when asked, the iTunes library of the fixture.
-    void launch(bool iTunes)
+    void launchWithSidebar(bool iTunes)
     {
         if (iTunes) {
             const QString dir = TestEnvironment::makeTempDir(QStringLiteral("itunes"));
             const QString xml = dir + QStringLiteral("/iTunes Library.xml");
             iTunesFixture::write(xml, dir + QStringLiteral("/music"));
-            UserDefaults::standard().setValue(QStringLiteral("iTunesLibraryLocation"), xml);
-            UserDefaults::standard().setValue(QStringLiteral("accessiTunesLibrary"), true);
+            settings.setValue(QStringLiteral("iTunesLibraryLocation"), xml);
+            settings.setValue(QStringLiteral("accessiTunesLibrary"), true);
         }
-        delegate = std::make_unique<ApplicationDelegate>(&frontEnd);
-        LibraryWindowTest::launch(*delegate);
-        const QString music = TestEnvironment::makeTempDir(QStringLiteral("music"));
-        for (const char *name : {"/a.flac", "/b.flac"})
-            TestEnvironment::makeSine(music + QString::fromLatin1(name), 0.1);
-        delegate->addFilesToLibrary({music});
-        delegate->queue()->waitUntilAllOperationsAreFinished();
+        launch(false);
+        QuietLaunch::addSongs(*delegate, {QStringLiteral("a.flac"), QStringLiteral("b.flac")});
         window = std::make_unique<QWidget>();
         controller = std::make_unique<PlaylistTableController>(delegate.get(), window.get());
         controller->view()->resize(240, 500);
@@ -95,8 +66,6 @@ protected:
         return q->evaluateNextRow() ? q->intValueAtColumn(0) : -1;
     }
 
-    SignalFrontEnd frontEnd;
-    std::unique_ptr<ApplicationDelegate> delegate;
     std::unique_ptr<QWidget> window;
     std::unique_ptr<PlaylistTableController> controller;
 };
@@ -105,15 +74,14 @@ protected:
 
 TEST_F(PlaylistTableTest, TheITunesGroupShowsOnlyWithAccessAndHeadersSelectNothing)
 {
-    launch(false);
+    launchWithSidebar(false);
     ASSERT_EQ(model()->rowCount(), 1);
     EXPECT_EQ(model()->index(0, 0).data().toString(), QStringLiteral("QUIVERA"));
     EXPECT_EQ(view()->objectName(), QStringLiteral("Playlists"));
     controller.reset();
     window.reset();
-    delegate->applicationWillTerminate();
 
-    launch(true);
+    launchWithSidebar(true);
     ASSERT_EQ(model()->rowCount(), 2);
     const QModelIndex iTunes = model()->index(1, 0);
     EXPECT_EQ(iTunes.data().toString(), QStringLiteral("ITUNES"));
@@ -129,7 +97,7 @@ TEST_F(PlaylistTableTest, TheITunesGroupShowsOnlyWithAccessAndHeadersSelectNothi
 
 TEST_F(PlaylistTableTest, TheSelectedRowFollowsTheSelectedPlaylistWhoeverChoseIt)
 {
-    launch(true);
+    launchWithSidebar(true);
     const PlaylistPtr mine = newPlaylist();
     EXPECT_EQ(selectedRow(), mine);
 
@@ -156,7 +124,7 @@ TEST_F(PlaylistTableTest, TheSelectedRowFollowsTheSelectedPlaylistWhoeverChoseIt
     EXPECT_EQ(delegate->selectedPlaylist(), mine);
 
     // Deleting it leaves no playlist selected and no row either.
-    UserDefaults::standard().setValue(QStringLiteral("suppressConfirmDeletePlaylistAlert"), true);
+    settings.setValue(QStringLiteral("suppressConfirmDeletePlaylistAlert"), true);
     controller->deleteSelection();
     EXPECT_FALSE(delegate->selectedPlaylist());
     EXPECT_FALSE(model()->indexOfPlaylist(mine).isValid());
@@ -165,7 +133,7 @@ TEST_F(PlaylistTableTest, TheSelectedRowFollowsTheSelectedPlaylistWhoeverChoseIt
 
 TEST_F(PlaylistTableTest, DropsAreRefusedAndTakenByTheirRules)
 {
-    launch(true);
+    launchWithSidebar(true);
     const PlaylistPtr locked = newPlaylist();
     locked->setLocked(true);
     const PlaylistPtr other = newPlaylist();
@@ -206,7 +174,7 @@ TEST_F(PlaylistTableTest, DropsAreRefusedAndTakenByTheirRules)
 
 TEST_F(PlaylistTableTest, ADropAddsEachNewSongOnceAtTheEndAndITunesSongsJoinTheSongTable)
 {
-    launch(true);
+    launchWithSidebar(true);
     const QList<SongPtr> own = library()->songsInManualOrder();
     ASSERT_EQ(own.size(), 2);
     const PlaylistPtr target = newPlaylist({own.at(1)});
@@ -232,7 +200,7 @@ TEST_F(PlaylistTableTest, ADropAddsEachNewSongOnceAtTheEndAndITunesSongsJoinTheS
 
 TEST_F(PlaylistTableTest, RenamingInPlaceKeepsANameAndOnlyWherePossible)
 {
-    launch(true);
+    launchWithSidebar(true);
     const PlaylistPtr mine = newPlaylist();
     const QModelIndex row = model()->indexOfPlaylist(mine);
     // A new playlist opens its name for editing at once.
@@ -258,7 +226,7 @@ TEST_F(PlaylistTableTest, RenamingInPlaceKeepsANameAndOnlyWherePossible)
 
 TEST_F(PlaylistTableTest, DeleteAsksUnlessToldNotToAndSparesLibraries)
 {
-    launch(false);
+    launchWithSidebar(false);
     // The library: nothing, and no question either (a box would wait for an answer).
     view()->setFocus();
     QTest::keyClick(view(), Qt::Key_Delete);
@@ -277,7 +245,7 @@ TEST_F(PlaylistTableTest, DeleteAsksUnlessToldNotToAndSparesLibraries)
     LibraryWindowTest::answerNextBox(QStringLiteral("Cancel"), true);
     controller->deleteSelection();
     EXPECT_TRUE(model()->indexOfPlaylist(mine).isValid());
-    EXPECT_TRUE(UserDefaults::standard().boolForKey(QStringLiteral("suppressConfirmDeletePlaylistAlert")));
+    EXPECT_TRUE(settings.boolForKey(QStringLiteral("suppressConfirmDeletePlaylistAlert")));
     view()->setFocus();
     QTest::keyClick(view(), Qt::Key_Delete);
     EXPECT_FALSE(model()->indexOfPlaylist(mine).isValid());
@@ -286,7 +254,7 @@ TEST_F(PlaylistTableTest, DeleteAsksUnlessToldNotToAndSparesLibraries)
 
 TEST_F(PlaylistTableTest, ThePreferredVersionOfAWholePlaylistLandsInIt)
 {
-    launch(false);
+    launchWithSidebar(false);
     EXPECT_TRUE(controller->validateCommand(QStringLiteral("createPreferredVersion"), nullptr));
     newPlaylist();
     EXPECT_FALSE(controller->validateCommand(QStringLiteral("createPreferredVersion"), nullptr));
@@ -299,12 +267,10 @@ TEST_F(PlaylistTableTest, ThePreferredVersionOfAWholePlaylistLandsInIt)
         {SongPredicate::equals(QStringLiteral("name"), mine->songsInManualOrder().first()->name())});
     mine->setPredicate(search);
     ASSERT_EQ(mine->countOfSongs(), 1);
-    UserDefaults::standard().setValue(
-        QStringLiteral("preferredFormat"),
-        QVariantMap{{QStringLiteral("format"), 1}, {QStringLiteral("sampleRate"), 44100}});
+    settings.setValue(QStringLiteral("preferredFormat"),
+                      QVariantMap{{QStringLiteral("format"), 1}, {QStringLiteral("sampleRate"), 44100}});
     controller->createPreferredVersion();
     delegate->queue()->waitUntilAllOperationsAreFinished();
-    UserDefaults::standard().removeValue(QStringLiteral("preferredFormat"));
     EXPECT_EQ(mine->songsInManualOrder().size(), 4);
     EXPECT_EQ(delegate->library().size(), 4);
 }

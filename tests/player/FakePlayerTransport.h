@@ -47,6 +47,25 @@ inline QImage renderAlone(QWidget *w)
     return image.convertToFormat(QImage::Format_ARGB32);
 }
 
+// The strongest alpha of the widget's own drawing, and the rightmost column with any ink (-1:
+// none).
+struct Ink {
+    int strongest = 0;
+    int right = -1;
+};
+inline Ink inkOf(QWidget *w)
+{
+    const QImage image = renderAlone(w);
+    Ink ink;
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x)
+            if (const int alpha = qAlpha(image.pixel(x, y)); alpha > 0) {
+                ink.strongest = std::max(ink.strongest, alpha);
+                ink.right = std::max(ink.right, x);
+            }
+    return ink;
+}
+
 // Mouse events as the window system gives them, straight to the widget.
 inline void sendMouse(QWidget *w, QEvent::Type type, QPointF at, Qt::MouseButtons held = Qt::LeftButton)
 {

@@ -1,16 +1,10 @@
-#include "app/ApplicationDelegate.h"
 #include "audio/Stream.h"
 #include "graph/VEKAudioProcessor.h"
-#include "outputs/VEKAudioDevice.h"
-#include "remote/Remote.h"
 #include "player/PlayerButton.h"
-#include "player/PlayerController.h"
 #include "player/PlayerImage.h"
 #include "player/PlayerLabel.h"
-#include "player/PlayerWindow.h"
-#include "settings/UserDefaults.h"
-#include "support/Processes.h"
-#include "support/TestEnvironment.h"
+#include "remote/Remote.h"
+#include "support/frontend/QuietLaunch.h"
 
 #include <QApplication>
 #include <QMenu>
@@ -22,27 +16,12 @@ namespace {
 
 const QString kAmp = QStringLiteral("http://plugin.org.uk/swh-plugins/amp");
 
-class PlayerControllerTest : public ::testing::Test {
+class PlayerControllerTest : public QuietLaunchTest {
 protected:
     void SetUp() override
     {
-        TestEnvironment::resetUserFolders();
-        UserDefaults &d = UserDefaults::standard();
-        for (const char *key : {"playerSize", "playerCenter", "positionTextFormat"})
-            d.removeValue(QString::fromLatin1(key));
-        ApplicationDelegate::registerDefaults(d, QRectF(0, 0, 1920, 1080));
-        delegate = std::make_unique<ApplicationDelegate>();
-        ApplicationDelegate::LaunchOptions options;
-        options.remote = false;
-        options.mpris = false;
-        options.outputDevice = VEKAudioDevice::deviceWithUID(QStringLiteral("null"));
-        delegate->applicationWillFinishLaunching(options);
+        launch();
         ASSERT_TRUE(delegate->stream());
-    }
-    void TearDown() override
-    {
-        player.reset();
-        delegate->applicationWillTerminate();
     }
 
     void makePlayer() { player = std::make_unique<PlayerController>(*delegate); }
@@ -77,7 +56,6 @@ protected:
         return nullptr;
     }
 
-    std::unique_ptr<ApplicationDelegate> delegate;
     std::unique_ptr<PlayerController> player;
     bool lastChoiceEnabled = false;
 };
@@ -87,8 +65,8 @@ protected:
 TEST_F(PlayerControllerTest, TheFourSizesStandAboutTheKeptCentre)
 {
     // The offscreen screen is 800 by 600.
-    UserDefaults::standard().setValue(QStringLiteral("playerCenter"), QStringLiteral("{500, 400}"));
-    UserDefaults::standard().setValue(QStringLiteral("playerSize"), 2);
+    settings.setValue(QStringLiteral("playerCenter"), QStringLiteral("{500, 400}"));
+    settings.setValue(QStringLiteral("playerSize"), 2);
     makePlayer();
     PlayerWindow *w = player->window();
     EXPECT_TRUE(w->isVisible());
@@ -96,9 +74,10 @@ TEST_F(PlayerControllerTest, TheFourSizesStandAboutTheKeptCentre)
 
     const QSize sizes[] = {{2400, 600}, {1800, 450}, {1200, 300}, {600, 150}};
     for (quint64 size : {0, 3, 1, 2}) {
+        SCOPED_TRACE(size);
         player->setPlayerSize(size);
-        EXPECT_EQ(w->size(), sizes[size]) << "size " << size;
-        EXPECT_EQ(w->frameCenter(), QPointF(500, 400)) << "size " << size;
+        EXPECT_EQ(w->size(), sizes[size]);
+        EXPECT_EQ(w->frameCenter(), QPointF(500, 400));
     }
     // A drag on the bare panel moves the window (here by hand: the offscreen platform has no
     // move of its own), and the place is kept as the new centre, in top-left coordinates.
@@ -109,7 +88,7 @@ TEST_F(PlayerControllerTest, TheFourSizesStandAboutTheKeptCentre)
     QTest::mouseMove(panel, from + QPoint(200, -50));
     QTest::mouseRelease(panel, Qt::LeftButton, {}, from + QPoint(200, -50));
     EXPECT_EQ(w->pos(), QPoint(100, 200));
-    EXPECT_EQ(UserDefaults::standard().stringForKey(QStringLiteral("playerCenter")), QStringLiteral("{700, 350}"));
+    EXPECT_EQ(settings.stringForKey(QStringLiteral("playerCenter")), QStringLiteral("{700, 350}"));
 
     // Above 3 the mini player stands instead: this window hides and keeps its frame.
     player->setPlayerSize(4);
@@ -117,24 +96,15 @@ TEST_F(PlayerControllerTest, TheFourSizesStandAboutTheKeptCentre)
     EXPECT_EQ(w->geometry(), QRect(100, 200, 1200, 300));
 }
 
-TEST_F(PlayerControllerTest, AStoredSizeAboveThreeLeavesTheWindowHiddenAtFullSize)
-{
-    UserDefaults::standard().setValue(QStringLiteral("playerCenter"), QStringLiteral("{500, 400}"));
-    UserDefaults::standard().setValue(QStringLiteral("playerSize"), 4);
-    makePlayer();
-    EXPECT_FALSE(player->window()->isVisible());
-    EXPECT_EQ(player->window()->geometry(), QRect(-700, 100, 2400, 600));
-}
-
 TEST_F(PlayerControllerTest, ACentreOnNoScreenFallsBackToTheDefault)
 {
-    UserDefaults::standard().setValue(QStringLiteral("playerCenter"), QStringLiteral("{5000, 5000}"));
-    UserDefaults::standard().setValue(QStringLiteral("playerSize"), 3);
+    settings.setValue(QStringLiteral("playerCenter"), QStringLiteral("{5000, 5000}"));
+    settings.setValue(QStringLiteral("playerSize"), 3);
     makePlayer();
     // Two thirds of the way up the registered 1920 by 1080 screen (the launch's formula, in Qt's
     // coordinates that grow downwards).
     EXPECT_EQ(player->window()->frameCenter(), QPointF(960, 360));
-    EXPECT_EQ(UserDefaults::standard().stringForKey(QStringLiteral("playerCenter")), QStringLiteral("{960, 360}"));
+    EXPECT_EQ(settings.stringForKey(QStringLiteral("playerCenter")), QStringLiteral("{960, 360}"));
 }
 
 TEST_F(PlayerControllerTest, TheEffectsMenuActsOnTheSlotWhosePopupOpenedIt)

@@ -2,29 +2,19 @@
 // shortcuts follow the validation without a menu being opened, and the user guide is typeset
 // into a PDF and packed as an EPUB.
 
-#include "windowed/WindowedApplication.h"
-#include "app/ApplicationDelegate.h"
 #include "audio/Stream.h"
-#include "outputs/VEKAudioDevice.h"
 #include "player/AddToLibraryDialog.h"
 #include "player/MainMenu.h"
 #include "player/MiniPlayerController.h"
 #include "player/MiniPlayerWindow.h"
-#include "player/PlayerController.h"
-#include "player/PlayerWindow.h"
 #include "player/UserGuide.h"
-#include "settings/UserDefaults.h"
-#include "support/Processes.h"
-#include "support/TestEnvironment.h"
+#include "support/frontend/QuietLaunch.h"
 
 #include <QAbstractItemView>
 #include <QAction>
 #include <QDir>
-#include <QApplication>
-#include <QFile>
 #include <QMenu>
 #include <QRegularExpression>
-#include <QTest>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -33,42 +23,23 @@ using TestEnvironment::waitUntil;
 
 namespace {
 
-class WindowedLaunch : public ::testing::Test {
+class WindowedLaunch : public QuietWindowedTest {
 protected:
     void SetUp() override
     {
-        TestEnvironment::resetUserFolders();
-        UserDefaults &d = UserDefaults::standard();
-        for (const QString &key : {u"playerSize"_s, u"playerCenter"_s, u"selectedPlaylistID"_s})
-            d.removeValue(key);
-        d.setValue(u"seenAccessiTunesLibraryQuery"_s, true);
-        ApplicationDelegate::LaunchOptions options;
-        options.remote = false;
-        options.mpris = false;
-        options.outputDevice = VEKAudioDevice::deviceWithUID(u"null"_s);
-        app.launch(options);
-        ASSERT_TRUE(app.playerController());
-        window = app.playerController()->window();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(window));
-        window->activateWindow();
-        ASSERT_TRUE(QTest::qWaitForWindowActive(window));
-
-        static const QString dir = TestEnvironment::makeTempDir(u"launch-music"_s);
-        QStringList files;
-        for (int i = 0; i < 3; ++i)
-            files.append(TestEnvironment::makeSine(dir + u"/%1.wav"_s.arg(i), 5.0, 44100, 2, {}, 300.0 + 100 * i));
-        delegate()->addFilesToLibrary(files);
-        ASSERT_TRUE(waitUntil([&] { return delegate()->library().size() == 3; }, 60000));
+        ASSERT_NO_FATAL_FAILURE(QuietWindowedTest::SetUp());
+        QuietLaunch::addSongs(*delegate(), {u"0.wav"_s, u"1.wav"_s, u"2.wav"_s}, 5.0);
+        ASSERT_EQ(delegate()->library().size(), 3);
         library = delegate()->localPlaylists().value(0);
         library->setSortKey(u"ordinal"_s);
     }
 
-    ApplicationDelegate *delegate() const { return app.delegate(); }
     Stream *stream() const { return delegate()->stream(); }
-    void key(Qt::Key k, Qt::KeyboardModifiers modifiers = Qt::ControlModifier) { QTest::keyClick(window, k, modifiers); }
+    void key(Qt::Key k, Qt::KeyboardModifiers modifiers = Qt::ControlModifier)
+    {
+        QTest::keyClick(player, k, modifiers);
+    }
 
-    WindowedApplication app;
-    QWidget *window = nullptr;
     PlaylistPtr library;
 };
 
@@ -105,19 +76,19 @@ TEST_F(WindowedLaunch, TheMenusKeysFollowTheModelWithoutAMenuBeingOpened)
 TEST_F(WindowedLaunch, AViewSizeResizesThePlayerAndIsKept)
 {
     app.mainMenu()->action(A::ViewSizeChanged, 3)->trigger();
-    EXPECT_EQ(window->size(), QSize(600, 150));
+    EXPECT_EQ(player->size(), QSize(600, 150));
     EXPECT_EQ(UserDefaults::standard().integerForKey(u"playerSize"_s), 3);
     EXPECT_TRUE(app.mainMenu()->action(A::ViewSizeChanged, 3)->isChecked());
 
     // The mini player's size hides the player and shows it in the same place; back again.
     QWidget *mini = app.miniPlayerController()->window();
     app.mainMenu()->action(A::ViewSizeChanged, 4)->trigger();
-    EXPECT_FALSE(window->isVisible());
+    EXPECT_FALSE(player->isVisible());
     EXPECT_TRUE(mini->isVisible());
-    EXPECT_EQ(mini->geometry().center(), window->geometry().center());
+    EXPECT_EQ(mini->geometry().center(), player->geometry().center());
     EXPECT_TRUE(app.mainMenu()->action(A::ViewSizeChanged, 4)->isChecked());
     app.mainMenu()->action(A::ViewSizeChanged, 1)->trigger();
-    EXPECT_TRUE(window->isVisible());
+    EXPECT_TRUE(player->isVisible());
     EXPECT_FALSE(mini->isVisible());
 }
 

@@ -63,18 +63,15 @@ protected:
     }
 };
 
-TEST_F(PreferredFormatTest, TheDefaultsShowAiffWithNoBitPreferenceAndTheSliderOff)
+TEST_F(PreferredFormatTest, AFormatChangeDropsRateAndBitsKeepsQualityAndRebuildsTheBitItems)
 {
+    // The defaults: AIFF with no preference of rate or bits, and no quality to set.
     pane.paneWillBecomeFront();
     EXPECT_EQ(format->currentText(), u"AIFF"_s);
     EXPECT_EQ(rate->currentData().toInt(), 0);
     EXPECT_EQ(bits->currentText(), u"No preference"_s);
     EXPECT_FALSE(slider->isEnabled());
-}
 
-TEST_F(PreferredFormatTest, AFormatChangeDropsRateAndBitsKeepsQualityAndRebuildsTheBitItems)
-{
-    pane.paneWillBecomeFront();
     choose(format, u"FLAC"_s);
     EXPECT_EQ(items(bits),
               (QStringList{u"No preference"_s, QString(), u"16-bit"_s, u"20-bit"_s, u"24-bit"_s}));

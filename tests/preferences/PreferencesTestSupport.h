@@ -3,11 +3,9 @@
 // What the panes' tests share: a clean store with the program's defaults, and the user's moves
 // on controls (the panes listen only to what a user does, never to filling).
 
-#include "app/ApplicationDelegate.h"
 #include "audio/Stream.h"
 #include "player/VEKSlider.h"
-#include "settings/UserDefaults.h"
-#include "support/TestEnvironment.h"
+#include "support/frontend/QuietLaunch.h"
 
 #include <QAbstractButton>
 #include <QComboBox>
@@ -18,9 +16,7 @@ namespace PreferencesTest {
 
 inline UserDefaults &freshDefaults()
 {
-    TestEnvironment::resetUserFolders();
-    UserDefaults &d = UserDefaults::standard();
-    ApplicationDelegate::registerDefaults(d, QRectF(0, 0, 1920, 1080));
+    UserDefaults &d = QuietLaunch::freshSettings();
     Stream::registerDefaults(d);
     return d;
 }

@@ -2,15 +2,11 @@
 // and the Commands pane, whose keys the menu takes at once and where a key in use is refused.
 
 #include "preferences/PreferencesWindow.h"
-#include "app/ApplicationDelegate.h"
-#include "outputs/VEKAudioDevice.h"
 #include "player/MainMenu.h"
 #include "preferences/CommandsPreferencesPane.h"
 #include "preferences/PreferencesController.h"
 #include "preferences/PreferencesPane.h"
-#include "settings/UserDefaults.h"
-#include "support/TestEnvironment.h"
-#include "windowed/WindowedApplication.h"
+#include "support/frontend/QuietLaunch.h"
 
 #include <QAction>
 #include <QKeySequenceEdit>
@@ -21,19 +17,8 @@ using A = MenuItem::Action;
 
 namespace {
 
-class PreferencesWindowTest : public ::testing::Test {
+class PreferencesWindowTest : public QuietWindowedTest {
 protected:
-    void SetUp() override
-    {
-        TestEnvironment::resetUserFolders();
-        UserDefaults::standard().setValue(u"seenAccessiTunesLibraryQuery"_s, true);
-        ApplicationDelegate::LaunchOptions options;
-        options.remote = false;
-        options.mpris = false;
-        options.outputDevice = VEKAudioDevice::deviceWithUID(u"null"_s);
-        app.launch(options);
-        ASSERT_TRUE(app.preferencesController());
-    }
     QAction *command(const QString &name) const
     {
         for (QAction *a : app.mainMenu()->commands())
@@ -41,12 +26,11 @@ protected:
                 return a;
         return nullptr;
     }
-
-    WindowedApplication app;
 };
 
 TEST_F(PreferencesWindowTest, TheHeadphonesItemOpensItsPaneAmongTheSevenInOrder)
 {
+    ASSERT_TRUE(app.preferencesController());
     QStringList names;
     for (PreferencesPane *pane : app.preferencesController()->panes())
         names << pane->name();

@@ -7,43 +7,11 @@
 #                                  playlist "Orchard" of apple and cherry
 # Exit 0 when all holds; 1 with the reason on standard error otherwise.
 
-import sys
 import time
 
-import pyatspi
+from screen_reader import application, expect_parts, fail, parts, wait_for
 
 PLAYLIST = "Orchard"
-
-
-def fail(message):
-    print("FAIL: " + message, file=sys.stderr)
-    sys.exit(1)
-
-
-def wait_for(what, check, seconds=30.0):
-    end = time.monotonic() + seconds
-    while time.monotonic() < end:
-        value = check()
-        if value:
-            return value
-        time.sleep(0.2)
-    fail("timed out waiting for " + what)
-
-
-def application():
-    for app in pyatspi.Registry.getDesktop(0):
-        if app is not None and "quivera" in (app.name or "").lower():
-            return app
-    return None
-
-
-def parts(app):
-    found = {}
-    for window in app:
-        if window is not None and window.name == "Quivera Library":
-            for node in pyatspi.utils.findAllDescendants(window, lambda n: bool(n.name)):
-                found.setdefault(node.name, node)
-    return found
 
 
 def rows(table):
@@ -61,16 +29,12 @@ expected = {"Songs": "table", "Playlists": "tree", "Search": "text", "Summary": 
             "Shuffle": None, "Repeat": None, "Artwork": None,
             "Search Scope": "push button", "Clear Search": "push button"}
 # The window may show before all its parts are in: wait for all, then say which one is missing.
-library = parts(app)
+library = parts(app, "Quivera Library")
 end = time.monotonic() + 30
 while not all(name in library for name in expected) and time.monotonic() < end:
     time.sleep(0.2)
-    library = parts(app)
-for name, role in expected.items():
-    if name not in library:
-        fail("no part named %r (names: %s)" % (name, sorted(library)))
-    if role and library[name].getRoleName() != role:
-        fail("%r is a %s, not a %s" % (name, library[name].getRoleName(), role))
+    library = parts(app, "Quivera Library")
+expect_parts(library, expected, "part")
 
 songs = library["Songs"]
 wait_for("the three songs in the table", lambda: sorted(rows(songs)) == ["apple", "banana", "cherry"])

@@ -53,7 +53,8 @@ done
 
 QT_QPA_PLATFORM=xcb QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1 QT_ACCESSIBILITY=1 "$quivera" >"$log" 2>&1 {lock}>&- &
 player=$!
-/usr/bin/python3 "$script" "$cli" {lock}>&-
+# The scripts share tests/support/screen_reader.py.
+PYTHONPATH="$(dirname "$0")/../../support" /usr/bin/python3 "$script" "$cli" {lock}>&-
 rc=$?
 kill "$player" 2>/dev/null
 wait "$player" 2>/dev/null

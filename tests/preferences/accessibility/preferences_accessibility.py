@@ -11,23 +11,9 @@ import sys
 import time
 
 import pyatspi
+from screen_reader import application, fail, wait_for
 
 CLI = sys.argv[1]
-
-
-def fail(message):
-    print("FAIL: " + message, file=sys.stderr)
-    sys.exit(1)
-
-
-def wait_for(what, check, seconds=30.0):
-    end = time.monotonic() + seconds
-    while time.monotonic() < end:
-        value = check()
-        if value:
-            return value
-        time.sleep(0.2)
-    fail("timed out waiting for " + what)
 
 
 def window_id(name):
@@ -35,13 +21,6 @@ def window_id(name):
                          capture_output=True, text=True)
     ids = out.stdout.split()
     return ids[0] if ids else None
-
-
-def application():
-    for app in pyatspi.Registry.getDesktop(0):
-        if app is not None and "quivera" in (app.name or "").lower():
-            return app
-    return None
 
 
 def find(app, test):
