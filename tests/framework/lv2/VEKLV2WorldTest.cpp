@@ -41,7 +41,7 @@ void expectWellFormed(const QVariantMap &d, quint32 type)
     EXPECT_EQ(configurations.first().toList(), (QVariantList{int(ins), int(outs)}));
 }
 
-TEST_F(VEKLV2WorldTest, EffectsAreTheRunnableAudioPluginsOfTheDebianBundles)
+TEST_F(VEKLV2WorldTest, EffectsAreTheRunnableAudioPluginsAndMusicEffectsThoseThatAlsoTakeMIDI)
 {
     const QVariantList effects = VEKLV2World::shared().effectDescriptions(VEKLV2World::EffectType);
     // swh-lv2 and mda-lv2 hold well over a hundred effects between them.
@@ -63,10 +63,6 @@ TEST_F(VEKLV2WorldTest, EffectsAreTheRunnableAudioPluginsOfTheDebianBundles)
     EXPECT_TRUE(byURI(effects, kNeedsWorker).isEmpty());
     // A plugin that takes MIDI is a music effect, not an effect.
     EXPECT_TRUE(byURI(effects, kMidiGain).isEmpty());
-}
-
-TEST_F(VEKLV2WorldTest, MusicEffectsAreThoseThatAlsoTakeMIDI)
-{
     const QVariantList music = VEKLV2World::shared().effectDescriptions(VEKLV2World::MusicEffectType);
     for (const QVariant &v : music)
         expectWellFormed(v.toMap(), VEKLV2World::MusicEffectType);
