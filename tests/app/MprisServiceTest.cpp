@@ -126,23 +126,22 @@ QString makeFlacWithPicture(const QString &dir, const QString &name, const QStri
 }
 } // namespace
 
-TEST(MprisArt, ACoverFileBesideTheSongIsNamedAsItIs)
+TEST(MprisArt, ACoverFileIsNamedAsItIsAndOfEmbeddedPicturesOnlyTheLastIsKept)
 {
-    const QString dir = TestEnvironment::makeTempDir(u"cover"_s);
-    const QString cover = makePng(dir + u"/cover.png"_s, Qt::red);
-    Song s;
-    s.setURL(TestEnvironment::makeSine(dir + u"/a.wav"_s, 0.2));
-    MprisArtCache cache(TestEnvironment::makeTempDir(u"art"_s));
-    EXPECT_EQ(cache.artUrlForSong(s), QUrl::fromLocalFile(cover).toString());
-    EXPECT_TRUE(QDir(cache.directory()).isEmpty()); // nothing copied
-
-    Song bare;
+    // A cover file beside the song is named, not copied; a song with no picture has none.
+    const QString beside = TestEnvironment::makeTempDir(u"cover"_s);
+    const QString cover = makePng(beside + u"/cover.png"_s, Qt::red);
+    Song withCover, bare;
+    withCover.setURL(TestEnvironment::makeSine(beside + u"/a.wav"_s, 0.2));
     bare.setURL(TestEnvironment::makeSine(TestEnvironment::makeTempDir() + u"/b.wav"_s, 0.2));
-    EXPECT_TRUE(cache.artUrlForSong(bare).isEmpty());
-}
+    const QString artDir = TestEnvironment::makeTempDir(u"art"_s);
+    {
+        MprisArtCache cache(artDir);
+        EXPECT_EQ(cache.artUrlForSong(withCover), QUrl::fromLocalFile(cover).toString());
+        EXPECT_TRUE(cache.artUrlForSong(bare).isEmpty());
+        EXPECT_TRUE(QDir(artDir).isEmpty());
+    }
 
-TEST(MprisArt, AnEmbeddedPictureIsWrittenOutAndOnlyTheLastIsKept)
-{
     const QString dir = TestEnvironment::makeTempDir(u"embedded"_s);
     const QString red = makePng(dir + u"/red.png"_s, Qt::red);
     const QString blue = makePng(dir + u"/blue.png"_s, Qt::blue);
@@ -154,7 +153,6 @@ TEST(MprisArt, AnEmbeddedPictureIsWrittenOutAndOnlyTheLastIsKept)
     QFile::remove(red); // no cover file beside the songs: only the embedded pictures remain
     QFile::remove(blue);
 
-    const QString artDir = TestEnvironment::makeTempDir(u"art"_s);
     QString firstPath;
     {
         MprisArtCache cache(artDir);
@@ -330,14 +328,11 @@ TEST_F(MprisOnTheBus, StatusAndMetadataFollowTheCurrentSong)
     EXPECT_EQ(stream()->currentSong(), first); // play from stopped starts at the top
     EXPECT_EQ(ask({u"status"_s}), u"Playing"_s);
     EXPECT_EQ(ask({u"metadata"_s, u"xesam:title"_s}), first->name());
-    EXPECT_EQ(ask({u"metadata"_s, u"xesam:artist"_s}), u"The Sines"_s);
     EXPECT_EQ(ask({u"metadata"_s, u"mpris:artUrl"_s}),
               QUrl::fromLocalFile(QFileInfo(first->URL()).dir().filePath(u"cover.png"_s)).toString());
-    EXPECT_EQ(ask({u"metadata"_s, u"mpris:length"_s}),
-              QString::number(qlonglong(std::llround(first->length() * 1e6))));
 
-    // Typed as MPRIS says, on the wire (the values themselves:
-    // MprisRules.MetadataCarriesTheTypesClientsExpect).
+    // Typed as MPRIS says, on the wire (the values themselves, the length in microseconds among
+    // them: MprisRules.MetadataCarriesTheTypesClientsExpect).
     const QVariantMap metadata = qdbus_cast<QVariantMap>(property(kPlayer, u"Metadata"_s));
     EXPECT_EQ(metadata.value(u"mpris:length"_s).userType(), QMetaType::LongLong);
     EXPECT_EQ(metadata.value(u"xesam:artist"_s).toStringList(), QStringList{u"The Sines"_s});

@@ -32,14 +32,8 @@ protected:
                                         "attached_pic", "-metadata", "title=Probe Me", "-metadata", "artist=Someone",
                                         "-metadata", "track=4/9"});
     }
-    // 16-bit stereo at 44.1 kHz, 33333 frames, as WAVE and as MP3.
-    QString source()
-    {
-        QByteArray out;
-        EXPECT_EQ(TestEnvironment::run("sox", {"-r", "44100", "-c", "2", "-n", "-b", "16", dir + "/src16.wav",
-                                               "synth", "33333s", "sine", "440"}, &out), 0) << out.constData();
-        return dir + "/src16.wav";
-    }
+    // Untagged 16-bit stereo WAVE.
+    QString source() { return TestEnvironment::makeSine(dir + "/src16.wav", 0.2, 44100, 2, {"-b", "16"}); }
 };
 
 QJsonObject byName(const QJsonArray &array, const QString &name)
@@ -56,10 +50,10 @@ TEST_F(ProbeCommandTest, JsonGivesTheReadersFacts)
 {
     const QString tagged = flac();
     const QString wave = source();
-    const QString mp3 = TestEnvironment::ffmpeg(wave, dir + "/lame.mp3", {"-c:a", "libmp3lame", "-b:a", "128k"});
-    const QJsonArray array = cli.json({"probe", tagged, wave, mp3, "--json"});
-    ASSERT_EQ(array.size(), 3);
+    const QJsonArray array = cli.json({"probe", tagged, wave, "--json"});
+    ASSERT_EQ(array.size(), 2);
 
+    // Each fact under its key; the facts of each format are the reader's (ReaderFormats).
     const QJsonObject f = byName(array, "tagged.flac");
     EXPECT_EQ(f.value("path").toString(), tagged);
     EXPECT_EQ(f.value("format").toString(), "FLAC Audio File");
@@ -74,19 +68,7 @@ TEST_F(ProbeCommandTest, JsonGivesTheReadersFacts)
     EXPECT_EQ(md.value("title").toString(), "Probe Me");
     EXPECT_EQ(md.value("artist").toString(), "Someone");
     EXPECT_FALSE(md.contains("imageData")); // the picture stays out of the JSON
-
-    const QJsonObject w = byName(array, "src16.wav");
-    EXPECT_EQ(w.value("format").toString(), "WAVE File");
-    EXPECT_EQ(w.value("frames").toInteger(), 33333);
-    EXPECT_EQ(w.value("bitDepth").toInteger(), 16);
-    EXPECT_EQ(w.value("bitrate").toInteger(), 44100 * 2 * 16);
-    EXPECT_TRUE(w.value("metadata").toObject().isEmpty());
-
-    const QJsonObject m = byName(array, "lame.mp3");
-    EXPECT_EQ(m.value("format").toString(), "MP3 Audio File");
-    EXPECT_EQ(m.value("frames").toInteger(), 33333); // without the encoder's delay and padding
-    EXPECT_EQ(m.value("bitDepth").toInteger(), 0);
-    EXPECT_EQ(m.value("bitrate").toInteger(), 128000);
+    EXPECT_TRUE(byName(array, "src16.wav").value("metadata").toObject().isEmpty());
 
     // Probing needs no library and makes none.
     EXPECT_FALSE(QFile::exists(cli.libraryFile()));

@@ -16,26 +16,14 @@
 
 namespace {
 
-// Every format ffmpeg writes here, tagged alike; the kinds the reader gives them.
-const QList<QPair<QString, QStringList>> kFormats = {
-    {"a.wav", {}},
-    {"b.aiff", {"-write_id3v2", "1"}},
-    {"c.caf", {}},
-    {"d.mp3", {"-c:a", "libmp3lame"}},
-    {"e.m4a", {"-c:a", "alac"}},
-    {"f.m4a", {"-c:a", "aac"}},
-    {"g.ogg", {"-c:a", "libvorbis"}},
-    {"h.flac", {}},
-    {"i.oga", {"-c:a", "flac"}},
-    {"j.wv", {}},
-    {"k.tta", {}},
-    {"l.opus", {"-c:a", "libopus"}},
-};
-
-const QStringList kTags = {"-metadata", "title=Song",      "-metadata", "artist=Artist",
-                           "-metadata", "album=Album",     "-metadata", "album_artist=Band",
-                           "-metadata", "composer=Writer", "-metadata", "genre=Jazz",
-                           "-metadata", "track=3/12",      "-metadata", "disc=1/2"};
+// Every format ffmpeg writes here: the file's name, then the encoder it needs; tagged alike.
+const char *kFormats[] = {
+    "a.wav",          "b.aiff -write_id3v2 1", "c.caf",  "d.mp3 -c:a libmp3lame", "e.m4a -c:a alac",
+    "f.m4a -c:a aac", "g.ogg -c:a libvorbis",  "h.flac", "i.oga -c:a flac",       "j.wv",
+    "k.tta",          "l.opus -c:a libopus"};
+const char *kTags =
+    "-metadata title=Song -metadata artist=Artist -metadata album=Album -metadata album_artist=Band "
+    "-metadata composer=Writer -metadata genre=Jazz -metadata track=3/12 -metadata disc=1/2";
 
 class ImportTest : public ::testing::Test {
 protected:
@@ -75,8 +63,10 @@ TEST_F(ImportTest, ATreeOfEveryFormatBecomesSongsWithTheirTags)
     const QString music = dir + "/music";
     const QString sine = TestEnvironment::makeSine(dir + "/src.wav", 0.3);
     QDir().mkpath(music + "/sub/.hidden");
-    for (const auto &[name, args] : kFormats)
-        TestEnvironment::ffmpeg(sine, music + "/sub/" + name, args + kTags);
+    for (const char *format : kFormats) {
+        const QStringList args = (QString(format) + ' ' + kTags).split(u' ');
+        TestEnvironment::ffmpeg(sine, music + "/sub/" + args.first(), args.mid(1));
+    }
     QFile::copy(music + "/sub/h.flac", music + "/.hidden.flac");
     QFile::copy(music + "/sub/h.flac", music + "/sub/.hidden/x.flac");
     QFile notes(music + "/notes.txt");
