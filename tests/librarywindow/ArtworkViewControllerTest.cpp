@@ -9,6 +9,8 @@
 #include <QWidget>
 #include <gtest/gtest.h>
 
+using namespace Qt::StringLiterals;
+
 using ArtworkViewControllerTest = QuietLaunchTest;
 
 TEST_F(ArtworkViewControllerTest, ShowsTheCoverOfTheCurrentSongOrSaysWhyThereIsNone)
@@ -16,17 +18,14 @@ TEST_F(ArtworkViewControllerTest, ShowsTheCoverOfTheCurrentSongOrSaysWhyThereIsN
     launch();
     ASSERT_TRUE(delegate->stream());
 
-    const QString dir = TestEnvironment::makeTempDir(QStringLiteral("art"));
-    const QString bare = TestEnvironment::makeSine(dir + QStringLiteral("/bare.flac"), 0.2);
-    ASSERT_EQ(TestEnvironment::run(QStringLiteral("convert"),
-                                   {QStringLiteral("-size"), QStringLiteral("40x20"),
-                                    QStringLiteral("xc:red"), dir + QStringLiteral("/c.png")}),
+    const QString dir = TestEnvironment::makeTempDir(u"art"_s);
+    const QString bare = TestEnvironment::makeSine(dir + u"/bare.flac"_s, 0.2);
+    ASSERT_EQ(TestEnvironment::run(u"convert"_s, {u"-size"_s, u"40x20"_s, u"xc:red"_s, dir + u"/c.png"_s}),
               0);
-    const QString covered = TestEnvironment::ffmpeg(
-        bare, dir + QStringLiteral("/covered.flac"),
-        {QStringLiteral("-i"), dir + QStringLiteral("/c.png"), QStringLiteral("-map"), QStringLiteral("0"),
-         QStringLiteral("-map"), QStringLiteral("1"), QStringLiteral("-c:v"), QStringLiteral("png"),
-         QStringLiteral("-disposition:v"), QStringLiteral("attached_pic")});
+    const QString covered =
+        TestEnvironment::ffmpeg(bare, dir + u"/covered.flac"_s,
+                                {u"-i"_s, dir + u"/c.png"_s, u"-map"_s, u"0"_s, u"-map"_s, u"1"_s, u"-c:v"_s,
+                                 u"png"_s, u"-disposition:v"_s, u"attached_pic"_s});
     delegate->addFilesToLibrary({bare, covered});
     delegate->queue()->waitUntilAllOperationsAreFinished();
     SongPtr withCover, without;
@@ -38,7 +37,7 @@ TEST_F(ArtworkViewControllerTest, ShowsTheCoverOfTheCurrentSongOrSaysWhyThereIsN
     ArtworkViewController controller(delegate.get(), &column);
     ArtworkView *view = controller.view();
     EXPECT_TRUE(view->isPlaceholderShown());
-    EXPECT_EQ(view->placeholder(), QStringLiteral("Nothing Playing"));
+    EXPECT_EQ(view->placeholder(), u"Nothing Playing"_s);
     EXPECT_EQ(view->heightForWidth(200), 224);
 
     QSignalSpy changed(&controller, &ArtworkViewController::artworkChanged);
@@ -51,7 +50,7 @@ TEST_F(ArtworkViewControllerTest, ShowsTheCoverOfTheCurrentSongOrSaysWhyThereIsN
     delegate->stream()->setCurrentSong(without);
     ASSERT_TRUE(changed.wait(5000));
     EXPECT_TRUE(view->isPlaceholderShown());
-    EXPECT_EQ(view->placeholder(), QStringLiteral("No Artwork"));
+    EXPECT_EQ(view->placeholder(), u"No Artwork"_s);
     delegate->stream()->setCurrentSong(nullptr);
-    EXPECT_EQ(view->placeholder(), QStringLiteral("Nothing Playing"));
+    EXPECT_EQ(view->placeholder(), u"Nothing Playing"_s);
 }

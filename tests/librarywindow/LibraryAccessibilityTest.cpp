@@ -5,19 +5,20 @@
 #include <QRegularExpression>
 #include <gtest/gtest.h>
 
+using namespace Qt::StringLiterals;
+
 TEST(LibraryAccessibility, AScreenReaderSearchesTheSongsAndPicksAPlaylist)
 {
     ScreenReaderRun run;
-    run.importSongs({QStringLiteral("apple"), QStringLiteral("banana"), QStringLiteral("cherry")}, 2.0);
+    run.importSongs({u"apple"_s, u"banana"_s, u"cherry"_s}, 2.0);
     // A playlist of the first and the last song, made before the program starts.
     QStringList ids;
-    const QRegularExpression row(QStringLiteral("^\\s*(-?\\d+)\\s+\\S+\\s+(apple|cherry)$"));
-    for (const QString &line : run.cli({QStringLiteral("songs")}).split(QLatin1Char('\n')))
+    const QRegularExpression row(u"^\\s*(-?\\d+)\\s+\\S+\\s+(apple|cherry)$"_s);
+    for (const QString &line : run.cli({u"songs"_s}).split(QLatin1Char('\n')))
         if (const auto m = row.match(line); m.hasMatch())
             ids << m.captured(1);
     ASSERT_EQ(ids.size(), 2);
-    const QString playlist =
-        run.cli(QStringList{QStringLiteral("playlist"), QStringLiteral("new")} + ids).trimmed();
-    run.cli({QStringLiteral("playlist"), QStringLiteral("rename"), playlist, QStringLiteral("Orchard")});
-    run.drive(QStringLiteral("librarywindow/accessibility/library_accessibility.py"));
+    const QString playlist = run.cli(QStringList{u"playlist"_s, u"new"_s} + ids).trimmed();
+    run.cli({u"playlist"_s, u"rename"_s, playlist, u"Orchard"_s});
+    run.drive(u"librarywindow/accessibility/library_accessibility.py"_s);
 }

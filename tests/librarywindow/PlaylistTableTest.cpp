@@ -16,6 +16,8 @@
 #include <QTreeView>
 #include <gtest/gtest.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 class PlaylistTableTest : public QuietLaunchTest {
@@ -24,14 +26,14 @@ protected:
     void launchWithSidebar(bool iTunes)
     {
         if (iTunes) {
-            const QString dir = TestEnvironment::makeTempDir(QStringLiteral("itunes"));
-            const QString xml = dir + QStringLiteral("/iTunes Library.xml");
-            iTunesFixture::write(xml, dir + QStringLiteral("/music"));
-            settings.setValue(QStringLiteral("iTunesLibraryLocation"), xml);
-            settings.setValue(QStringLiteral("accessiTunesLibrary"), true);
+            const QString dir = TestEnvironment::makeTempDir(u"itunes"_s);
+            const QString xml = dir + u"/iTunes Library.xml"_s;
+            iTunesFixture::write(xml, dir + u"/music"_s);
+            settings.setValue(u"iTunesLibraryLocation"_s, xml);
+            settings.setValue(u"accessiTunesLibrary"_s, true);
         }
         launch(false);
-        QuietLaunch::addSongs(*delegate, {QStringLiteral("a.flac"), QStringLiteral("b.flac")});
+        QuietLaunch::addSongs(*delegate, {u"a.flac"_s, u"b.flac"_s});
         window = std::make_unique<QWidget>();
         controller = std::make_unique<PlaylistTableController>(delegate.get(), window.get());
         controller->view()->resize(240, 500);
@@ -60,8 +62,7 @@ protected:
     }
     qint64 rowsInSongTable(qint64 songID) const
     {
-        auto q = delegate->database()->queryWithStatement(
-            QStringLiteral("SELECT COUNT() FROM t_song WHERE songID = ?"));
+        auto q = delegate->database()->queryWithStatement(u"SELECT COUNT() FROM t_song WHERE songID = ?"_s);
         q->setIntValue(songID, 0);
         return q->evaluateNextRow() ? q->intValueAtColumn(0) : -1;
     }
@@ -76,15 +77,15 @@ TEST_F(PlaylistTableTest, TheITunesGroupShowsOnlyWithAccessAndHeadersSelectNothi
 {
     launchWithSidebar(false);
     ASSERT_EQ(model()->rowCount(), 1);
-    EXPECT_EQ(model()->index(0, 0).data().toString(), QStringLiteral("QUIVERA"));
-    EXPECT_EQ(view()->objectName(), QStringLiteral("Playlists"));
+    EXPECT_EQ(model()->index(0, 0).data().toString(), u"QUIVERA"_s);
+    EXPECT_EQ(view()->objectName(), u"Playlists"_s);
     controller.reset();
     window.reset();
 
     launchWithSidebar(true);
     ASSERT_EQ(model()->rowCount(), 2);
     const QModelIndex iTunes = model()->index(1, 0);
-    EXPECT_EQ(iTunes.data().toString(), QStringLiteral("ITUNES"));
+    EXPECT_EQ(iTunes.data().toString(), u"ITUNES"_s);
     EXPECT_EQ(model()->rowCount(iTunes), 1 + iTunesFixture::playlistIDs.size());
     EXPECT_TRUE(view()->isExpanded(iTunes));
 
@@ -124,7 +125,7 @@ TEST_F(PlaylistTableTest, TheSelectedRowFollowsTheSelectedPlaylistWhoeverChoseIt
     EXPECT_EQ(delegate->selectedPlaylist(), mine);
 
     // Deleting it leaves no playlist selected and no row either.
-    settings.setValue(QStringLiteral("suppressConfirmDeletePlaylistAlert"), true);
+    settings.setValue(u"suppressConfirmDeletePlaylistAlert"_s, true);
     controller->deleteSelection();
     EXPECT_FALSE(delegate->selectedPlaylist());
     EXPECT_FALSE(model()->indexOfPlaylist(mine).isValid());
@@ -169,7 +170,7 @@ TEST_F(PlaylistTableTest, DropsAreRefusedAndTakenByTheirRules)
         << "on a header";
     EXPECT_FALSE(model()->canDropMimeData(&ids, Qt::CopyAction, 0, 0, model()->indexOfPlaylist(other)))
         << "between rows";
-    EXPECT_FALSE(canDrop(other, QStringLiteral("text/uri-list"))) << "files";
+    EXPECT_FALSE(canDrop(other, u"text/uri-list"_s)) << "files";
 }
 
 TEST_F(PlaylistTableTest, ADropAddsEachNewSongOnceAtTheEndAndITunesSongsJoinTheSongTable)
@@ -207,10 +208,10 @@ TEST_F(PlaylistTableTest, RenamingInPlaceKeepsANameAndOnlyWherePossible)
     EXPECT_TRUE(view()->indexWidget(row));
     view()->closePersistentEditor(row);
 
-    EXPECT_TRUE(model()->setData(row, QStringLiteral("Evening")));
-    EXPECT_EQ(mine->name(), QStringLiteral("Evening"));
+    EXPECT_TRUE(model()->setData(row, u"Evening"_s));
+    EXPECT_EQ(mine->name(), u"Evening"_s);
     EXPECT_FALSE(model()->setData(row, QString()));
-    EXPECT_EQ(mine->name(), QStringLiteral("Evening"));
+    EXPECT_EQ(mine->name(), u"Evening"_s);
     EXPECT_FALSE(model()->flags(model()->indexOfPlaylist(library())) & Qt::ItemIsEditable);
     EXPECT_FALSE(model()->flags(model()->indexOfPlaylist(iTunesList(1))) & Qt::ItemIsEditable);
 
@@ -231,21 +232,21 @@ TEST_F(PlaylistTableTest, DeleteAsksUnlessToldNotToAndSparesLibraries)
     view()->setFocus();
     QTest::keyClick(view(), Qt::Key_Delete);
     EXPECT_EQ(delegate->localPlaylists().size(), 1);
-    EXPECT_FALSE(controller->validateCommand(QStringLiteral("deleteSelection"), nullptr));
+    EXPECT_FALSE(controller->validateCommand(u"deleteSelection"_s, nullptr));
 
     const PlaylistPtr mine = newPlaylist();
     view()->closePersistentEditor(model()->indexOfPlaylist(mine));
-    EXPECT_TRUE(controller->validateCommand(QStringLiteral("deleteSelection"), nullptr));
+    EXPECT_TRUE(controller->validateCommand(u"deleteSelection"_s, nullptr));
     // The menus' commands reach the controller while the sidebar has the focus.
     QApplication::setActiveWindow(window.get());
     view()->setFocus();
     EXPECT_EQ(MainMenu::commandTarget("deleteSelection"), controller.get());
     EXPECT_EQ(MainMenu::commandTarget("rename"), controller.get());
     // "No" with the box ticked: the playlist stays, the question is not asked again.
-    LibraryWindowTest::answerNextBox(QStringLiteral("Cancel"), true);
+    LibraryWindowTest::answerNextBox(u"Cancel"_s, true);
     controller->deleteSelection();
     EXPECT_TRUE(model()->indexOfPlaylist(mine).isValid());
-    EXPECT_TRUE(settings.boolForKey(QStringLiteral("suppressConfirmDeletePlaylistAlert")));
+    EXPECT_TRUE(settings.boolForKey(u"suppressConfirmDeletePlaylistAlert"_s));
     view()->setFocus();
     QTest::keyClick(view(), Qt::Key_Delete);
     EXPECT_FALSE(model()->indexOfPlaylist(mine).isValid());
@@ -255,20 +256,18 @@ TEST_F(PlaylistTableTest, DeleteAsksUnlessToldNotToAndSparesLibraries)
 TEST_F(PlaylistTableTest, ThePreferredVersionOfAWholePlaylistLandsInIt)
 {
     launchWithSidebar(false);
-    EXPECT_TRUE(controller->validateCommand(QStringLiteral("createPreferredVersion"), nullptr));
+    EXPECT_TRUE(controller->validateCommand(u"createPreferredVersion"_s, nullptr));
     newPlaylist();
-    EXPECT_FALSE(controller->validateCommand(QStringLiteral("createPreferredVersion"), nullptr));
-    EXPECT_FALSE(controller->validateCommand(QStringLiteral("somethingElse"), nullptr));
+    EXPECT_FALSE(controller->validateCommand(u"createPreferredVersion"_s, nullptr));
+    EXPECT_FALSE(controller->validateCommand(u"somethingElse"_s, nullptr));
 
     // Every song of the playlist, also those its search hides, gets a version in it.
     const PlaylistPtr mine = newPlaylist(library()->songsInManualOrder());
     auto search = std::make_shared<SongPredicate>();
-    search->addGroup(
-        {SongPredicate::equals(QStringLiteral("name"), mine->songsInManualOrder().first()->name())});
+    search->addGroup({SongPredicate::equals(u"name"_s, mine->songsInManualOrder().first()->name())});
     mine->setPredicate(search);
     ASSERT_EQ(mine->countOfSongs(), 1);
-    settings.setValue(QStringLiteral("preferredFormat"),
-                      QVariantMap{{QStringLiteral("format"), 1}, {QStringLiteral("sampleRate"), 44100}});
+    settings.setValue(u"preferredFormat"_s, QVariantMap{{u"format"_s, 1}, {u"sampleRate"_s, 44100}});
     controller->createPreferredVersion();
     delegate->queue()->waitUntilAllOperationsAreFinished();
     EXPECT_EQ(mine->songsInManualOrder().size(), 4);

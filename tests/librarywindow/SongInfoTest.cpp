@@ -13,6 +13,8 @@
 #include <QTest>
 #include <gtest/gtest.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 class SongInfoTest : public QuietLaunchTest {
@@ -21,18 +23,16 @@ protected:
     {
         launch();
         // Long enough to be still playing while a save is written.
-        const QString music = TestEnvironment::makeTempDir(QStringLiteral("music"));
-        TestEnvironment::ffmpeg(TestEnvironment::makeSine(music + QStringLiteral("/a.wav"), 20.0),
-                                music + QStringLiteral("/1.flac"),
-                                {QStringLiteral("-metadata"), QStringLiteral("title=First"),
-                                 QStringLiteral("-metadata"), QStringLiteral("track=3/12"),
-                                 QStringLiteral("-metadata"), QStringLiteral("disc=1")});
-        TestEnvironment::ffmpeg(music + QStringLiteral("/1.flac"), music + QStringLiteral("/2.flac"),
-                                {QStringLiteral("-metadata"), QStringLiteral("title=Second")});
-        QFile::remove(music + QStringLiteral("/a.wav"));
+        const QString music = TestEnvironment::makeTempDir(u"music"_s);
+        TestEnvironment::ffmpeg(
+            TestEnvironment::makeSine(music + u"/a.wav"_s, 20.0), music + u"/1.flac"_s,
+            {u"-metadata"_s, u"title=First"_s, u"-metadata"_s, u"track=3/12"_s, u"-metadata"_s, u"disc=1"_s});
+        TestEnvironment::ffmpeg(music + u"/1.flac"_s, music + u"/2.flac"_s,
+                                {u"-metadata"_s, u"title=Second"_s});
+        QFile::remove(music + u"/a.wav"_s);
         delegate->addFilesToLibrary({music});
         delegate->queue()->waitUntilAllOperationsAreFinished();
-        delegate->setSortKey(QStringLiteral("name"));
+        delegate->setSortKey(u"name"_s);
         songs = delegate->songs();
         ASSERT_EQ(songs.size(), 2);
     }
@@ -61,20 +61,18 @@ protected:
 
 TEST(SongInfoText, NumbersSplitAtOfAndBitRatesBelowAKbpsAreNotAvailable)
 {
-    EXPECT_EQ(SongInfo::splitNumber(QStringLiteral("3 of 12")),
-              std::make_pair(QStringLiteral("3"), QStringLiteral("12")));
-    EXPECT_EQ(SongInfo::splitNumber(QStringLiteral("3")), std::make_pair(QStringLiteral("3"), QString()));
-    EXPECT_EQ(SongInfo::joinNumber(QStringLiteral("3"), QStringLiteral("12")),
-              QVariant(QStringLiteral("3 of 12")));
-    EXPECT_EQ(SongInfo::joinNumber(QStringLiteral("3"), QString()), QVariant(QStringLiteral("3")));
+    EXPECT_EQ(SongInfo::splitNumber(u"3 of 12"_s), std::make_pair(u"3"_s, u"12"_s));
+    EXPECT_EQ(SongInfo::splitNumber(u"3"_s), std::make_pair(u"3"_s, QString()));
+    EXPECT_EQ(SongInfo::joinNumber(u"3"_s, u"12"_s), QVariant(u"3 of 12"_s));
+    EXPECT_EQ(SongInfo::joinNumber(u"3"_s, QString()), QVariant(u"3"_s));
     // A total without a number is dropped with it: the tag goes.
-    EXPECT_FALSE(SongInfo::joinNumber(QString(), QStringLiteral("12")).isValid());
+    EXPECT_FALSE(SongInfo::joinNumber(QString(), u"12"_s).isValid());
 
-    EXPECT_EQ(SongInfo::bitRateText(320000), QStringLiteral("320 kbps"));
-    EXPECT_EQ(SongInfo::bitRateText(1000), QStringLiteral("1 kbps"));
-    EXPECT_EQ(SongInfo::bitRateText(999), QStringLiteral("n/a"));
-    EXPECT_EQ(SongInfo::bitRateText(0), QStringLiteral("n/a"));
-    EXPECT_EQ(SongInfo::sampleRateText(44100), QStringLiteral("44.100 kHz"));
+    EXPECT_EQ(SongInfo::bitRateText(320000), u"320 kbps"_s);
+    EXPECT_EQ(SongInfo::bitRateText(1000), u"1 kbps"_s);
+    EXPECT_EQ(SongInfo::bitRateText(999), u"n/a"_s);
+    EXPECT_EQ(SongInfo::bitRateText(0), u"n/a"_s);
+    EXPECT_EQ(SongInfo::sampleRateText(44100), u"44.100 kHz"_s);
 
     // Covers fill the square across their long side, centred and framed on whole pixels.
     const QRectF square(0, 0, 100, 100);
@@ -86,23 +84,23 @@ TEST(SongInfoText, NumbersSplitAtOfAndBitRatesBelowAKbpsAreNotAvailable)
 TEST_F(SongInfoTest, TheFieldsShowTheSongAndTheFileDecidesWhatCanBeEdited)
 {
     open(0);
-    EXPECT_EQ(text("title"), QStringLiteral("First"));
-    EXPECT_EQ(text("trackNumber"), QStringLiteral("3"));
-    EXPECT_EQ(text("trackTotal"), QStringLiteral("12"));
-    EXPECT_EQ(text("discNumber"), QStringLiteral("1"));
+    EXPECT_EQ(text("title"), u"First"_s);
+    EXPECT_EQ(text("trackNumber"), u"3"_s);
+    EXPECT_EQ(text("trackTotal"), u"12"_s);
+    EXPECT_EQ(text("discNumber"), u"1"_s);
     EXPECT_EQ(text("discTotal"), QString());
-    EXPECT_EQ(sheet->factText(QStringLiteral("sampleRate")), QStringLiteral("44.100 kHz"));
-    EXPECT_EQ(sheet->factText(QStringLiteral("kind")), songs.at(0)->kind());
+    EXPECT_EQ(sheet->factText(u"sampleRate"_s), u"44.100 kHz"_s);
+    EXPECT_EQ(sheet->factText(u"kind"_s), songs.at(0)->kind());
     for (const char *key : {"title", "artist", "albumArtist", "genre", "trackTotal", "discNumber"})
         EXPECT_TRUE(editable(key)) << key;
-    EXPECT_FALSE(sheet->findChild<QPushButton *>(QStringLiteral("saveChangesButton"))->isEnabled());
+    EXPECT_FALSE(sheet->findChild<QPushButton *>(u"saveChangesButton"_s)->isEnabled());
 
     // The same file as a song of the iTunes library: shown, never written.
     auto iTunes = std::make_shared<Song>(*songs.at(0));
     iTunes->setSongID(101);
     songs = {iTunes};
     open(0);
-    EXPECT_EQ(text("title"), QStringLiteral("First"));
+    EXPECT_EQ(text("title"), u"First"_s);
     for (const char *key : {"title", "artist", "album", "albumArtist", "composer", "genre", "trackNumber",
                             "trackTotal", "discNumber", "discTotal"})
         EXPECT_FALSE(editable(key)) << key;
@@ -111,22 +109,22 @@ TEST_F(SongInfoTest, TheFieldsShowTheSongAndTheFileDecidesWhatCanBeEdited)
 TEST_F(SongInfoTest, WalkingAwayFromEditsAsksAndCancelKeepsThem)
 {
     open(0);
-    auto *previous = sheet->findChild<QPushButton *>(QStringLiteral("previousButton"));
-    auto *next = sheet->findChild<QPushButton *>(QStringLiteral("nextButton"));
+    auto *previous = sheet->findChild<QPushButton *>(u"previousButton"_s);
+    auto *next = sheet->findChild<QPushButton *>(u"nextButton"_s);
     EXPECT_FALSE(previous->isEnabled());
     EXPECT_TRUE(next->isEnabled());
 
-    type("artist", QStringLiteral("Someone"));
+    type("artist", u"Someone"_s);
     EXPECT_TRUE(sheet->hasChanges());
-    LibraryWindowTest::answerNextBox(QStringLiteral("Cancel"));
+    LibraryWindowTest::answerNextBox(u"Cancel"_s);
     next->click();
     EXPECT_EQ(sheet->index(), 0);
-    EXPECT_EQ(text("artist"), QStringLiteral("Someone"));
+    EXPECT_EQ(text("artist"), u"Someone"_s);
 
-    LibraryWindowTest::answerNextBox(QStringLiteral("Don\u2019t Save"));
+    LibraryWindowTest::answerNextBox(u"Don\u2019t Save"_s);
     next->click();
     EXPECT_EQ(sheet->index(), 1);
-    EXPECT_EQ(text("title"), QStringLiteral("Second"));
+    EXPECT_EQ(text("title"), u"Second"_s);
     EXPECT_FALSE(sheet->hasChanges());
     EXPECT_TRUE(previous->isEnabled());
     EXPECT_FALSE(next->isEnabled());
@@ -137,8 +135,8 @@ TEST_F(SongInfoTest, AnEditSavedJustBeforeTheQuitReachesTheFileAndTheLibraryFile
 {
     open(0);
     const qint64 id = songs.at(0)->songID();
-    type("artist", QStringLiteral("Aurelia Strand"));
-    type("trackTotal", QStringLiteral("14"));
+    type("artist", u"Aurelia Strand"_s);
+    type("trackTotal", u"14"_s);
     type("discNumber", QString()); // emptied: the tag goes
     sheet->saveChanges();
     sheet.reset();
@@ -146,12 +144,12 @@ TEST_F(SongInfoTest, AnEditSavedJustBeforeTheQuitReachesTheFileAndTheLibraryFile
     launch(); // after the shutdown of this one
     const SongPtr stored = delegate->library().value(id);
     ASSERT_TRUE(stored);
-    EXPECT_EQ(stored->artist(), QStringLiteral("Aurelia Strand"));
-    EXPECT_EQ(stored->track(), QStringLiteral("3 of 14"));
+    EXPECT_EQ(stored->artist(), u"Aurelia Strand"_s);
+    EXPECT_EQ(stored->track(), u"3 of 14"_s);
     const SongPtr file = Song::initWithURL(stored->URL());
     ASSERT_TRUE(file);
-    EXPECT_EQ(file->artist(), QStringLiteral("Aurelia Strand"));
-    EXPECT_EQ(file->track(), QStringLiteral("3 of 14"));
+    EXPECT_EQ(file->artist(), u"Aurelia Strand"_s);
+    EXPECT_EQ(file->track(), u"3 of 14"_s);
     EXPECT_TRUE(file->disc().isEmpty()) << file->disc().toStdString();
 }
 
@@ -166,7 +164,7 @@ TEST_F(SongInfoTest, SavingThePlayingSongPausesItWhileTheFileIsWrittenAndPlaysOn
 
     QSignalSpy playing(stream, &Stream::playingChanged);
     QSignalSpy saved(sheet.get(), &SongInfo::saved);
-    sheet->field(QStringLiteral("album"))->setText(QStringLiteral("Live"));
+    sheet->field(u"album"_s)->setText(u"Live"_s);
     sheet->saveChanges();
     ASSERT_TRUE(saved.wait(10000));
     EXPECT_TRUE(saved.at(0).at(0).toBool());
@@ -174,5 +172,5 @@ TEST_F(SongInfoTest, SavingThePlayingSongPausesItWhileTheFileIsWrittenAndPlaysOn
     EXPECT_FALSE(playing.at(0).at(0).toBool());
     EXPECT_TRUE(playing.at(1).at(0).toBool());
     EXPECT_EQ(stream->currentSong(), songs.at(0));
-    EXPECT_EQ(songs.at(0)->album(), QStringLiteral("Live"));
+    EXPECT_EQ(songs.at(0)->album(), u"Live"_s);
 }

@@ -24,6 +24,8 @@
 #include <cmath>
 #include <gtest/gtest.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 using Drop = SongTableController::DropKind;
@@ -32,10 +34,9 @@ class SongTableTest : public QuietLaunchTest {
 protected:
     void SetUp() override
     {
-        settings.setValue(QStringLiteral("suppressConfirmDeleteSongAlert"), true);
+        settings.setValue(u"suppressConfirmDeleteSongAlert"_s, true);
         launch(false);
-        QuietLaunch::addSongs(*delegate,
-                              {QStringLiteral("c.flac"), QStringLiteral("a.flac"), QStringLiteral("b.flac")});
+        QuietLaunch::addSongs(*delegate, {u"c.flac"_s, u"a.flac"_s, u"b.flac"_s});
         library = delegate->localPlaylists().first();
         delegate->setSelectedPlaylist(library);
         controller = std::make_unique<LibraryController>(*delegate);
@@ -57,43 +58,42 @@ protected:
 TEST_F(SongTableTest, EveryWordOfASearchMustBeFoundWithinOneField)
 {
     QLineEdit *field = controller->window()->searchField();
-    field->setText(QStringLiteral("  harbour  lights "));
+    field->setText(u"  harbour  lights "_s);
     // The field's text reaches the selected playlist's search in the scope of every field.
     ASSERT_TRUE(library->predicate());
     EXPECT_EQ(library->predicate()->groups().size(), 7);
     // A change of scope runs the search again at once.
     controller->setSearchScope(2);
     ASSERT_EQ(library->predicate()->groups().size(), 1);
-    EXPECT_EQ(library->predicate()->groups().at(0).at(0).key, QStringLiteral("artist"));
+    EXPECT_EQ(library->predicate()->groups().at(0).at(0).key, u"artist"_s);
 
-    field->setText(QStringLiteral("a"));
+    field->setText(u"a"_s);
     controller->setSearchScope(1);
-    EXPECT_EQ(names(), QStringList{QStringLiteral("a")});
+    EXPECT_EQ(names(), QStringList{u"a"_s});
     // Typing on narrows the hits, Backspace brings back those of the shorter text.
-    field->setText(QStringLiteral("a x"));
+    field->setText(u"a x"_s);
     EXPECT_TRUE(names().isEmpty());
-    field->setText(QStringLiteral("a "));
-    EXPECT_EQ(names(), QStringList{QStringLiteral("a")});
-    library->setSortKey(QStringLiteral("name"));
+    field->setText(u"a "_s);
+    EXPECT_EQ(names(), QStringList{u"a"_s});
+    library->setSortKey(u"name"_s);
     delegate->refreshCurrentSongs();
-    field->setText(QStringLiteral(""));
-    field->setText(QStringLiteral("b"));
-    EXPECT_EQ(names(), QStringList{QStringLiteral("b")});
-    field->setText(QStringLiteral(" \t "));
+    field->setText(u""_s);
+    field->setText(u"b"_s);
+    EXPECT_EQ(names(), QStringList{u"b"_s});
+    field->setText(u" \t "_s);
     EXPECT_FALSE(library->predicate());
     EXPECT_EQ(names().size(), 3);
 }
 
 TEST(SongTableFooter, TheTotalTimeCutsMinutesAndRoundsSeconds)
 {
-    EXPECT_EQ(SongTableController::totalTimeText(119.7), QStringLiteral("01:00"));
-    EXPECT_EQ(SongTableController::totalTimeText(59.6), QStringLiteral("00:00"));
-    EXPECT_EQ(SongTableController::totalTimeText(3600), QStringLiteral("1:00:00"));
-    EXPECT_EQ(SongTableController::totalTimeText(7322.4), QStringLiteral("2:02:02"));
-    EXPECT_EQ(SongTableController::totalTimeText(0), QStringLiteral("00:00"));
-    EXPECT_EQ(SongTableController::footerText(1, 61, 1500),
-              QStringLiteral("1 song, 01:01 total time, 1.50 KB"));
-    EXPECT_EQ(SongTableController::footerText(0, 0, 0), QStringLiteral("0 songs, 00:00 total time, 0 bytes"));
+    EXPECT_EQ(SongTableController::totalTimeText(119.7), u"01:00"_s);
+    EXPECT_EQ(SongTableController::totalTimeText(59.6), u"00:00"_s);
+    EXPECT_EQ(SongTableController::totalTimeText(3600), u"1:00:00"_s);
+    EXPECT_EQ(SongTableController::totalTimeText(7322.4), u"2:02:02"_s);
+    EXPECT_EQ(SongTableController::totalTimeText(0), u"00:00"_s);
+    EXPECT_EQ(SongTableController::footerText(1, 61, 1500), u"1 song, 01:01 total time, 1.50 KB"_s);
+    EXPECT_EQ(SongTableController::footerText(0, 0, 0), u"0 songs, 00:00 total time, 0 bytes"_s);
 }
 
 TEST(SongTableStatusColumn, IsSizedForTheNumberBelowTheLastRow)
@@ -104,9 +104,9 @@ TEST(SongTableStatusColumn, IsSizedForTheNumberBelowTheLastRow)
         return int(std::ceil(float(QFontMetricsF(font).horizontalAdvance(text)) + 4 + 4 + 18));
     };
     Playlist plain;
-    EXPECT_EQ(SongTableController::ordinalColumnWidth(&plain, 10, font), width(QStringLiteral("9")));
-    EXPECT_EQ(SongTableController::ordinalColumnWidth(&plain, 101, font), width(QStringLiteral("100")));
-    EXPECT_EQ(SongTableController::ordinalColumnWidth(&plain, 0, font), width(QStringLiteral("-1")));
+    EXPECT_EQ(SongTableController::ordinalColumnWidth(&plain, 10, font), width(u"9"_s));
+    EXPECT_EQ(SongTableController::ordinalColumnWidth(&plain, 101, font), width(u"100"_s));
+    EXPECT_EQ(SongTableController::ordinalColumnWidth(&plain, 0, font), width(u"-1"_s));
     LibraryPlaylist library;
     EXPECT_EQ(SongTableController::ordinalColumnWidth(&library, 100000, font), 18);
 }
@@ -126,7 +126,7 @@ TEST(SongTableDrops, FileNamesThatAreNotUtf8LeaveAsTheirBytes)
 TEST(SongTableDrops, FilesGoToAnyOpenListAndSongsMoveOnlyInAManualOrder)
 {
     QMimeData files;
-    files.setUrls({QUrl::fromLocalFile(QStringLiteral("/music/x.flac"))});
+    files.setUrls({QUrl::fromLocalFile(u"/music/x.flac"_s)});
     QMimeData songs;
     songs.setData(SongIDsMimeData::mimeType, SongIDsMimeData::encode({-1, -2}));
     // Our own drag carries the files too: it is a move, not an import.
@@ -134,10 +134,10 @@ TEST(SongTableDrops, FilesGoToAnyOpenListAndSongsMoveOnlyInAManualOrder)
     ours.setData(SongIDsMimeData::mimeType, SongIDsMimeData::encode({-1}));
     ours.setUrls(files.urls());
     QMimeData text;
-    text.setText(QStringLiteral("hello"));
+    text.setText(u"hello"_s);
 
     Playlist manual;
-    manual.setSortKey(QStringLiteral("ordinal"));
+    manual.setSortKey(u"ordinal"_s);
     EXPECT_EQ(SongTableController::dropKind(&files, &manual), Drop::Files);
     EXPECT_EQ(SongTableController::dropKind(&songs, &manual), Drop::Move);
     EXPECT_EQ(SongTableController::dropKind(&ours, &manual), Drop::Move);
@@ -145,33 +145,33 @@ TEST(SongTableDrops, FilesGoToAnyOpenListAndSongsMoveOnlyInAManualOrder)
     EXPECT_EQ(SongTableController::dropKind(&files, nullptr), Drop::Refuse);
 
     Playlist sorted;
-    sorted.setSortKey(QStringLiteral("artist"));
+    sorted.setSortKey(u"artist"_s);
     EXPECT_EQ(SongTableController::dropKind(&songs, &sorted), Drop::Refuse);
     EXPECT_EQ(SongTableController::dropKind(&files, &sorted), Drop::Files);
     Playlist shuffled;
-    shuffled.setSortKey(QStringLiteral("ordinal"));
+    shuffled.setSortKey(u"ordinal"_s);
     shuffled.setShuffle(true, nullptr);
     EXPECT_EQ(SongTableController::dropKind(&songs, &shuffled), Drop::Refuse);
     Playlist locked;
-    locked.setSortKey(QStringLiteral("ordinal"));
+    locked.setSortKey(u"ordinal"_s);
     locked.setLocked(true);
     EXPECT_EQ(SongTableController::dropKind(&songs, &locked), Drop::Refuse);
     EXPECT_EQ(SongTableController::dropKind(&files, &locked), Drop::Refuse);
     LibraryPlaylist library;
-    library.setSortKey(QStringLiteral("ordinal"));
+    library.setSortKey(u"ordinal"_s);
     EXPECT_EQ(SongTableController::dropKind(&files, &library), Drop::Files);
     EXPECT_EQ(SongTableController::dropKind(&songs, &library), Drop::Refuse);
 }
 
 TEST_F(SongTableTest, EachPlaylistKeepsItsSelectionAndASortKeepsTheSelectedSongs)
 {
-    library->setSortKey(QStringLiteral("name"));
+    library->setSortKey(u"name"_s);
     delegate->refreshCurrentSongs();
-    ASSERT_EQ(names(), (QStringList{QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")}));
+    ASSERT_EQ(names(), (QStringList{u"a"_s, u"b"_s, u"c"_s}));
     table()->setSelectedSongIndexes({0});
     // Sorting the other way round: "a" is still the one selected, now at the bottom.
-    table()->columnClicked(QStringLiteral("name"));
-    ASSERT_EQ(names().first(), QStringLiteral("c"));
+    table()->columnClicked(u"name"_s);
+    ASSERT_EQ(names().first(), u"c"_s);
     EXPECT_EQ(table()->selectedSongIndexes(), Playlist::Rows{2});
 
     delegate->newPlaylistWithSongs(delegate->songs());
@@ -199,10 +199,10 @@ TEST_F(SongTableTest, TheMenusCommandsReachTheFocusedTable)
     ASSERT_TRUE(QTest::qWaitFor([&] { return QApplication::focusWidget() == view; }, 2000));
     EXPECT_EQ(MainMenu::commandTarget("deleteSelection"), table());
     EXPECT_EQ(MainMenu::commandTarget("cut"), nullptr) << "the table has nothing to cut";
-    EXPECT_FALSE(table()->validateCommand(QStringLiteral("deleteSelection"), nullptr)) << "nothing selected";
+    EXPECT_FALSE(table()->validateCommand(u"deleteSelection"_s, nullptr)) << "nothing selected";
     table()->setSelectedSongIndexes({1});
-    EXPECT_TRUE(table()->validateCommand(QStringLiteral("getInfo"), nullptr));
-    EXPECT_TRUE(table()->validateCommand(QStringLiteral("deleteSelection"), nullptr));
+    EXPECT_TRUE(table()->validateCommand(u"getInfo"_s, nullptr));
+    EXPECT_TRUE(table()->validateCommand(u"deleteSelection"_s, nullptr));
     QMetaObject::invokeMethod(MainMenu::commandTarget("deleteSelection"), "deleteSelection");
     EXPECT_EQ(names().size(), 2);
     EXPECT_EQ(delegate->library().size(), 2);
@@ -213,33 +213,33 @@ TEST_F(SongTableTest, TheMenusCommandsReachTheFocusedTable)
     EXPECT_EQ(MainMenu::commandTarget("selectAll"), controller->window()->searchField());
     EXPECT_EQ(MainMenu::commandTarget("deleteSelection"), nullptr);
 
-    settings.setValue(QStringLiteral("preferredFormat"), QVariantMap{{QStringLiteral("format"), 6}});
-    EXPECT_EQ(MainMenu::createVersionTitle(), QStringLiteral("Create FLAC Version"));
-    settings.setValue(QStringLiteral("preferredFormat"), QVariantMap{{QStringLiteral("format"), 9}});
-    EXPECT_EQ(MainMenu::createVersionTitle(), QStringLiteral("Create Unknown Version"));
+    settings.setValue(u"preferredFormat"_s, QVariantMap{{u"format"_s, 6}});
+    EXPECT_EQ(MainMenu::createVersionTitle(), u"Create FLAC Version"_s);
+    settings.setValue(u"preferredFormat"_s, QVariantMap{{u"format"_s, 9}});
+    EXPECT_EQ(MainMenu::createVersionTitle(), u"Create Unknown Version"_s);
 }
 
 TEST_F(SongTableTest, TheColumnLayoutIsKeptWithStatusAndNameInFront)
 {
     QHeaderView *header = table()->view()->horizontalHeader();
-    const int artist = SongTableModel::columnOf(QStringLiteral("artist"));
-    const int name = SongTableModel::columnOf(QStringLiteral("name"));
+    const int artist = SongTableModel::columnOf(u"artist"_s);
+    const int name = SongTableModel::columnOf(u"name"_s);
     // Nothing goes before the name, and the name does not move.
     header->moveSection(header->visualIndex(artist), 0);
     EXPECT_EQ(header->visualIndex(artist), 2);
     header->moveSection(header->visualIndex(name), 4);
     EXPECT_EQ(header->visualIndex(name), 1);
     header->moveSection(header->visualIndex(artist), 4);
-    table()->setIsHiddenForColumn(false, QStringLiteral("composer"));
-    table()->setIsHiddenForColumn(true, QStringLiteral("genre"));
+    table()->setIsHiddenForColumn(false, u"composer"_s);
+    table()->setIsHiddenForColumn(true, u"genre"_s);
 
     controller.reset();
     controller = std::make_unique<LibraryController>(*delegate);
     header = table()->view()->horizontalHeader();
     EXPECT_EQ(header->visualIndex(artist), 4);
     EXPECT_EQ(header->visualIndex(name), 1);
-    EXPECT_FALSE(table()->isHiddenForColumn(QStringLiteral("composer")));
-    EXPECT_TRUE(table()->isHiddenForColumn(QStringLiteral("genre")));
+    EXPECT_FALSE(table()->isHiddenForColumn(u"composer"_s));
+    EXPECT_TRUE(table()->isHiddenForColumn(u"genre"_s));
 }
 
 } // namespace

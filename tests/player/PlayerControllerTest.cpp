@@ -12,9 +12,11 @@
 #include <QTimer>
 #include <gtest/gtest.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
-const QString kAmp = QStringLiteral("http://plugin.org.uk/swh-plugins/amp");
+const QString kAmp = u"http://plugin.org.uk/swh-plugins/amp"_s;
 
 class PlayerControllerTest : public QuietLaunchTest {
 protected:
@@ -51,7 +53,7 @@ protected:
         for (QAction *maker : menu->actions())
             if (maker->menu())
                 for (QAction *item : maker->menu()->actions())
-                    if (item->data().toMap().value(QStringLiteral("uri")).toString() == kAmp)
+                    if (item->data().toMap().value(u"uri"_s).toString() == kAmp)
                         return item;
         return nullptr;
     }
@@ -65,8 +67,8 @@ protected:
 TEST_F(PlayerControllerTest, TheFourSizesStandAboutTheKeptCentre)
 {
     // The offscreen screen is 800 by 600.
-    settings.setValue(QStringLiteral("playerCenter"), QStringLiteral("{500, 400}"));
-    settings.setValue(QStringLiteral("playerSize"), 2);
+    settings.setValue(u"playerCenter"_s, u"{500, 400}"_s);
+    settings.setValue(u"playerSize"_s, 2);
     makePlayer();
     PlayerWindow *w = player->window();
     EXPECT_TRUE(w->isVisible());
@@ -88,7 +90,7 @@ TEST_F(PlayerControllerTest, TheFourSizesStandAboutTheKeptCentre)
     QTest::mouseMove(panel, from + QPoint(200, -50));
     QTest::mouseRelease(panel, Qt::LeftButton, {}, from + QPoint(200, -50));
     EXPECT_EQ(w->pos(), QPoint(100, 200));
-    EXPECT_EQ(settings.stringForKey(QStringLiteral("playerCenter")), QStringLiteral("{700, 350}"));
+    EXPECT_EQ(settings.stringForKey(u"playerCenter"_s), u"{700, 350}"_s);
 
     // Above 3 the mini player stands instead: this window hides and keeps its frame.
     player->setPlayerSize(4);
@@ -98,13 +100,13 @@ TEST_F(PlayerControllerTest, TheFourSizesStandAboutTheKeptCentre)
 
 TEST_F(PlayerControllerTest, ACentreOnNoScreenFallsBackToTheDefault)
 {
-    settings.setValue(QStringLiteral("playerCenter"), QStringLiteral("{5000, 5000}"));
-    settings.setValue(QStringLiteral("playerSize"), 3);
+    settings.setValue(u"playerCenter"_s, u"{5000, 5000}"_s);
+    settings.setValue(u"playerSize"_s, 3);
     makePlayer();
     // Two thirds of the way up the registered 1920 by 1080 screen (the launch's formula, in Qt's
     // coordinates that grow downwards).
     EXPECT_EQ(player->window()->frameCenter(), QPointF(960, 360));
-    EXPECT_EQ(settings.stringForKey(QStringLiteral("playerCenter")), QStringLiteral("{960, 360}"));
+    EXPECT_EQ(settings.stringForKey(u"playerCenter"_s), u"{960, 360}"_s);
 }
 
 TEST_F(PlayerControllerTest, TheEffectsMenuActsOnTheSlotWhosePopupOpenedIt)
@@ -143,14 +145,14 @@ TEST_F(PlayerControllerTest, ThePositionTextFormatIsKeptAcrossRestarts)
 {
     makePlayer();
     PlayerLabel *text = player->positionText();
-    EXPECT_EQ(text->text(), QStringLiteral("0:00"));
+    EXPECT_EQ(text->text(), u"0:00"_s);
     QTest::mouseClick(text, Qt::LeftButton, {}, text->rect().center());
-    EXPECT_EQ(text->text(), QStringLiteral("-0:00")) << "remaining time shows at once, with its sign";
+    EXPECT_EQ(text->text(), u"-0:00"_s) << "remaining time shows at once, with its sign";
 
     player.reset();
     makePlayer();
     EXPECT_TRUE(player->positionTextFormat());
-    EXPECT_EQ(player->positionText()->text(), QStringLiteral("-0:00"));
+    EXPECT_EQ(player->positionText()->text(), u"-0:00"_s);
 }
 
 TEST_F(PlayerControllerTest, TheRemoteMarkShowsOnlyWhileAClientIsConnected)

@@ -18,6 +18,8 @@
 
 #include <cmath>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 // The rightmost column of `row` brighter than the unlit track, or -1.
@@ -225,8 +227,8 @@ TEST(PlayerTitle, ScrollsOnlyALineWiderThanTheViewRestingGlidingAndFading)
 TEST(PlayerSignalMark, NamesWhatAltersTheSamplesAndShrinksToADot)
 {
     VEKAudioDeviceFormat card;
-    card.layers = {{QStringLiteral("card"), QStringLiteral("S24_3LE"), 44100, 2, 24, false}};
-    const SignalPath::Source flac{QStringLiteral("FLAC"), 44100, 16, 2};
+    card.layers = {{u"card"_s, u"S24_3LE"_s, 44100, 2, 24, false}};
+    const SignalPath::Source flac{u"FLAC"_s, 44100, 16, 2};
     SignalPath::Settings dithered;
     dithered.ditherEnabled = true;
     dithered.ditherDepth = 8;
@@ -235,13 +237,12 @@ TEST(PlayerSignalMark, NamesWhatAltersTheSamplesAndShrinksToADot)
     mark.resize(150, 36);
     EXPECT_FALSE(QAccessible::queryAccessibleInterface(&mark)->text(QAccessible::Description).size());
     mark.setPath(SignalPath::build(flac, {}, card));
-    EXPECT_EQ(PlayerSignalMark::word(mark.path()), QStringLiteral("Bit-perfect"));
+    EXPECT_EQ(PlayerSignalMark::word(mark.path()), u"Bit-perfect"_s);
     mark.setPath(SignalPath::build(flac, dithered, card));
-    EXPECT_EQ(PlayerSignalMark::word(mark.path()), QStringLiteral("Dithered"));
+    EXPECT_EQ(PlayerSignalMark::word(mark.path()), u"Dithered"_s);
     const QString said = QAccessible::queryAccessibleInterface(&mark)->text(QAccessible::Description);
-    EXPECT_TRUE(said.contains(QStringLiteral("8 bits"))) << said.toStdString();
-    EXPECT_TRUE(mark.toolTip().contains(QStringLiteral("24-bit (S24_3LE), 44.1 kHz")))
-        << mark.toolTip().toStdString();
+    EXPECT_TRUE(said.contains(u"8 bits"_s)) << said.toStdString();
+    EXPECT_TRUE(mark.toolTip().contains(u"24-bit (S24_3LE), 44.1 kHz"_s)) << mark.toolTip().toStdString();
 
     EXPECT_GT(inkOf(&mark).right, 80) << "a pill with its word";
     mark.resize(38, 9);
@@ -252,13 +253,13 @@ TEST(PlayerSignalMark, NamesWhatAltersTheSamplesAndShrinksToADot)
 TEST(SignalPathView, GrowsAndSpeaksAStagePerChange)
 {
     VEKAudioDeviceFormat card;
-    card.layers = {{QStringLiteral("card"), QStringLiteral("S16_LE"), 48000, 2, 16, false}};
-    const SignalPath::Source flac{QStringLiteral("FLAC"), 44100, 16, 2};
+    card.layers = {{u"card"_s, u"S16_LE"_s, 48000, 2, 16, false}};
+    const SignalPath::Source flac{u"FLAC"_s, 44100, 16, 2};
     SignalPathView view;
     const int empty = view.heightForWidth(400);
     SignalPath::Settings quiet;
     quiet.volume = 0.5;
-    quiet.converter = QStringLiteral("soxr quick");
+    quiet.converter = u"soxr quick"_s;
     view.setPath(SignalPath::build(flac, quiet, card));
     // Song, conversion, volume, rounding to the card's 16 bits, device.
     EXPECT_GE(view.heightForWidth(400), empty + 5 * 40);

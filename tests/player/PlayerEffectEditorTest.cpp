@@ -2,21 +2,10 @@
 #include "lv2/VEKLV2Plugin.h"
 #include "player/PlayerEffectEditor.h"
 
-#include <QCheckBox>
 #include <QSlider>
 #include <gtest/gtest.h>
 
-namespace {
-
-std::shared_ptr<APLAudioUnitAudioProcessor> effect(const char *uri)
-{
-    auto p = std::make_shared<APLAudioUnitAudioProcessor>();
-    EXPECT_TRUE(p->init(nullptr));
-    EXPECT_TRUE(p->setPluginURI(QString::fromLatin1(uri)));
-    return p;
-}
-
-} // namespace
+using namespace Qt::StringLiterals;
 
 TEST(PlayerEffectEditor, LogarithmicPortsSpreadDecadesEvenlyAndIntegerPortsStepWhole)
 {
@@ -30,7 +19,10 @@ TEST(PlayerEffectEditor, LogarithmicPortsSpreadDecadesEvenlyAndIntegerPortsStepW
 
 TEST(PlayerEffectEditor, SlidersWriteThePluginAndFollowChangesMadeElsewhere)
 {
-    auto amp = effect("http://plugin.org.uk/swh-plugins/amp"); // one port: gain, -70..70 dB
+    auto amp = std::make_shared<APLAudioUnitAudioProcessor>();
+    ASSERT_TRUE(amp->init(nullptr));
+    // One port: gain, -70..70 dB.
+    ASSERT_TRUE(amp->setPluginURI(u"http://plugin.org.uk/swh-plugins/amp"_s));
     ASSERT_TRUE(amp->plugin());
     PlayerEffectEditor editor(amp);
     const QList<QSlider *> sliders = editor.findChildren<QSlider *>();
@@ -39,10 +31,10 @@ TEST(PlayerEffectEditor, SlidersWriteThePluginAndFollowChangesMadeElsewhere)
     EXPECT_EQ(gain->value(), 500); // 0 dB, the default, in the middle
 
     gain->setValue(250);
-    EXPECT_FLOAT_EQ(amp->plugin()->value(QStringLiteral("gain")), -35.f);
+    EXPECT_FLOAT_EQ(amp->plugin()->value(u"gain"_s), -35.f);
 
-    amp->plugin()->setValue(QStringLiteral("gain"), 35.f);
+    amp->plugin()->setValue(u"gain"_s, 35.f);
     editor.refresh();
     EXPECT_EQ(gain->value(), 750);
-    EXPECT_FLOAT_EQ(amp->plugin()->value(QStringLiteral("gain")), 35.f) << "showing a value wrote it back";
+    EXPECT_FLOAT_EQ(amp->plugin()->value(u"gain"_s), 35.f) << "showing a value wrote it back";
 }

@@ -28,16 +28,24 @@ bool waitForPicture(PlayerPosition &bar, const QString &path)
     }, 20000);
 }
 
+// A bar on screen that follows a transport driven by hand.
+struct ShownBar {
+    explicit ShownBar(int width)
+    {
+        bar.resize(width, 100);
+        bar.show();
+        bar.setTransport(&transport);
+    }
+    FakePlayerTransport transport;
+    PlayerPosition bar;
+};
+
 } // namespace
 
 TEST(PlayerPosition, TheWaveformHoldsTheTrueExtremeOfEveryColumn)
 {
     const QString path = noise("a", 2.3);
-    FakePlayerTransport transport;
-    PlayerPosition bar;
-    bar.resize(718, 100); // a 10-pixel handle, 708 columns
-    bar.show();
-    bar.setTransport(&transport);
+    auto [transport, bar] = ShownBar(718); // a 10-pixel handle, 708 columns
     transport.setSong(path);
     ASSERT_TRUE(waitForPicture(bar, path));
     const VEKWaveformBuffer &waveform = *bar.waveform();
@@ -76,11 +84,7 @@ TEST(PlayerPosition, ANewSongStopsTheOldReadingAfterItsCurrentColumn)
     op.start();
     EXPECT_EQ(op.waveform()->frames(), 11u);
 
-    FakePlayerTransport transport;
-    PlayerPosition bar;
-    bar.resize(1000, 100);
-    bar.show();
-    bar.setTransport(&transport);
+    auto [transport, bar] = ShownBar(1000);
     transport.setSong(first);
     const auto old = bar.operation();
     transport.setSong(second);
@@ -91,13 +95,9 @@ TEST(PlayerPosition, ANewSongStopsTheOldReadingAfterItsCurrentColumn)
 
 TEST(PlayerPosition, SeeksByClickAndDragWithPlaybackPausedForTheGesture)
 {
-    FakePlayerTransport transport;
+    auto [transport, bar] = ShownBar(1436); // the design: a 20-point handle, 1416 of travel
     transport.song = std::make_shared<Song>();
     transport.playing = true;
-    PlayerPosition bar;
-    bar.resize(1436, 100); // the design: a 20-point handle, 1416 of travel
-    bar.show();
-    bar.setTransport(&transport);
     ASSERT_EQ(bar.handleRect().width(), 20.0);
 
     sendMouse(&bar, QEvent::MouseButtonPress, {708, 50});
@@ -143,11 +143,7 @@ TEST(PlayerPosition, ReadsOneColumnPerDevicePixelAtRatioTwo)
         return;
     }
     const QString path = noise("sharp", 1.0);
-    FakePlayerTransport transport;
-    PlayerPosition bar;
-    bar.resize(718, 100);
-    bar.show();
-    bar.setTransport(&transport);
+    auto [transport, bar] = ShownBar(718);
     ASSERT_EQ(bar.devicePixelRatioF(), 2.0);
     transport.setSong(path);
     ASSERT_TRUE(waitForPicture(bar, path));
