@@ -47,44 +47,25 @@ TEST(SignalPath, StagesAndVerdictFollowWhatChangesTheSamples)
     const SignalPath::Source flac24{"FLAC", 44100, 24, 2};
     const SignalPath::Source mp3{"MP3", 44100, 0, 2};
     const auto same = with([](auto &) {});
+    const auto halfVolume = with([](auto &s) { s.volume = 0.5; });
+    const auto dither = with([](auto &s) { s.ditherEnabled = true; });
+    const auto halfVolumeDithered = with([](auto &s) { s.volume = 0.5, s.ditherEnabled = true; });
+    const auto all =
+        with([](auto &s) { s.dim = true, s.mute = true, s.headphones = true, s.effects = {"Amp"}; });
+    const VEKAudioDeviceFormat card24 = device({s24at44});
     const Case cases[] = {
-        {"untouched into a wider word", flac16, same, device({s24at44}), {}, true},
+        {"untouched into a wider word", flac16, same, card24, {}, true},
         {"untouched into float", flac24, same, device({floatAt44}), {}, true},
         {"rate converted", flac16, same, device({s24at48}), {Kind::RateConversion}, false},
-        {"volume below 1",
-         flac16,
-         with([](auto &s) { s.volume = 0.5; }),
-         device({s24at44}),
-         {Kind::Volume},
-         false},
-        {"dither finds nothing to cut",
-         flac16,
-         with([](auto &s) { s.ditherEnabled = true; }),
-         device({s24at44}),
-         {},
-         true},
-        {"dither cuts a longer word",
-         flac24,
-         with([](auto &s) { s.ditherEnabled = true; }),
-         device({s24at44}),
-         {Kind::Dither},
-         false},
-        {"dither after the volume",
-         flac16,
-         with([](auto &s) { s.volume = 0.5, s.ditherEnabled = true; }),
-         device({s24at44}),
-         {Kind::Volume, Kind::Dither},
-         false},
+        {"volume below 1", flac16, halfVolume, card24, {Kind::Volume}, false},
+        {"dither finds nothing to cut", flac16, dither, card24, {}, true},
+        {"dither cuts a longer word", flac24, dither, card24, {Kind::Dither}, false},
+        {"dither after the volume", flac16, halfVolumeDithered, card24, {Kind::Volume, Kind::Dither}, false},
         {"dither off, the device rounds", flac24, same, device({s16at44}), {Kind::Rounding}, false},
-        {"in graph order",
-         flac16,
-         with([](auto &s) { s.dim = true, s.mute = true, s.headphones = true, s.effects = {"Amp"}; }),
-         device({s24at44}),
-         {Kind::Effect, Kind::Headphones, Kind::Dim, Kind::Mute},
-         false},
+        {"graph order", flac16, all, card24, {Kind::Effect, Kind::Headphones, Kind::Dim, Kind::Mute}, false},
         {"ALSA repacks without loss", flac24, same, device({s32at44, s24at44}), {Kind::DeviceLayer}, true},
         {"ALSA cuts the word", flac24, same, device({s32at44, s16at44}), {Kind::DeviceLayer}, false},
-        {"lossy", mp3, same, device({s24at44}), {}, false},
+        {"lossy", mp3, same, card24, {}, false},
         {"device closed", flac16, same, device({}), {}, false},
     };
     for (const Case &c : cases) {
