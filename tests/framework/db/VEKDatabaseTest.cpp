@@ -10,7 +10,7 @@
 namespace {
 QString freshFile()
 {
-    return TestEnvironment::makeTempDir(QStringLiteral("db")) + QStringLiteral("/lib.sqlite");
+    return TestEnvironment::makeTempDir("db") + QStringLiteral("/lib.sqlite");
 }
 }
 
@@ -18,13 +18,13 @@ TEST(VEKDatabase, BindsAndReadsValuesWithoutLoss)
 {
     VEKDatabase db;
     ASSERT_TRUE(db.initWithURL(freshFile()));
-    ASSERT_TRUE(db.executeStatement(QStringLiteral("CREATE TABLE t (i integer, d real, s text);")));
-    auto insert = db.queryWithStatement(QStringLiteral("INSERT INTO t VALUES (?, ?, ?)"));
+    ASSERT_TRUE(db.executeStatement("CREATE TABLE t (i integer, d real, s text);"));
+    auto insert = db.queryWithStatement("INSERT INTO t VALUES (?, ?, ?)");
     ASSERT_TRUE(insert);
     const qint64 threeGiB = qint64(3) << 30;
     ASSERT_TRUE(insert->setIntValue(threeGiB, 0));
     ASSERT_TRUE(insert->setDoubleValue(1.25, 1));
-    ASSERT_TRUE(insert->setStringValue(QStringLiteral("Rock 'n' Roll – Ünïcode"), 2));
+    ASSERT_TRUE(insert->setStringValue("Rock 'n' Roll – Ünïcode", 2));
     ASSERT_TRUE(insert->execute());
     insert->reset();
     insert->setIntValue(-2147483647, 0);
@@ -32,14 +32,14 @@ TEST(VEKDatabase, BindsAndReadsValuesWithoutLoss)
     ASSERT_TRUE(insert->execute());
     insert->reset();
     insert->setIntValue(7, 0);
-    insert->setStringValue(QStringLiteral(""), 2); // empty stays empty, not NULL
+    insert->setStringValue("", 2); // empty stays empty, not NULL
     ASSERT_TRUE(insert->execute());
 
-    auto select = db.queryWithStatement(QStringLiteral("SELECT i, d, s FROM t ORDER BY rowid"));
+    auto select = db.queryWithStatement("SELECT i, d, s FROM t ORDER BY rowid");
     ASSERT_TRUE(select->evaluateNextRow());
     EXPECT_EQ(select->intValueAtColumn(0), threeGiB);
     EXPECT_DOUBLE_EQ(select->doubleValueAtColumn(1), 1.25);
-    EXPECT_EQ(select->stringValueAtColumn(2), QStringLiteral("Rock 'n' Roll – Ünïcode"));
+    EXPECT_EQ(select->stringValueAtColumn(2), "Rock 'n' Roll – Ünïcode");
     ASSERT_TRUE(select->evaluateNextRow());
     EXPECT_EQ(select->intValueAtColumn(0), -2147483647);
     EXPECT_EQ(select->doubleValueAtColumn(1), 0.0);
@@ -55,10 +55,10 @@ TEST(VEKDatabase, ReportsBadStatementsAndForeignFiles)
     VEKDatabase db;
     ASSERT_TRUE(db.initWithURL(freshFile()));
     VEKError error;
-    EXPECT_FALSE(db.executeStatement(QStringLiteral("CREATE TABLEX nonsense"), &error));
+    EXPECT_FALSE(db.executeStatement("CREATE TABLEX nonsense", &error));
     EXPECT_FALSE(error.isNull());
     error = {};
-    EXPECT_EQ(db.queryWithStatement(QStringLiteral("SELECT * FROM missing"), &error), nullptr);
+    EXPECT_EQ(db.queryWithStatement("SELECT * FROM missing", &error), nullptr);
     EXPECT_FALSE(error.isNull());
 
     const QString garbage = freshFile();
@@ -68,29 +68,29 @@ TEST(VEKDatabase, ReportsBadStatementsAndForeignFiles)
     EXPECT_FALSE(corrupt.initWithURL(garbage, &error));
     EXPECT_FALSE(error.isNull());
     // A closed connection fails quietly: callers rely on that after a failed open.
-    EXPECT_FALSE(corrupt.executeStatement(QStringLiteral("SELECT 1")));
-    EXPECT_EQ(corrupt.queryWithStatement(QStringLiteral("SELECT 1")), nullptr);
+    EXPECT_FALSE(corrupt.executeStatement("SELECT 1"));
+    EXPECT_EQ(corrupt.queryWithStatement("SELECT 1"), nullptr);
 }
 
 TEST(VEKDatabase, TransactionsCommitOrRollBackWhole)
 {
     VEKDatabase db;
     ASSERT_TRUE(db.initWithURL(freshFile()));
-    db.executeStatement(QStringLiteral("CREATE TABLE t (i integer);"));
+    db.executeStatement("CREATE TABLE t (i integer);");
     {
         VEKDatabaseTransaction tx(&db);
         ASSERT_TRUE(tx.isActive());
-        db.executeStatement(QStringLiteral("INSERT INTO t VALUES (1);"));
+        db.executeStatement("INSERT INTO t VALUES (1);");
         // no commit: rolled back at scope end
     }
     {
         VEKDatabaseTransaction tx(&db);
-        db.executeStatement(QStringLiteral("INSERT INTO t VALUES (2);"));
+        db.executeStatement("INSERT INTO t VALUES (2);");
         EXPECT_TRUE(tx.commit());
     }
-    auto q = db.queryWithStatement(QStringLiteral("SELECT group_concat(i) FROM t"));
+    auto q = db.queryWithStatement("SELECT group_concat(i) FROM t");
     ASSERT_TRUE(q->evaluateNextRow());
-    EXPECT_EQ(q->stringValueAtColumn(0), QStringLiteral("2"));
+    EXPECT_EQ(q->stringValueAtColumn(0), "2");
 }
 
 TEST(VEKDatabase, ASecondWriterWaitsInsteadOfFailing)
@@ -98,22 +98,22 @@ TEST(VEKDatabase, ASecondWriterWaitsInsteadOfFailing)
     const QString path = freshFile();
     VEKDatabase a;
     ASSERT_TRUE(a.initWithURL(path));
-    a.executeStatement(QStringLiteral("CREATE TABLE t (i integer);"));
+    a.executeStatement("CREATE TABLE t (i integer);");
     ASSERT_TRUE(a.beginTransaction());
-    a.executeStatement(QStringLiteral("INSERT INTO t VALUES (1);"));
+    a.executeStatement("INSERT INTO t VALUES (1);");
 
     bool otherSucceeded = false;
     std::thread other([&] {
         VEKDatabase b;
         if (b.initWithURL(path))
-            otherSucceeded = b.executeStatement(QStringLiteral("INSERT INTO t VALUES (2);"));
+            otherSucceeded = b.executeStatement("INSERT INTO t VALUES (2);");
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     ASSERT_TRUE(a.commitTransaction());
     other.join();
     EXPECT_TRUE(otherSucceeded);
 
-    auto q = a.queryWithStatement(QStringLiteral("SELECT COUNT(*) FROM t"));
+    auto q = a.queryWithStatement("SELECT COUNT(*) FROM t");
     ASSERT_TRUE(q->evaluateNextRow());
     EXPECT_EQ(q->intValueAtColumn(0), 2);
 }

@@ -256,9 +256,9 @@ TEST(Dither, SettingsChangeAtTheNextBufferAndRefusalsKeepTheOld)
     QString error;
     EXPECT_FALSE(d.setProperties(props({{"depth", 40}}), &error));
     EXPECT_FALSE(error.isEmpty());
-    EXPECT_FALSE(d.setProperties(props({{"mbitShape", QStringLiteral("loud")}})));
+    EXPECT_FALSE(d.setProperties(props({{"mbitShape", "loud"}})));
     EXPECT_EQ(d.depth(), 8u);
     y = run(d, x);
     EXPECT_TRUE(onGrid(y, 8));
-    EXPECT_EQ(d.properties().value(QStringLiteral("depth")).toInt(), 8);
+    EXPECT_EQ(d.properties().value("depth").toInt(), 8);
 }

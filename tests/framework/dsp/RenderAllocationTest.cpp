@@ -61,11 +61,11 @@ TEST(RenderAllocation, DitherProcessesWithoutTouchingTheHeap)
         GTEST_SKIP() << "the sanitizer owns the allocator";
     VEKDither dither;
     QVariantMap p = VEKDither::defaultProperties();
-    p.insert(QStringLiteral("autoBlanking"), true);
+    p.insert("autoBlanking", true);
     MultiTone tone{{440}, 0.3, 44100};
     VEKAudioBufferList buffer(2, 512);
     for (int round = 0; round < 4; ++round) {
-        p.insert(QStringLiteral("mbitShape"), round);
+        p.insert("mbitShape", round);
         ASSERT_TRUE(dither.setProperties(p));
         AllocationCounter::start();
         for (int i = 0; i < 50; ++i) {

@@ -83,8 +83,8 @@ RampRun makeRampRun(quint32 bufferFrames, quint64 wanted)
 {
     RampRun run;
     run.stream = build(kRampGraph);
-    run.sink = run.stream->processorWithIdentifier<CaptureSink>(QStringLiteral("sink"));
-    run.conductor = run.stream->processorWithIdentifier<VEKConductorAudioProcessor>(QStringLiteral("conductor"));
+    run.sink = run.stream->processorWithIdentifier<CaptureSink>("sink");
+    run.conductor = run.stream->processorWithIdentifier<VEKConductorAudioProcessor>("conductor");
     run.sink->setFramesPerBuffer(bufferFrames);
     run.sink->setWanted(wanted);
     return run;
@@ -197,7 +197,7 @@ TEST(Conductor, ALandmarkThatJumpsOntoItselfFiresOnceAndPlaysOn)
 TEST(Conductor, ALocationSetIsReportedAtOnceAndRenderedFromTheNextBuffer)
 {
     auto stream = buildChain(kManualRamp);
-    auto *conductor = stream->processorWithIdentifier<VEKConductorAudioProcessor>(QStringLiteral("conductor"));
+    auto *conductor = stream->processorWithIdentifier<VEKConductorAudioProcessor>("conductor");
     ASSERT_TRUE(stream->initialize());
     conductor->start();
     std::vector<float> first = renderManually(*stream, 300, 100, false);
@@ -215,7 +215,7 @@ TEST(Conductor, ALocationSetIsReportedAtOnceAndRenderedFromTheNextBuffer)
 TEST(Conductor, AStoppedTransportHoldsItsLocationAndResumesThere)
 {
     auto stream = buildChain(kManualRamp);
-    auto *conductor = stream->processorWithIdentifier<VEKConductorAudioProcessor>(QStringLiteral("conductor"));
+    auto *conductor = stream->processorWithIdentifier<VEKConductorAudioProcessor>("conductor");
     ASSERT_TRUE(stream->initialize());
     EXPECT_EQ(renderManually(*stream, 64, 64, false), std::vector<float>(64, 0.0f)) << "not started yet";
     conductor->start();

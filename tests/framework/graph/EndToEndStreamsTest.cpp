@@ -50,17 +50,17 @@ Conversion convert(const QString &source, const QString &converterClass, const Q
     EXPECT_TRUE(file);
     if (!file)
         return c;
-    stream->processorWithIdentifier<VEKAudioFileReaderAudioProcessor>(QStringLiteral("reader"))->setAudioFile(file);
-    EXPECT_TRUE(stream->processorWithIdentifier<VEKConverterAudioProcessor>(QStringLiteral("converter"))
+    stream->processorWithIdentifier<VEKAudioFileReaderAudioProcessor>("reader")->setAudioFile(file);
+    EXPECT_TRUE(stream->processorWithIdentifier<VEKConverterAudioProcessor>("converter")
                     ->setInSampleRate(file->sampleRate()));
     if (!converterSettings.isEmpty()) {
-        EXPECT_TRUE(stream->processorWithIdentifier(QStringLiteral("converter"))->setSettings(converterSettings, nullptr));
+        EXPECT_TRUE(stream->processorWithIdentifier("converter")->setSettings(converterSettings, nullptr));
     }
-    auto *writer = stream->processorWithIdentifier<VEKAudioFileWriterAudioProcessor>(QStringLiteral("writer"));
+    auto *writer = stream->processorWithIdentifier<VEKAudioFileWriterAudioProcessor>("writer");
     writer->setBaseDirectory(dir);
     writer->setBaseFilename(name);
-    writer->setExistsAction(QStringLiteral("rename"));
-    writer->setFormat(QStringLiteral("FLAC Audio File"));
+    writer->setExistsAction("rename");
+    writer->setFormat("FLAC Audio File");
     writer->setSampleRate(48000.0);
     writer->setNumberOfChannels(file->numberOfChannels());
     writer->setBitDepth(24);
@@ -107,12 +107,8 @@ QString makeSource(const QString &dir)
 {
     // Two tones, one per channel, 24 bits, a second and a bit (an odd length on purpose).
     const QString path = dir + QStringLiteral("/source.wav");
-    EXPECT_EQ(TestEnvironment::run(QStringLiteral("sox"),
-                                   {QStringLiteral("-D"), QStringLiteral("-r"), QStringLiteral("44100"), QStringLiteral("-n"),
-                                    QStringLiteral("-b"), QStringLiteral("24"), path, QStringLiteral("synth"),
-                                    QStringLiteral("49999s"), QStringLiteral("sine"), QStringLiteral("1000"),
-                                    QStringLiteral("sine"), QStringLiteral("3000"), QStringLiteral("channels"),
-                                    QStringLiteral("2"), QStringLiteral("vol"), QStringLiteral("0.7")}),
+    EXPECT_EQ(TestEnvironment::run("sox", {"-D", "-r", "44100", "-n", "-b", "24", path, "synth", "49999s",
+                                           "sine", "1000", "sine", "3000", "channels", "2", "vol", "0.7"}),
               0);
     return path;
 }
@@ -124,7 +120,7 @@ TEST(ConversionStream, MakesA48kFlacEqualToTheEnginesOwnConversion)
     const QString dir = TestEnvironment::makeTempDir();
     const QString source = makeSource(dir);
     const quint64 expectedFrames = quint64(std::llround(49999.0 * 48000.0 / 44100.0));
-    for (const QString &cls : {QStringLiteral("IZOConverterAudioProcessor"), QStringLiteral("APLConverterAudioProcessor")}) {
+    for (const QString cls : {"IZOConverterAudioProcessor", "APLConverterAudioProcessor"}) {
         const Conversion c = convert(source, cls, dir, cls);
         ASSERT_TRUE(c.ok) << c.error.text().toStdString();
         ASSERT_EQ(c.results.size(), 1);
@@ -173,14 +169,13 @@ TEST(ConversionStream, MasteringConversionAgreesWithSox)
 {
     const QString dir = TestEnvironment::makeTempDir();
     const QString source = makeSource(dir);
-    const Conversion c = convert(source, QStringLiteral("APLConverterAudioProcessor"), dir, QStringLiteral("bats"),
-                                 {{QStringLiteral("complexity"), VEKPlatformConverter::Mastering}});
+    const Conversion c = convert(source, "APLConverterAudioProcessor", dir, "bats",
+                                 {{"complexity", VEKPlatformConverter::Mastering}});
     ASSERT_TRUE(c.ok) << c.error.text().toStdString();
     ASSERT_EQ(c.results.size(), 1);
     const QString soxPath = dir + QStringLiteral("/sox.wav");
-    ASSERT_EQ(TestEnvironment::run(QStringLiteral("sox"), {QStringLiteral("-D"), source, QStringLiteral("-b"), QStringLiteral("32"),
-                                                           QStringLiteral("-e"), QStringLiteral("floating-point"), soxPath,
-                                                           QStringLiteral("rate"), QStringLiteral("-v"), QStringLiteral("48000")}),
+    ASSERT_EQ(TestEnvironment::run(
+                  "sox", {"-D", source, "-b", "32", "-e", "floating-point", soxPath, "rate", "-v", "48000"}),
               0);
     auto ours = VEKAudioFileReader::open(c.results.first());
     auto theirs = VEKAudioFileReader::open(soxPath);

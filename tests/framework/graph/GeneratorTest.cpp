@@ -31,8 +31,8 @@ std::shared_ptr<VEKAudioFileReader> openReader(const QString &path)
 
 const QString &rampFile()
 {
-    static const QString path = makeRampWave(TestEnvironment::makeTempDir(QStringLiteral("ramp")) + QStringLiteral("/ramp.wav"),
-                                             400000);
+    static const QString path =
+        makeRampWave(TestEnvironment::makeTempDir("ramp") + QStringLiteral("/ramp.wav"), 400000);
     return path;
 }
 
@@ -54,8 +54,8 @@ Player makePlayer(const char *sinkClass)
     })").arg(QLatin1String(sinkClass));
     Player p;
     p.stream = build(json.toUtf8().constData());
-    p.generator = p.stream->processorWithIdentifier<VEKAudioFileAudioGenerator>(QStringLiteral("generator"));
-    p.conductor = p.stream->processorWithIdentifier<VEKConductorAudioProcessor>(QStringLiteral("conductor"));
+    p.generator = p.stream->processorWithIdentifier<VEKAudioFileAudioGenerator>("generator");
+    p.conductor = p.stream->processorWithIdentifier<VEKConductorAudioProcessor>("conductor");
     return p;
 }
 
@@ -78,7 +78,7 @@ TEST(Generator, ALandmarkJumpInTheFileIsSampleExact)
     for (const quint32 n : {64u, 1000u, 4096u}) {
         for (const quint32 offset : {0u, 1u, n / 2, n - 1}) {
             Player p = makePlayer("TestCaptureSink");
-            auto *sink = p.stream->processorWithIdentifier<CaptureSink>(QStringLiteral("sink"));
+            auto *sink = p.stream->processorWithIdentifier<CaptureSink>("sink");
             const qint64 landmark = 5 * qint64(n) + offset;
             const qint64 jump = 200000; // far outside what was read ahead: the decoder must seek
             sink->setFramesPerBuffer(n);

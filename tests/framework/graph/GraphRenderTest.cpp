@@ -38,28 +38,28 @@ const char *kTwoBranches = R"({
 TEST(Connections, AnInactiveConnectionIsSilentAndNotPulledAndAMixerSumsTheActiveOnes)
 {
     auto stream = build(kTwoBranches);
-    auto *a = stream->processorWithIdentifier<CountingSource>(QStringLiteral("a"));
-    auto *b = stream->processorWithIdentifier<CountingSource>(QStringLiteral("b"));
+    auto *a = stream->processorWithIdentifier<CountingSource>("a");
+    auto *b = stream->processorWithIdentifier<CountingSource>("b");
     ASSERT_TRUE(stream->initialize());
-    EXPECT_FALSE(stream->connectionWithIdentifier(QStringLiteral("aToMixer"))->isActive());
+    EXPECT_FALSE(stream->connectionWithIdentifier("aToMixer")->isActive());
 
     EXPECT_EQ(renderManually(*stream, 1024, 256, false), std::vector<float>(1024, 0.5f));
     EXPECT_EQ(a->pulls(), 0u);
     EXPECT_EQ(b->pulls(), 4u);
 
     // Switching over is exact from the next buffer on.
-    stream->connectionWithIdentifier(QStringLiteral("aToMixer"))->setActive(true);
-    stream->connectionWithIdentifier(QStringLiteral("bToMixer"))->setActive(false);
+    stream->connectionWithIdentifier("aToMixer")->setActive(true);
+    stream->connectionWithIdentifier("bToMixer")->setActive(false);
     EXPECT_EQ(renderManually(*stream, 256, 256, false), std::vector<float>(256, 0.25f));
     EXPECT_EQ(a->pulls(), 1u);
     EXPECT_EQ(b->pulls(), 4u);
 
-    stream->connectionWithIdentifier(QStringLiteral("aToMixer"))->setActive(false);
+    stream->connectionWithIdentifier("aToMixer")->setActive(false);
     EXPECT_EQ(renderManually(*stream, 256, 256, false), std::vector<float>(256, 0.0f));
 
     // The mixer sums what is active.
-    stream->connectionWithIdentifier(QStringLiteral("aToMixer"))->setActive(true);
-    stream->connectionWithIdentifier(QStringLiteral("bToMixer"))->setActive(true);
+    stream->connectionWithIdentifier("aToMixer")->setActive(true);
+    stream->connectionWithIdentifier("bToMixer")->setActive(true);
     EXPECT_EQ(renderManually(*stream, 300, 128, false), std::vector<float>(300, 0.75f));
 }
 
@@ -76,7 +76,7 @@ TEST(Router, EachOutputTakesTheInputsTiedToItBitExact)
                     list.channel(c)[f] = 0.1f * float(c + 1) + 1e-7f * float(f);
         }
     };
-    VEKAudioProcessor::registerClass(QStringLiteral("TestMarkedChannels"),
+    VEKAudioProcessor::registerClass("TestMarkedChannels",
                                      [] { return VEKAudioProcessorPtr(std::make_shared<Marked>()); });
     auto stream = build(R"({
       "processors": [
@@ -108,7 +108,7 @@ TEST(Router, AMonoInputTiedToBothOutputsIsHeardOnBothSides)
       ],
       "chains": [["source", "router", "sink"]]
     })");
-    auto *router = stream->processorWithIdentifier<VEKRouterAudioProcessor>(QStringLiteral("router"));
+    auto *router = stream->processorWithIdentifier<VEKRouterAudioProcessor>("router");
     ASSERT_TRUE(stream->initialize());
     EXPECT_EQ(router->inputConnection()->numberOfChannels(), 1u);
     VEKAudioBufferList out(2, 32);
@@ -128,7 +128,7 @@ TEST(Processors, ADisabledProcessorPassesItsInputUnchanged)
     auto stream = buildChain({R"({"identifier": "source", "class": "TestCountingSource", "settings": {"value": 0.3}})",
                               R"({"identifier": "volume", "class": "VEKVolumeAudioProcessor", "settings": {"scalar": 0.5}})",
                               R"({"identifier": "sink", "class": "TestManualSink"})"});
-    auto *volume = stream->processorWithIdentifier(QStringLiteral("volume"));
+    auto *volume = stream->processorWithIdentifier("volume");
     ASSERT_TRUE(stream->initialize());
     EXPECT_EQ(renderManually(*stream, 64, 64, false), std::vector<float>(64, 0.15f));
     // By key, as the menus and the remote do it.
@@ -142,7 +142,7 @@ TEST(Docks, AnEmptyDockPassesAudioAndAFilledOneRendersItsProcessor)
     auto stream = buildChain({R"({"identifier": "source", "class": "TestCountingSource", "settings": {"value": 0.8}})",
                               R"({"identifier": "effectDock", "class": "VEKAudioDock"})",
                               R"({"identifier": "sink", "class": "TestManualSink"})"});
-    auto *dock = stream->processorWithIdentifier<VEKAudioDock>(QStringLiteral("effectDock"));
+    auto *dock = stream->processorWithIdentifier<VEKAudioDock>("effectDock");
     ASSERT_TRUE(stream->initialize());
     EXPECT_EQ(renderManually(*stream, 32, 32, false), std::vector<float>(32, 0.8f));
 
@@ -167,8 +167,8 @@ TEST(Docks, ProcessorsSwappedWhileTheOutputRendersTakeEffectAndAreLetGo)
                               R"({"identifier": "effectDock", "class": "VEKAudioDock"})",
                               R"({"identifier": "hardware", "class": "VEKHardwareAudioProcessor", "settings": {"framesPerBuffer": 64}})"});
     auto device = std::make_shared<FakeDevice>(44100.0, 1.0, 1 << 22);
-    ASSERT_TRUE(stream->processorWithIdentifier<VEKHardwareAudioProcessor>(QStringLiteral("hardware"))->setDevice(device));
-    auto *dock = stream->processorWithIdentifier<VEKAudioDock>(QStringLiteral("effectDock"));
+    ASSERT_TRUE(stream->processorWithIdentifier<VEKHardwareAudioProcessor>("hardware")->setDevice(device));
+    auto *dock = stream->processorWithIdentifier<VEKAudioDock>("effectDock");
     ASSERT_TRUE(stream->initialize());
     ASSERT_TRUE(stream->start());
     FakeOutput *output = device->lastOutput();
@@ -210,8 +210,8 @@ TEST(Docks, ACrossfadingDockChangesWithoutAGapOrAStep)
                               R"({"identifier": "effectDock", "class": "VEKAudioDock"})",
                               R"({"identifier": "hardware", "class": "VEKHardwareAudioProcessor", "settings": {"framesPerBuffer": 128}})"});
     auto device = std::make_shared<FakeDevice>(44100.0, 1.0, 1 << 20);
-    stream->processorWithIdentifier<VEKHardwareAudioProcessor>(QStringLiteral("hardware"))->setDevice(device);
-    auto *dock = stream->processorWithIdentifier<VEKAudioDock>(QStringLiteral("effectDock"));
+    stream->processorWithIdentifier<VEKHardwareAudioProcessor>("hardware")->setDevice(device);
+    auto *dock = stream->processorWithIdentifier<VEKAudioDock>("effectDock");
     dock->setCrossfadeDuration(0.005);
     ASSERT_TRUE(stream->initialize());
     ASSERT_TRUE(stream->start());

@@ -35,8 +35,8 @@ TEST(Volume, AScalarOfOneLeavesEverySampleBitIdentical)
     for (float &s : samples)
         s = any(random);
     samples[3] = 1e-38f; // a denormal-adjacent value survives too
-    stream->processorWithIdentifier<SequenceSource>(QStringLiteral("source"))->setSamples(samples);
-    auto *volume = stream->processorWithIdentifier<VEKVolumeAudioProcessor>(QStringLiteral("volume"));
+    stream->processorWithIdentifier<SequenceSource>("source")->setSamples(samples);
+    auto *volume = stream->processorWithIdentifier<VEKVolumeAudioProcessor>("volume");
     ASSERT_TRUE(stream->initialize());
     // Set back to exactly one after another value: the ramp ends on one and then leaves the bits.
     volume->setScalar(0.5f);
@@ -51,8 +51,8 @@ TEST(Volume, AScalarOfOneLeavesEverySampleBitIdentical)
 TEST(Volume, AChangeRampsOverOneBufferWithoutAStep)
 {
     auto stream = build(kVolumeGraph);
-    stream->processorWithIdentifier<SequenceSource>(QStringLiteral("source"))->setSamples({1.0f});
-    auto *volume = stream->processorWithIdentifier<VEKVolumeAudioProcessor>(QStringLiteral("volume"));
+    stream->processorWithIdentifier<SequenceSource>("source")->setSamples({1.0f});
+    auto *volume = stream->processorWithIdentifier<VEKVolumeAudioProcessor>("volume");
     ASSERT_TRUE(stream->initialize());
     renderManually(*stream, 512, 512, false);
     volume->setScalar(0.25f);
@@ -74,11 +74,11 @@ TEST(Volume, AChangeRampsOverOneBufferWithoutAStep)
 TEST(Meter, ShowsThePeakAndFallsAtItsDecayRate)
 {
     auto stream = build(kVolumeGraph);
-    auto *source = stream->processorWithIdentifier<SequenceSource>(QStringLiteral("source"));
+    auto *source = stream->processorWithIdentifier<SequenceSource>("source");
     std::vector<float> burst(441, 0.0f);
     burst[100] = -0.5f; // a single negative peak counts by its magnitude
     source->setSamples(burst);
-    auto *meter = stream->processorWithIdentifier<VEKMeterAudioProcessor>(QStringLiteral("meter"));
+    auto *meter = stream->processorWithIdentifier<VEKMeterAudioProcessor>("meter");
     ASSERT_TRUE(stream->initialize());
     EXPECT_EQ(meter->levelOfChannel(0), 0.0f);
     renderManually(*stream, 441, 441, false);

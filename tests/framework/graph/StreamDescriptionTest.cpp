@@ -47,24 +47,24 @@ TEST(StreamDescription, ThePlayerGraphBuildsWithEveryIdentifierItPromises)
         EXPECT_NE(stream.processorWithIdentifier<VEKAudioDock>(QLatin1String(id)), nullptr) << id;
     for (const char *id : {"preEffectsMeter", "postEffectsMeter", "postVolumeMeter"})
         EXPECT_NE(stream.processorWithIdentifier<VEKMeterAudioProcessor>(QLatin1String(id)), nullptr) << id;
-    EXPECT_NE(stream.processorWithIdentifier<VEKVolumeAudioProcessor>(QStringLiteral("volume")), nullptr);
-    EXPECT_NE(stream.processorWithIdentifier<VEKHardwareAudioProcessor>(QStringLiteral("hardware")), nullptr);
-    EXPECT_EQ(stream.processorWithIdentifier(QStringLiteral("conductor")), stream.conductor());
-    EXPECT_EQ(stream.processorWithIdentifier(QStringLiteral("nothing")), nullptr);
+    EXPECT_NE(stream.processorWithIdentifier<VEKVolumeAudioProcessor>("volume"), nullptr);
+    EXPECT_NE(stream.processorWithIdentifier<VEKHardwareAudioProcessor>("hardware"), nullptr);
+    EXPECT_EQ(stream.processorWithIdentifier("conductor"), stream.conductor());
+    EXPECT_EQ(stream.processorWithIdentifier("nothing"), nullptr);
 
-    VEKAudioConnection *one = stream.connectionWithIdentifier(QStringLiteral("converter1ToMixer"));
-    VEKAudioConnection *two = stream.connectionWithIdentifier(QStringLiteral("converter2ToMixer"));
+    VEKAudioConnection *one = stream.connectionWithIdentifier("converter1ToMixer");
+    VEKAudioConnection *two = stream.connectionWithIdentifier("converter2ToMixer");
     ASSERT_NE(one, nullptr);
     ASSERT_NE(two, nullptr);
     EXPECT_FALSE(one->isActive());
     EXPECT_FALSE(two->isActive());
-    auto *mixer = stream.processorWithIdentifier<VEKMixerAudioProcessor>(QStringLiteral("mixer"));
+    auto *mixer = stream.processorWithIdentifier<VEKMixerAudioProcessor>("mixer");
     EXPECT_EQ(mixer->inputConnections(), (QList<VEKAudioConnection *>{one, two}));
-    EXPECT_EQ(stream.processorWithIdentifier(QStringLiteral("player1ConverterDock"))->outputConnection(), one);
+    EXPECT_EQ(stream.processorWithIdentifier("player1ConverterDock")->outputConnection(), one);
 
     // The generators are timed by the conductor after the mixer; the meters are not.
-    EXPECT_EQ(stream.processorWithIdentifier(QStringLiteral("player2Generator"))->conductor(), stream.conductor());
-    EXPECT_EQ(stream.processorWithIdentifier(QStringLiteral("postVolumeMeter"))->conductor(), nullptr);
+    EXPECT_EQ(stream.processorWithIdentifier("player2Generator")->conductor(), stream.conductor());
+    EXPECT_EQ(stream.processorWithIdentifier("postVolumeMeter")->conductor(), nullptr);
 }
 
 TEST(StreamDescription, InitialisingThePlayerGraphTakesTheDevicesRateEverywhere)
@@ -72,10 +72,10 @@ TEST(StreamDescription, InitialisingThePlayerGraphTakesTheDevicesRateEverywhere)
     VEKAudioStream stream;
     ASSERT_TRUE(stream.initWithDescriptionFile(fixture()));
     auto device = std::make_shared<FakeDevice>(48000.0);
-    auto *hardware = stream.processorWithIdentifier<VEKHardwareAudioProcessor>(QStringLiteral("hardware"));
+    auto *hardware = stream.processorWithIdentifier<VEKHardwareAudioProcessor>("hardware");
     EXPECT_FALSE(stream.initialize()) << "no device yet";
     ASSERT_TRUE(hardware->setDevice(device));
-    auto *router = stream.processorWithIdentifier<VEKRouterAudioProcessor>(QStringLiteral("player1Router"));
+    auto *router = stream.processorWithIdentifier<VEKRouterAudioProcessor>("player1Router");
     ASSERT_TRUE(router->setNumberOfInputChannels(1));
     ASSERT_TRUE(stream.initialize());
     EXPECT_TRUE(stream.isInitialized());
@@ -83,7 +83,7 @@ TEST(StreamDescription, InitialisingThePlayerGraphTakesTheDevicesRateEverywhere)
     EXPECT_EQ(stream.framesPerBuffer(), 512u);
     EXPECT_EQ(router->inputConnection()->numberOfChannels(), 1u);
     EXPECT_EQ(router->inputConnection()->sampleRate(), 48000.0);
-    EXPECT_EQ(stream.connectionWithIdentifier(QStringLiteral("converter1ToMixer"))->numberOfChannels(), 2u);
+    EXPECT_EQ(stream.connectionWithIdentifier("converter1ToMixer")->numberOfChannels(), 2u);
 
     VEKError error;
     EXPECT_FALSE(hardware->setDevice(std::make_shared<FakeDevice>(), &error));
@@ -168,7 +168,7 @@ TEST(StreamDescription, InlineProcessorsInAChainNeedNoIdentifier)
                   {"class": "TestManualSink"}]]
     })");
     ASSERT_TRUE(stream);
-    EXPECT_EQ(stream->identifiers(), QStringList{QStringLiteral("source")});
+    EXPECT_EQ(stream->identifiers(), QStringList{"source"});
     ASSERT_TRUE(stream->initialize());
     EXPECT_EQ(renderManually(*stream, 16, 16, false), std::vector<float>(16, 0.25f));
 }

@@ -22,7 +22,7 @@ using namespace GraphTest;
 
 namespace {
 
-const QString kAmp = QStringLiteral("http://plugin.org.uk/swh-plugins/amp");
+const QString kAmp = "http://plugin.org.uk/swh-plugins/amp";
 
 // Renders a ramp on one time line and remembers the largest request and whether each request
 // began where the last one ended ("TestPieceSource").
@@ -53,8 +53,8 @@ void registerHere()
     registerTestClasses();
     static std::once_flag once;
     std::call_once(once, [] {
-        VEKAudioProcessor::registerClass(QStringLiteral("TestPieceSource"),
-                                         [] { return VEKAudioProcessorPtr(std::make_shared<PieceSource>()); });
+        VEKAudioProcessor::registerClass(
+            "TestPieceSource", [] { return VEKAudioProcessorPtr(std::make_shared<PieceSource>()); });
     });
 }
 
@@ -91,7 +91,7 @@ TEST(ConverterProcessors, PullInputInBoundedPiecesOnOneTimeLine)
         auto stream = build(json.toUtf8().constData());
         ASSERT_TRUE(stream);
         ASSERT_TRUE(stream->initialize());
-        auto *source = static_cast<PieceSource *>(stream->processorWithIdentifier(QStringLiteral("source")));
+        auto *source = static_cast<PieceSource *>(stream->processorWithIdentifier("source"));
         const std::vector<float> out = renderManually(*stream, 44100, 64, false);
         EXPECT_LE(source->largest, 64u) << cls;
         EXPECT_TRUE(source->contiguous) << cls;
@@ -120,13 +120,12 @@ TEST(DitherProcessor, CutsToTheWordLengthWhileRenderingAndKeepsItWhenASettingIsR
     EXPECT_TRUE(onGrid(out[300], 24));
     EXPECT_FALSE(onGrid(out[300], 16));
     // A change while the stream renders reaches the next buffer; one the dither refuses does not.
-    auto *dither = stream->processorWithIdentifier<VEKDitherAudioProcessor>(QStringLiteral("dither"));
-    ASSERT_TRUE(
-        dither->setSettings({{QStringLiteral("depth"), 16}, {QStringLiteral("basicShape"), 1}}, nullptr));
+    auto *dither = stream->processorWithIdentifier<VEKDitherAudioProcessor>("dither");
+    ASSERT_TRUE(dither->setSettings({{"depth", 16}, {"basicShape", 1}}, nullptr));
     VEKError error;
-    EXPECT_FALSE(dither->setSettings({{QStringLiteral("depth"), 40}}, &error));
+    EXPECT_FALSE(dither->setSettings({{"depth", 40}}, &error));
     EXPECT_FALSE(error.isNull());
-    EXPECT_EQ(dither->ditherProperties().value(QStringLiteral("depth")).toInt(), 16);
+    EXPECT_EQ(dither->ditherProperties().value("depth").toInt(), 16);
     out = renderManually(*stream, 512, 256, false);
     for (quint32 i = 0; i < 512; ++i)
         ASSERT_TRUE(onGrid(out[i], 16)) << i;
@@ -139,7 +138,7 @@ TEST(FileReaderProcessor, RendersFromTheStartFrameThenSilence)
     const QString path = makeRampWave(TestEnvironment::makeTempDir() + QStringLiteral("/ramp.wav"), 10000, 44100, 2);
     auto stream = buildChain({R"({"identifier": "reader", "class": "VEKAudioFileReaderAudioProcessor"})",
                               R"({"identifier": "sink", "class": "TestManualSink", "settings": {"framesPerBuffer": 1000}})"});
-    auto *reader = stream->processorWithIdentifier<VEKAudioFileReaderAudioProcessor>(QStringLiteral("reader"));
+    auto *reader = stream->processorWithIdentifier<VEKAudioFileReaderAudioProcessor>("reader");
     ASSERT_TRUE(reader);
     auto file = std::shared_ptr<VEKAudioFileReader>(VEKAudioFileReader::open(path));
     ASSERT_TRUE(file);
@@ -155,7 +154,7 @@ TEST(FileReaderProcessor, RendersFromTheStartFrameThenSilence)
     EXPECT_FALSE(reader->readFailed());
 
     // In a real-time cycle the disk is out of bounds: silence, and no progress.
-    ASSERT_TRUE(stream->processorWithIdentifier(QStringLiteral("reader"))->reset(nullptr));
+    ASSERT_TRUE(stream->processorWithIdentifier("reader")->reset(nullptr));
     const std::vector<float> live = renderManually(*stream, 700, 700, false);
     EXPECT_EQ(live.front(), 0.0f);
     EXPECT_EQ(reader->position(), 2500u);
@@ -167,20 +166,20 @@ TEST(AudioUnitProcessor, HalvesARunningStreamAndKeepsItsValueWhenMadeAgain)
     registerHere();
     VEKError error;
     auto amp = VEKAudioProcessor::processorWithSettings(
-        {{QStringLiteral("class"), QStringLiteral("APLAudioUnitAudioProcessor")}, {QStringLiteral("uri"), kAmp}}, &error);
+        {{"class", "APLAudioUnitAudioProcessor"}, {"uri", kAmp}}, &error);
     ASSERT_TRUE(amp) << error.text().toStdString();
     auto *unit = qobject_cast<APLAudioUnitAudioProcessor *>(amp.get());
     ASSERT_TRUE(unit && unit->plugin());
     // Settings written by hand name no effect; the slot shows the plug-in's own name.
     EXPECT_EQ(amp->name(), unit->plugin()->name());
-    ASSERT_TRUE(unit->plugin()->setValue(QStringLiteral("gain"), -6.0206f));
+    ASSERT_TRUE(unit->plugin()->setValue("gain", -6.0206f));
 
     auto stream = buildChain({R"({"identifier": "source", "class": "TestCountingSource", "settings": {"value": 0.5}})",
                               R"({"identifier": "effectDock", "class": "VEKAudioDock"})",
                               R"({"identifier": "hardware", "class": "VEKHardwareAudioProcessor", "settings": {"framesPerBuffer": 128}})"});
     auto device = std::make_shared<FakeDevice>(48000.0, 1.0, 1 << 20);
-    stream->processorWithIdentifier<VEKHardwareAudioProcessor>(QStringLiteral("hardware"))->setDevice(device);
-    auto *dock = stream->processorWithIdentifier<VEKAudioDock>(QStringLiteral("effectDock"));
+    stream->processorWithIdentifier<VEKHardwareAudioProcessor>("hardware")->setDevice(device);
+    auto *dock = stream->processorWithIdentifier<VEKAudioDock>("effectDock");
     ASSERT_TRUE(stream->initialize());
     ASSERT_TRUE(stream->start());
     FakeOutput *output = device->lastOutput();
@@ -191,7 +190,7 @@ TEST(AudioUnitProcessor, HalvesARunningStreamAndKeepsItsValueWhenMadeAgain)
     ASSERT_TRUE(unit->plugin());
     EXPECT_EQ(unit->plugin()->sampleRate(), 48000.0);
     EXPECT_EQ(unit->plugin()->maximumFrames(), 128u);
-    EXPECT_NEAR(unit->plugin()->value(QStringLiteral("gain")), -6.0206f, 1e-4);
+    EXPECT_NEAR(unit->plugin()->value("gain"), -6.0206f, 1e-4);
     stream->stop();
     const std::vector<float> heard = output->captured(0);
     const std::vector<float> right = output->captured(1);
@@ -214,12 +213,10 @@ TEST(AudioUnitProcessor, MadeFromAnEffectDescriptionOrFailsWithAReason)
     ASSERT_FALSE(description.isEmpty()) << error.text().toStdString();
     auto made = VEKAudioProcessor::processorWithSettings(description, &error);
     ASSERT_TRUE(made) << error.text().toStdString();
-    EXPECT_EQ(made->settings().value(QStringLiteral("uri")).toString(), kAmp);
+    EXPECT_EQ(made->settings().value("uri").toString(), kAmp);
 
     auto none = VEKAudioProcessor::processorWithSettings(
-        {{QStringLiteral("class"), QStringLiteral("APLAudioUnitAudioProcessor")},
-         {QStringLiteral("uri"), QStringLiteral("urn:quivera:no-such-plugin")}},
-        &error);
+        {{"class", "APLAudioUnitAudioProcessor"}, {"uri", "urn:quivera:no-such-plugin"}}, &error);
     EXPECT_FALSE(none);
     EXPECT_FALSE(error.isNull());
 }

@@ -17,7 +17,7 @@ namespace {
 const QStringList &tagArgs()
 {
     static const QStringList args{
-        "-metadata", QStringLiteral("title=Überschrift – 日本"),
+        "-metadata", "title=Überschrift – 日本",
         "-metadata", "artist=The Artist",
         "-metadata", "album=The Album",
         "-metadata", "album_artist=Various",

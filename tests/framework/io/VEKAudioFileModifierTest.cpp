@@ -47,7 +47,7 @@ TEST(ModifierRoundTrip, EveryKeyReadsBackInEachFormatAndClearedOnesDisappear)
     for (const char *name : kWritable) {
         SCOPED_TRACE(name);
         const QString path = IOFixtures::copy(name);
-        ASSERT_TRUE(writeTags(path, {{"title", QStringLiteral("Neuer Titel – ß")},
+        ASSERT_TRUE(writeTags(path, {{"title", "Neuer Titel – ß"},
                                      {"artist", "New Artist"},
                                      {"album", "New Album"},
                                      {"albumArtist", "New Album Artist"},
@@ -58,7 +58,7 @@ TEST(ModifierRoundTrip, EveryKeyReadsBackInEachFormatAndClearedOnesDisappear)
                                      {"discNumber", "2"},
                                      {"numberOfDiscs", "3"}}));
         const QVariantMap md = metadataOf(path);
-        EXPECT_EQ(md.value("title").toString(), QStringLiteral("Neuer Titel – ß"));
+        EXPECT_EQ(md.value("title").toString(), "Neuer Titel – ß");
         EXPECT_EQ(md.value("artist").toString(), "New Artist");
         EXPECT_EQ(md.value("album").toString(), "New Album");
         EXPECT_EQ(md.value("albumArtist").toString(), "New Album Artist");
@@ -173,7 +173,7 @@ TEST(ModifierErrors, CafCannotBeWrittenAndStaysUntouched)
     EXPECT_FALSE(error.isNull());
     EXPECT_FALSE(error.localizedDescription().isEmpty());
     EXPECT_EQ(TestEnvironment::fileDigest(path), before);
-    EXPECT_EQ(metadataOf(path).value("title").toString(), QStringLiteral("Überschrift – 日本"));
+    EXPECT_EQ(metadataOf(path).value("title").toString(), "Überschrift – 日本");
 }
 
 TEST(ModifierErrors, FullDiskLeavesTheFileWhole)
@@ -197,7 +197,7 @@ TEST(ModifierErrors, FullDiskLeavesTheFileWhole)
         EXPECT_EQ(TestEnvironment::fileDigest(path), before);
         EXPECT_EQ(QDir(disk).entryList(QDir::Files | QDir::Hidden, QDir::Name),
                   QStringList({".filler", QLatin1String(name)}));
-        QFile::remove(QDir(disk).filePath(QStringLiteral(".filler")));
+        QFile::remove(QDir(disk).filePath(".filler"));
         QFile::remove(path);
     }
 }

@@ -60,7 +60,7 @@ TEST_P(ReaderFormats, FormatLengthSampleFactsAndTags)
 
     // The album track's tags.
     const QVariantMap md = reader->metadata();
-    EXPECT_EQ(md.value("title").toString(), QStringLiteral("Überschrift – 日本"));
+    EXPECT_EQ(md.value("title").toString(), "Überschrift – 日本");
     EXPECT_EQ(md.value("artist").toString(), "The Artist");
     EXPECT_EQ(md.value("album").toString(), "The Album");
     EXPECT_EQ(md.value("genre").toString(), "Ambient");

@@ -44,7 +44,7 @@ const Target kTargets[] = {
 
 QVariantMap albumTrack()
 {
-    return {{"title", QStringLiteral("Überschrift – 日本")},
+    return {{"title", "Überschrift – 日本"},
             {"artist", "The Artist"},
             {"album", "The Album"},
             {"albumArtist", "Various"},
@@ -184,7 +184,7 @@ TEST_P(WriterFormats, WrittenFileReadsBackEverywhere)
     for (const QJsonObject &tags : {probe["format"].toObject()["tags"].toObject(), stream["tags"].toObject()})
         for (auto it = tags.begin(); it != tags.end(); ++it)
             lower << it.key().toLower() + "=" + it.value().toString();
-    EXPECT_TRUE(lower.contains(QStringLiteral("title=Überschrift – 日本"))) << lower.join(", ").toStdString();
+    EXPECT_TRUE(lower.contains("title=Überschrift – 日本")) << lower.join(", ").toStdString();
     EXPECT_TRUE(lower.contains("artist=The Artist")) << lower.join(", ").toStdString();
 
     // sox, for the formats it reads.

@@ -16,16 +16,15 @@ void setUp()
         return;
     done = true;
     const QString source = QStringLiteral(QUIVERA_SOURCE_DIR "/tests/framework/lv2/fixtures");
-    const QString bundles = TestEnvironment::makeTempDir(QStringLiteral("lv2"));
+    const QString bundles = TestEnvironment::makeTempDir("lv2");
     const QString bundle = bundles + QStringLiteral("/quivera-test.lv2");
     QDir().mkpath(bundle);
     QByteArray output;
-    const int rc = TestEnvironment::run(
-        QStringLiteral("cc"),
-        {QStringLiteral("-std=c99"), QStringLiteral("-shared"), QStringLiteral("-fPIC"),
-         QStringLiteral("-O1"), QStringLiteral("-o"), bundle + QStringLiteral("/quivera_test_plugins.so"),
-         source + QStringLiteral("/quivera_test_plugins.c")},
-        &output);
+    const int rc = TestEnvironment::run("cc",
+                                        {"-std=c99", "-shared", "-fPIC", "-O1", "-o",
+                                         bundle + QStringLiteral("/quivera_test_plugins.so"),
+                                         source + QStringLiteral("/quivera_test_plugins.c")},
+                                        &output);
     ASSERT_EQ(rc, 0) << "the test plugins did not compile: " << output.constData();
     ASSERT_TRUE(QFile::copy(source + QStringLiteral("/manifest.ttl"), bundle + QStringLiteral("/manifest.ttl")));
     // Only the system's packaged bundles and ours: nothing from ~/.lv2 or /usr/local.

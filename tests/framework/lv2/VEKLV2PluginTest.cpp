@@ -87,7 +87,7 @@ TEST_F(VEKLV2PluginTest, MonoAmpRunsOncePerChannelAndHalvesAtMinus6dBOnArraysAnd
     ASSERT_TRUE(amp);
     EXPECT_EQ(amp->pluginChannels(), 1u);
     EXPECT_EQ(amp->numberOfInstances(), 2u);
-    ASSERT_TRUE(amp->setValue(QStringLiteral("gain"), -6.0206f));
+    ASSERT_TRUE(amp->setValue("gain", -6.0206f));
     // Longer than the largest block: the host cuts it up.
     const Stereo in = input(3 * kBlock + 17);
     const Stereo out = process(*amp, in);
@@ -112,9 +112,9 @@ TEST_F(VEKLV2PluginTest, StereoOverdriveAtNeutralSettingsPassesItsInput)
     ASSERT_TRUE(overdrive);
     EXPECT_EQ(overdrive->pluginChannels(), 2u);
     EXPECT_EQ(overdrive->numberOfInstances(), 1u);
-    overdrive->setValue(QStringLiteral("drive"), 0);
-    overdrive->setValue(QStringLiteral("muffle"), 0);
-    overdrive->setValue(QStringLiteral("output"), 0.5f);
+    overdrive->setValue("drive", 0);
+    overdrive->setValue("muffle", 0);
+    overdrive->setValue("output", 0.5f);
     const Stereo in = input(2 * kBlock);
     const Stereo out = process(*overdrive, in);
     expectScaled(out.l, in.l, 1.f, 1e-5f);
@@ -126,14 +126,14 @@ TEST_F(VEKLV2PluginTest, ControlsAndTheEnabledAndActiveStatesTakeEffectAtTheNext
 {
     auto amp = VEKLV2Plugin::create(kAmp, kRate, kBlock);
     ASSERT_TRUE(amp);
-    amp->setValue(QStringLiteral("gain"), -6.0206f);
+    amp->setValue("gain", -6.0206f);
     const Stereo in = input(kBlock);
     expectScaled(process(*amp, in).l, in.l, 1.f, 0.f); // not yet active
     amp->activate();
     expectScaled(process(*amp, in).l, in.l, 0.5f);
     amp->setValue(0, 0.f);
     expectScaled(process(*amp, in).r, in.r, 1.f);
-    amp->setValue(QStringLiteral("gain"), -6.0206f);
+    amp->setValue("gain", -6.0206f);
     amp->setEnabled(false);
     expectScaled(process(*amp, in).l, in.l, 1.f, 0.f);
     amp->setEnabled(true);
@@ -168,38 +168,37 @@ TEST_F(VEKLV2PluginTest, ControlPortsCarryTheirRangesAndKinds)
     ASSERT_TRUE(amp);
     ASSERT_EQ(amp->controlPorts().size(), 1u);
     const VEKLV2Plugin::ControlPort &gain = amp->controlPorts()[0];
-    EXPECT_EQ(gain.symbol, QStringLiteral("gain"));
-    EXPECT_EQ(gain.name, QStringLiteral("Amps gain (dB)"));
+    EXPECT_EQ(gain.symbol, "gain");
+    EXPECT_EQ(gain.name, "Amps gain (dB)");
     EXPECT_EQ(gain.minimum, -70.f);
     EXPECT_EQ(gain.maximum, 70.f);
     EXPECT_EQ(gain.defaultValue, 0.f);
     EXPECT_FALSE(gain.output || gain.toggled || gain.integer || gain.enumeration);
-    EXPECT_EQ(amp->value(QStringLiteral("gain")), 0.f) << "a new plugin starts at its defaults";
+    EXPECT_EQ(amp->value("gain"), 0.f) << "a new plugin starts at its defaults";
 
     // Out-of-range values are clamped; outputs and unknown symbols cannot be set.
-    EXPECT_TRUE(amp->setValue(QStringLiteral("gain"), 500.f));
-    EXPECT_EQ(amp->value(QStringLiteral("gain")), 70.f);
-    EXPECT_FALSE(amp->setValue(QStringLiteral("nonsense"), 1.f));
-    EXPECT_TRUE(std::isnan(amp->value(QStringLiteral("nonsense"))));
+    EXPECT_TRUE(amp->setValue("gain", 500.f));
+    EXPECT_EQ(amp->value("gain"), 70.f);
+    EXPECT_FALSE(amp->setValue("nonsense", 1.f));
+    EXPECT_TRUE(std::isnan(amp->value("nonsense")));
 
     auto gainPlugin = make(kMidiGain);
     ASSERT_TRUE(gainPlugin);
     const auto &ports = gainPlugin->controlPorts();
-    const VEKLV2Plugin::ControlPort &latch = ports[size_t(gainPlugin->controlIndex(QStringLiteral("latch")))];
+    const VEKLV2Plugin::ControlPort &latch = ports[size_t(gainPlugin->controlIndex("latch"))];
     EXPECT_TRUE(latch.toggled);
-    EXPECT_TRUE(gainPlugin->setValue(QStringLiteral("latch"), 0.3f));
-    EXPECT_EQ(gainPlugin->value(QStringLiteral("latch")), 1.f);
-    const VEKLV2Plugin::ControlPort &latency = ports[size_t(gainPlugin->controlIndex(QStringLiteral("latency")))];
+    EXPECT_TRUE(gainPlugin->setValue("latch", 0.3f));
+    EXPECT_EQ(gainPlugin->value("latch"), 1.f);
+    const VEKLV2Plugin::ControlPort &latency = ports[size_t(gainPlugin->controlIndex("latency"))];
     EXPECT_TRUE(latency.output && latency.isLatency && latency.integer);
-    EXPECT_FALSE(gainPlugin->setValue(QStringLiteral("latency"), 3.f));
+    EXPECT_FALSE(gainPlugin->setValue("latency", 3.f));
 
     // Units: a symbol of the plugin's own, one from the units ontology, none at all.
-    EXPECT_EQ(ports[size_t(gainPlugin->controlIndex(QStringLiteral("gain")))].unit, QStringLiteral("x"));
+    EXPECT_EQ(ports[size_t(gainPlugin->controlIndex("gain"))].unit, "x");
     EXPECT_EQ(latch.unit, QString());
-    auto psycho = make(QStringLiteral("http://drobilla.net/plugins/mda/RePsycho"));
+    auto psycho = make("http://drobilla.net/plugins/mda/RePsycho");
     ASSERT_TRUE(psycho);
-    EXPECT_EQ(psycho->controlPorts()[size_t(psycho->controlIndex(QStringLiteral("tune")))].unit,
-              QStringLiteral("semi"));
+    EXPECT_EQ(psycho->controlPorts()[size_t(psycho->controlIndex("tune"))].unit, "semi");
 }
 
 TEST_F(VEKLV2PluginTest, FeaturesOptionsAtomBuffersAndLatencyReachThePlugin)
@@ -210,8 +209,8 @@ TEST_F(VEKLV2PluginTest, FeaturesOptionsAtomBuffersAndLatencyReachThePlugin)
     process(*plugin, input(kBlock));
     // The plugin checks the URID map, the block-length and rate options, an input sequence
     // and an output buffer of the 64 KiB its port asks for.
-    EXPECT_EQ(plugin->value(QStringLiteral("hostok")), 1.f);
-    EXPECT_EQ(plugin->value(QStringLiteral("rate")), float(kRate));
+    EXPECT_EQ(plugin->value("hostok"), 1.f);
+    EXPECT_EQ(plugin->value("rate"), float(kRate));
     EXPECT_EQ(plugin->latency(), 64u);
 }
 
@@ -221,14 +220,14 @@ TEST_F(VEKLV2PluginTest, SettingsBringBackTheSameValuesAndTheSameOutput)
 {
     auto original = make(kOverdrive);
     ASSERT_TRUE(original);
-    original->setValue(QStringLiteral("drive"), 0.37f);
-    original->setValue(QStringLiteral("muffle"), 0.21f);
-    original->setValue(QStringLiteral("output"), 0.62f);
+    original->setValue("drive", 0.37f);
+    original->setValue("muffle", 0.21f);
+    original->setValue("output", 0.62f);
     original->setEnabled(false);
     const QVariantMap settings = original->settings();
-    EXPECT_EQ(settings.value(QStringLiteral("uri")).toString(), kOverdrive);
-    EXPECT_EQ(settings.value(QStringLiteral("enabled")), QVariant(false));
-    EXPECT_EQ(settings.value(QStringLiteral("controls")).toMap().size(), 3);
+    EXPECT_EQ(settings.value("uri").toString(), kOverdrive);
+    EXPECT_EQ(settings.value("enabled"), QVariant(false));
+    EXPECT_EQ(settings.value("controls").toMap().size(), 3);
 
     VEKError error;
     auto copy = VEKLV2Plugin::fromSettings(settings, kRate, kBlock, &error);
@@ -257,14 +256,14 @@ TEST_F(VEKLV2PluginTest, PluginStateTravelsInTheSettings)
     auto original = make(kMidiGain);
     ASSERT_TRUE(original);
     // Latch 0.25 into the plugin's memory, then leave the ports where they do not show it.
-    original->setValue(QStringLiteral("target"), 0.25f);
-    original->setValue(QStringLiteral("latch"), 1.f);
+    original->setValue("target", 0.25f);
+    original->setValue("latch", 1.f);
     process(*original, input(kBlock));
-    original->setValue(QStringLiteral("latch"), 0.f);
-    original->setValue(QStringLiteral("target"), 1.f);
-    original->setValue(QStringLiteral("gain"), 2.f);
+    original->setValue("latch", 0.f);
+    original->setValue("target", 1.f);
+    original->setValue("gain", 2.f);
     const QVariantMap settings = original->settings();
-    ASSERT_EQ(settings.value(QStringLiteral("state")).typeId(), QMetaType::QString);
+    ASSERT_EQ(settings.value("state").typeId(), QMetaType::QString);
 
     const Stereo in = input(kBlock, 5);
     auto restored = VEKLV2Plugin::fromSettings(settings, kRate, kBlock);
@@ -273,7 +272,7 @@ TEST_F(VEKLV2PluginTest, PluginStateTravelsInTheSettings)
     expectScaled(process(*restored, in).l, in.l, 0.5f);
 
     QVariantMap withoutState = settings;
-    withoutState.remove(QStringLiteral("state"));
+    withoutState.remove("state");
     auto fresh = VEKLV2Plugin::fromSettings(withoutState, kRate, kBlock);
     ASSERT_TRUE(fresh);
     fresh->activate();
@@ -284,7 +283,7 @@ TEST_F(VEKLV2PluginTest, PluginStateTravelsInTheSettings)
 
 TEST_F(VEKLV2PluginTest, UnknownPluginsAndThoseThatCannotRunHereAreRefusedWithAReason)
 {
-    const QString unknown = QStringLiteral("urn:quivera:no-such-plugin");
+    const QString unknown = "urn:quivera:no-such-plugin";
     const struct {
         QString uri;
         double rate;
@@ -302,20 +301,19 @@ TEST_F(VEKLV2PluginTest, UnknownPluginsAndThoseThatCannotRunHereAreRefusedWithAR
     for (const auto &c : cases) {
         VEKError error;
         EXPECT_FALSE(VEKLV2Plugin::create(c.uri, c.rate, c.block, &error)) << c.uri.toStdString();
-        EXPECT_EQ(error.domain(), QStringLiteral("VEKLV2")) << c.uri.toStdString();
+        EXPECT_EQ(error.domain(), "VEKLV2") << c.uri.toStdString();
         EXPECT_TRUE(c.code < 0 || error.code() == c.code) << c.uri.toStdString() << " " << error.code();
         EXPECT_TRUE(error.failureReason().contains(QLatin1String(c.reason))) << error.text().toStdString();
     }
     VEKError error;
-    QVariantMap settings{{QStringLiteral("uri"), QStringLiteral("urn:quivera:gone")},
-                         {QStringLiteral("controls"), QVariantMap{{QStringLiteral("gain"), 1.0}}}};
+    QVariantMap settings{{"uri", "urn:quivera:gone"}, {"controls", QVariantMap{{"gain", 1.0}}}};
     EXPECT_FALSE(VEKLV2Plugin::fromSettings(settings, kRate, kBlock, &error));
     EXPECT_EQ(error.code(), VEKLV2World::UnknownPlugin);
 }
 
 TEST_F(VEKLV2PluginTest, CorruptSettingsFailWithAnErrorAndNoCrash)
 {
-    const QString uri = QStringLiteral("uri");
+    const QString uri = "uri";
     const struct {
         QVariantMap settings;
         VEKLV2World::ErrorCode code;
@@ -324,17 +322,11 @@ TEST_F(VEKLV2PluginTest, CorruptSettingsFailWithAnErrorAndNoCrash)
         {QVariantMap({{uri, 42}}), VEKLV2World::CorruptSettings},
         {QVariantMap({{uri, QString()}}), VEKLV2World::CorruptSettings},
         {QVariantMap({{uri, QVariantList{kAmp}}}), VEKLV2World::CorruptSettings},
-        {QVariantMap({{uri, kAmp}, {QStringLiteral("controls"), QStringLiteral("loud")}}),
-         VEKLV2World::CorruptSettings},
-        {QVariantMap(
-             {{uri, kAmp},
-              {QStringLiteral("controls"), QVariantMap{{QStringLiteral("gain"), QStringLiteral("x")}}}}),
-         VEKLV2World::CorruptSettings},
-        {QVariantMap({{uri, kAmp}, {QStringLiteral("enabled"), QVariantMap()}}),
-         VEKLV2World::CorruptSettings},
-        {QVariantMap({{uri, kMidiGain}, {QStringLiteral("state"), 7}}), VEKLV2World::CorruptSettings},
-        {QVariantMap({{uri, kMidiGain}, {QStringLiteral("state"), QStringLiteral("@prefix broken")}}),
-         VEKLV2World::StateFailed},
+        {QVariantMap({{uri, kAmp}, {"controls", "loud"}}), VEKLV2World::CorruptSettings},
+        {QVariantMap({{uri, kAmp}, {"controls", QVariantMap{{"gain", "x"}}}}), VEKLV2World::CorruptSettings},
+        {QVariantMap({{uri, kAmp}, {"enabled", QVariantMap()}}), VEKLV2World::CorruptSettings},
+        {QVariantMap({{uri, kMidiGain}, {"state", 7}}), VEKLV2World::CorruptSettings},
+        {QVariantMap({{uri, kMidiGain}, {"state", "@prefix broken"}}), VEKLV2World::StateFailed},
     };
     for (const auto &c : cases) {
         VEKError error;
@@ -348,9 +340,9 @@ TEST_F(VEKLV2PluginTest, CorruptSettingsFailWithAnErrorAndNoCrash)
     auto gain = make(kMidiGain);
     QVariantMap foreign = gain->settings();
     foreign.insert(uri, kMidiGain);
-    QString state = foreign.value(QStringLiteral("state")).toString();
+    QString state = foreign.value("state").toString();
     state.replace(kMidiGain, kAmp);
-    foreign.insert(QStringLiteral("state"), state);
+    foreign.insert("state", state);
     VEKError error;
     EXPECT_FALSE(VEKLV2Plugin::fromSettings(foreign, kRate, kBlock, &error));
     EXPECT_EQ(error.code(), VEKLV2World::StateFailed);

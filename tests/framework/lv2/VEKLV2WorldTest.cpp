@@ -15,7 +15,7 @@ protected:
     static QVariantMap byURI(const QVariantList &list, const QString &uri)
     {
         for (const QVariant &v : list)
-            if (v.toMap().value(QStringLiteral("uri")).toString() == uri)
+            if (v.toMap().value("uri").toString() == uri)
                 return v.toMap();
         return {};
     }
@@ -24,19 +24,19 @@ protected:
 // Every record must be usable by the effect menu and as settings as it stands.
 void expectWellFormed(const QVariantMap &d, quint32 type)
 {
-    SCOPED_TRACE(d.value(QStringLiteral("uri")).toString().toStdString());
-    EXPECT_EQ(d.value(QStringLiteral("class")).toString(), QStringLiteral("APLAudioUnitAudioProcessor"));
-    EXPECT_FALSE(d.value(QStringLiteral("uri")).toString().isEmpty());
-    EXPECT_FALSE(d.value(QStringLiteral("name")).toString().isEmpty());
-    EXPECT_EQ(d.value(QStringLiteral("effectName")), d.value(QStringLiteral("name")));
-    EXPECT_FALSE(d.value(QStringLiteral("manufacturer")).toString().isEmpty());
-    EXPECT_EQ(d.value(QStringLiteral("componentType")).toUInt(), type);
-    EXPECT_TRUE(d.contains(QStringLiteral("componentSubType")));
-    EXPECT_TRUE(d.contains(QStringLiteral("componentManufacturer")));
-    const quint32 ins = d.value(QStringLiteral("numberOfInputs")).toUInt();
-    const quint32 outs = d.value(QStringLiteral("numberOfOutputs")).toUInt();
+    SCOPED_TRACE(d.value("uri").toString().toStdString());
+    EXPECT_EQ(d.value("class").toString(), "APLAudioUnitAudioProcessor");
+    EXPECT_FALSE(d.value("uri").toString().isEmpty());
+    EXPECT_FALSE(d.value("name").toString().isEmpty());
+    EXPECT_EQ(d.value("effectName"), d.value("name"));
+    EXPECT_FALSE(d.value("manufacturer").toString().isEmpty());
+    EXPECT_EQ(d.value("componentType").toUInt(), type);
+    EXPECT_TRUE(d.contains("componentSubType"));
+    EXPECT_TRUE(d.contains("componentManufacturer"));
+    const quint32 ins = d.value("numberOfInputs").toUInt();
+    const quint32 outs = d.value("numberOfOutputs").toUInt();
     EXPECT_TRUE((ins == 1 && outs == 1) || (ins == 2 && outs == 2)) << ins << " in, " << outs << " out";
-    const QVariantList configurations = d.value(QStringLiteral("channelConfigurations")).toList();
+    const QVariantList configurations = d.value("channelConfigurations").toList();
     ASSERT_EQ(configurations.size(), 1);
     EXPECT_EQ(configurations.first().toList(), (QVariantList{int(ins), int(outs)}));
 }
@@ -50,12 +50,12 @@ TEST_F(VEKLV2WorldTest, EffectsAreTheRunnableAudioPluginsAndMusicEffectsThoseTha
         expectWellFormed(v.toMap(), VEKLV2World::EffectType);
 
     const QVariantMap amp = byURI(effects, kAmp);
-    EXPECT_EQ(amp.value(QStringLiteral("name")).toString(), QStringLiteral("Simple amplifier"));
-    EXPECT_EQ(amp.value(QStringLiteral("manufacturer")).toString(), QStringLiteral("Steve Harris"));
-    EXPECT_EQ(amp.value(QStringLiteral("numberOfInputs")).toUInt(), 1u);
+    EXPECT_EQ(amp.value("name").toString(), "Simple amplifier");
+    EXPECT_EQ(amp.value("manufacturer").toString(), "Steve Harris");
+    EXPECT_EQ(amp.value("numberOfInputs").toUInt(), 1u);
     const QVariantMap overdrive = byURI(effects, kOverdrive);
-    EXPECT_EQ(overdrive.value(QStringLiteral("name")).toString(), QStringLiteral("MDA Overdrive"));
-    EXPECT_EQ(overdrive.value(QStringLiteral("numberOfInputs")).toUInt(), 2u);
+    EXPECT_EQ(overdrive.value("name").toString(), "MDA Overdrive");
+    EXPECT_EQ(overdrive.value("numberOfInputs").toUInt(), 2u);
 
     // Not runnable here: one in and two out, a synth without audio input, a missing feature.
     EXPECT_TRUE(byURI(effects, kHilbert).isEmpty());
@@ -68,8 +68,8 @@ TEST_F(VEKLV2WorldTest, EffectsAreTheRunnableAudioPluginsAndMusicEffectsThoseTha
         expectWellFormed(v.toMap(), VEKLV2World::MusicEffectType);
     const QVariantMap gain = byURI(music, kMidiGain);
     ASSERT_FALSE(gain.isEmpty());
-    EXPECT_EQ(gain.value(QStringLiteral("manufacturer")).toString(), QStringLiteral("Quivera Tests"));
-    EXPECT_EQ(gain.value(QStringLiteral("numberOfInputs")).toUInt(), 2u);
+    EXPECT_EQ(gain.value("manufacturer").toString(), "Quivera Tests");
+    EXPECT_EQ(gain.value("numberOfInputs").toUInt(), 2u);
     EXPECT_TRUE(byURI(music, kAmp).isEmpty());
 
     EXPECT_TRUE(VEKLV2World::shared().effectDescriptions(0x61756d78 /* 'aumx' */).isEmpty());
@@ -78,19 +78,19 @@ TEST_F(VEKLV2WorldTest, EffectsAreTheRunnableAudioPluginsAndMusicEffectsThoseTha
 TEST_F(VEKLV2WorldTest, OneDescriptionByURITellsWhyAPluginCannotRun)
 {
     VEKError error;
-    EXPECT_EQ(VEKLV2World::shared().effectDescription(kAmp, &error).value(QStringLiteral("uri")).toString(), kAmp);
+    EXPECT_EQ(VEKLV2World::shared().effectDescription(kAmp, &error).value("uri").toString(), kAmp);
     EXPECT_TRUE(error.isNull());
 
     EXPECT_TRUE(VEKLV2World::shared().effectDescription(kHilbert, &error).isEmpty());
     EXPECT_EQ(error.code(), VEKLV2World::UnsupportedPlugin);
-    EXPECT_TRUE(error.failureReason().contains(QStringLiteral("1 audio inputs and 2 audio outputs")))
+    EXPECT_TRUE(error.failureReason().contains("1 audio inputs and 2 audio outputs"))
         << error.text().toStdString();
 
     EXPECT_TRUE(VEKLV2World::shared().effectDescription(kNeedsWorker, &error).isEmpty());
     EXPECT_EQ(error.code(), VEKLV2World::UnsupportedPlugin);
-    EXPECT_TRUE(error.failureReason().contains(QStringLiteral("worker#schedule"))) << error.text().toStdString();
+    EXPECT_TRUE(error.failureReason().contains("worker#schedule")) << error.text().toStdString();
 
-    EXPECT_TRUE(VEKLV2World::shared().effectDescription(QStringLiteral("urn:nowhere"), &error).isEmpty());
+    EXPECT_TRUE(VEKLV2World::shared().effectDescription("urn:nowhere", &error).isEmpty());
     EXPECT_EQ(error.code(), VEKLV2World::UnknownPlugin);
 }
 

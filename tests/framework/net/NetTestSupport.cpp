@@ -52,8 +52,7 @@ QVariant fromTyped(const QJsonValue &value)
 
 int runTool(const QStringList &args, QByteArray *output, int timeoutMs)
 {
-    return runServing(QStringLiteral("python3"), QStringList{pythonTool()} + args, output,
-                      timeoutMs);
+    return runServing("python3", QStringList{pythonTool()} + args, output, timeoutMs);
 }
 
 } // namespace NetTestSupport

@@ -21,7 +21,7 @@ QVariantMap classRecord(const QString &name, const QStringList &supers = {})
     QVariantList chain{name};
     for (const QString &s : supers)
         chain.append(s);
-    chain.append(QStringLiteral("NSObject"));
+    chain.append("NSObject");
     return {{"$classname", name}, {"$classes", chain}};
 }
 

@@ -163,7 +163,7 @@ TEST(NetworkAcceptorAvahi, TheAnnouncementFollowsTheDaemonAndSetPublished)
     QObject::connect(&acceptor, &VEKNetworkAcceptor::publishFailed,
                      [&](const VEKError &e) { failures.append(e); });
     const QString name = QStringLiteral("QuiveraTest-%1").arg(QCoreApplication::applicationPid());
-    const QString type = QStringLiteral("_quivera1._tcp");
+    const QString type = "_quivera1._tcp";
     ASSERT_TRUE(acceptor.startup("local.", type + ".", name, 0, 5.0));
     const QString expected = name + ' ' + QString::number(acceptor.port());
 

@@ -18,34 +18,33 @@ protected:
 
 TEST_F(DevicesCommand, JsonListsEveryOutputWithItsRatesAndExclusivity)
 {
-    const CliHarness::Result r = cli.run({QStringLiteral("devices"), QStringLiteral("--json")});
+    const CliHarness::Result r = cli.run({"devices", "--json"});
     ASSERT_EQ(r.status, 0) << r.err.constData();
     EXPECT_TRUE(r.err.isEmpty()) << "ALSA's chatter must stay off: " << r.err.constData();
     const QJsonArray devices = QJsonDocument::fromJson(r.out).array();
     ASSERT_EQ(devices.size(), 5) << r.out.constData();
     QStringList uids;
     for (const QJsonValue &v : devices)
-        uids << v[QStringLiteral("UID")].toString();
-    EXPECT_EQ(uids, (QStringList{QStringLiteral("default"), QStringLiteral("anyformat"), QStringLiteral("file16"),
-                                 QStringLiteral("card44"), QStringLiteral("null")}));
+        uids << v["UID"].toString();
+    EXPECT_EQ(uids, (QStringList{"default", "anyformat", "file16", "card44", "null"}));
     const QJsonObject card = devices.at(3).toObject();
-    EXPECT_EQ(card[QStringLiteral("title")].toString(), QStringLiteral("Rates 44100 and 96000 — Test card"));
-    EXPECT_EQ(card[QStringLiteral("sampleRates")].toArray(), (QJsonArray{44100, 96000}));
-    EXPECT_EQ(card[QStringLiteral("exclusive")], QJsonValue(false));
-    EXPECT_EQ(card[QStringLiteral("valid")], QJsonValue(true));
-    EXPECT_EQ(devices.at(1)[QStringLiteral("sampleRates")].toArray().size(), 19) << "file over null takes any rate";
-    EXPECT_EQ(devices.at(4)[QStringLiteral("title")].toString(), QStringLiteral("No Output"));
+    EXPECT_EQ(card["title"].toString(), "Rates 44100 and 96000 — Test card");
+    EXPECT_EQ(card["sampleRates"].toArray(), (QJsonArray{44100, 96000}));
+    EXPECT_EQ(card["exclusive"], QJsonValue(false));
+    EXPECT_EQ(card["valid"], QJsonValue(true));
+    EXPECT_EQ(devices.at(1)["sampleRates"].toArray().size(), 19) << "file over null takes any rate";
+    EXPECT_EQ(devices.at(4)["title"].toString(), "No Output");
 }
 
 TEST_F(DevicesCommand, PlainListingMarksTheDefaultAndNamesRates)
 {
-    const CliHarness::Result r = cli.run({QStringLiteral("devices")});
+    const CliHarness::Result r = cli.run({"devices"});
     ASSERT_EQ(r.status, 0) << r.err.constData();
     const QString text = QString::fromUtf8(r.out);
-    EXPECT_TRUE(text.contains(QStringLiteral("card44"))) << r.out.constData();
-    EXPECT_TRUE(text.contains(QStringLiteral("44100 96000"))) << r.out.constData();
-    EXPECT_TRUE(text.contains(QStringLiteral("* default"))) << r.out.constData();
-    EXPECT_EQ(cli.run({QStringLiteral("devices"), QStringLiteral("extra")}).status, 2);
+    EXPECT_TRUE(text.contains("card44")) << r.out.constData();
+    EXPECT_TRUE(text.contains("44100 96000")) << r.out.constData();
+    EXPECT_TRUE(text.contains("* default")) << r.out.constData();
+    EXPECT_EQ(cli.run({"devices", "extra"}).status, 2);
 }
 
 } // namespace

@@ -21,29 +21,25 @@ void installALSAConfiguration()
 {
     if (!g_dir.isEmpty())
         return;
-    g_dir = TestEnvironment::makeTempDir(QStringLiteral("alsa"));
+    g_dir = TestEnvironment::makeTempDir("alsa");
     using AlsaWorld::card;
     const auto filePCM = [](const QString &name, const QString &slave, const QString &stem, const QString &hint = {}) {
         return AlsaWorld::filePCM(name, slave, g_dir, stem, hint);
     };
-    QString c = QStringLiteral("pcm.null { type null }\n");
-    c += filePCM(QStringLiteral("default"), QStringLiteral("null"), QStringLiteral("default"),
-                 QStringLiteral("The test default"));
-    c += filePCM(QStringLiteral("anyformat"), QStringLiteral("null"), QStringLiteral("any"),
-                 QStringLiteral("Any format"));
-    c += filePCM(QStringLiteral("file16"), QStringLiteral("only16"), QStringLiteral("file16"),
-                 QStringLiteral("Sixteen bits"));
-    c += card(QStringLiteral("only16"), QStringLiteral("44100 48000"), QStringLiteral("\"S16_LE\""), {});
-    c += filePCM(QStringLiteral("file24"), QStringLiteral("only24"), QStringLiteral("file24"));
-    c += card(QStringLiteral("only24"), QStringLiteral("44100 48000"), QStringLiteral("\"S24_3LE\" \"S16_LE\""), {});
-    c += filePCM(QStringLiteral("file24in32"), QStringLiteral("only24in32"), QStringLiteral("file24in32"));
-    c += card(QStringLiteral("only24in32"), QStringLiteral("44100 48000"), QStringLiteral("\"S24_LE\" \"S16_LE\""), {});
-    c += card(QStringLiteral("card44"), QStringLiteral("44100 96000"), QStringLiteral("\"S16_LE\" \"S24_3LE\""),
-              QStringLiteral("  file \"%1/card44.raw\"\n").arg(g_dir),
-              QStringLiteral("Rates 44100 and 96000\nTest card"));
-    c += card(QStringLiteral("paced"), QStringLiteral("48000"), QStringLiteral("\"S16_LE\""),
+    QString c = "pcm.null { type null }\n";
+    c += filePCM("default", "null", "default", "The test default");
+    c += filePCM("anyformat", "null", "any", "Any format");
+    c += filePCM("file16", "only16", "file16", "Sixteen bits");
+    c += card("only16", "44100 48000", "\"S16_LE\"", {});
+    c += filePCM("file24", "only24", "file24");
+    c += card("only24", "44100 48000", "\"S24_3LE\" \"S16_LE\"", {});
+    c += filePCM("file24in32", "only24in32", "file24in32");
+    c += card("only24in32", "44100 48000", "\"S24_LE\" \"S16_LE\"", {});
+    c += card("card44", "44100 96000", "\"S16_LE\" \"S24_3LE\"",
+              QStringLiteral("  file \"%1/card44.raw\"\n").arg(g_dir), "Rates 44100 and 96000\nTest card");
+    c += card("paced", "48000", "\"S16_LE\"",
               QStringLiteral("  paced true\n  file \"%1/paced.raw\"\n").arg(g_dir));
-    c += card(QStringLiteral("floatcard"), QStringLiteral("48000"), QStringLiteral("\"FLOAT_LE\" \"S16_LE\""),
+    c += card("floatcard", "48000", "\"FLOAT_LE\" \"S16_LE\"",
               QStringLiteral("  file \"%1/float.raw\"\n").arg(g_dir));
     const QString args = QStringLiteral(
         "  @args [ CARD DEV SUBDEV ]\n  @args.CARD { type string default \"Fake\" }\n"

@@ -86,7 +86,7 @@ TEST_F(ALSAOutput, FloatIsTakenOnlyWhenAskedForAndThenPassedOnUntouched)
         planes[0][i] = float(std::sin(double(i) * 0.01)) * 0.7f + 1e-7f;
         planes[1][i] = -planes[0][i] / 3.0f;
     }
-    const VEKAudioFormat f = playThrough(QStringLiteral("anyformat"), {48000, 2, 32, true}, planes);
+    const VEKAudioFormat f = playThrough("anyformat", {48000, 2, 32, true}, planes);
     EXPECT_EQ(f, (VEKAudioFormat{48000, 2, 32, true}));
     QByteArray expected;
     for (size_t i = 0; i < 3000; ++i)
@@ -95,12 +95,12 @@ TEST_F(ALSAOutput, FloatIsTakenOnlyWhenAskedForAndThenPassedOnUntouched)
     expectSignalThenSilence(alsaDir() + QStringLiteral("/any-48000-2-32.raw"), expected);
 
     // Integer material stays integer on a card that offers float too.
-    VEKALSAOutput output(QStringLiteral("floatcard"), 0);
+    VEKALSAOutput output("floatcard", 0);
     ASSERT_TRUE(output.open({48000, 2, 24, false}, 256, nullptr));
     EXPECT_EQ(output.format(), (VEKAudioFormat{48000, 2, 16, false}));
     ASSERT_TRUE(output.open({48000, 2, 32, true}, 256, nullptr));
     EXPECT_EQ(output.format(), (VEKAudioFormat{48000, 2, 32, true}));
-    EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/float.raw")), QStringLiteral("48000 FLOAT_LE 2"));
+    EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/float.raw")), "48000 FLOAT_LE 2");
 }
 
 // The device's own record of its hardware parameters, not just our word for it. The format read
@@ -108,25 +108,24 @@ TEST_F(ALSAOutput, FloatIsTakenOnlyWhenAskedForAndThenPassedOnUntouched)
 // ALSA's plug we write 32-bit words that the plug repacks for the card.
 TEST_F(ALSAOutput, OpensAtTheHighestDepthAndReadsBackTheFormatOfEachLayer)
 {
-    VEKALSAOutput card(QStringLiteral("card44"), 0);
+    VEKALSAOutput card("card44", 0);
     EXPECT_FALSE(card.deviceFormat().isValid()) << "closed";
     // Opened at the highest integer depth the card offers, whatever the material's.
     ASSERT_TRUE(card.open({96000, 2, 16, false}, 256, nullptr));
     EXPECT_EQ(card.format().bitDepth, 24u);
-    EXPECT_EQ(card.sampleFormatName(), QStringLiteral("S24_3LE"));
-    EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/card44.raw")), QStringLiteral("96000 S24_3LE 2"));
+    EXPECT_EQ(card.sampleFormatName(), "S24_3LE");
+    EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/card44.raw")), "96000 S24_3LE 2");
     VEKAudioDeviceFormat f = card.deviceFormat();
     ASSERT_EQ(f.layers.size(), 1);
-    EXPECT_EQ(f.hardware(), (VEKAudioDeviceFormat::Layer{f.hardware().name, QStringLiteral("S24_3LE"), 96000,
-                                                         2, 24, false}));
+    EXPECT_EQ(f.hardware(), (VEKAudioDeviceFormat::Layer{f.hardware().name, "S24_3LE", 96000, 2, 24, false}));
     card.close();
     EXPECT_FALSE(card.deviceFormat().isValid());
 
-    VEKALSAOutput plug(QStringLiteral("plughw:CARD=Layers,DEV=0"), 0);
+    VEKALSAOutput plug("plughw:CARD=Layers,DEV=0", 0);
     ASSERT_TRUE(plug.open({88200, 2, 24, false}, 256, nullptr));
     f = plug.deviceFormat();
     ASSERT_GE(f.layers.size(), 2);
-    EXPECT_EQ(f.layers.first().sampleFormat, QStringLiteral("S32_LE"));
+    EXPECT_EQ(f.layers.first().sampleFormat, "S32_LE");
     EXPECT_EQ(f.layers.first().sampleRate, 88200.0);
     const VEKAudioDeviceFormat::Layer &hw = f.hardware();
     EXPECT_EQ(QStringLiteral("%1 %2 %3").arg(hw.sampleRate).arg(hw.sampleFormat).arg(hw.numberOfChannels),
@@ -138,29 +137,29 @@ TEST_F(ALSAOutput, OpensAtTheHighestDepthAndReadsBackTheFormatOfEachLayer)
 // rate the card lacks settles on the nearest it has, and format() says so.
 TEST_F(ALSAOutput, SettlesOnTheNearestOfferedRateWithoutResampling)
 {
-    VEKALSAOutput plug(QStringLiteral("plughw:CARD=Rates,DEV=0"), 0);
+    VEKALSAOutput plug("plughw:CARD=Rates,DEV=0", 0);
     ASSERT_TRUE(plug.open({48000, 2, 24, false}, 256, nullptr));
     EXPECT_EQ(plug.format().sampleRate, 44100.0);
-    EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/hw-Rates-0.raw")).section(u' ', 0, 0), QStringLiteral("44100"));
+    EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/hw-Rates-0.raw")).section(u' ', 0, 0), "44100");
     plug.close();
 
-    VEKALSAOutput card(QStringLiteral("card44"), 0);
+    VEKALSAOutput card("card44", 0);
     ASSERT_TRUE(card.open({88200, 2, 24, false}, 256, nullptr));
     EXPECT_EQ(card.format().sampleRate, 96000.0);
-    EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/card44.raw")), QStringLiteral("96000 S24_3LE 2"));
+    EXPECT_EQ(cardParams(alsaDir() + QStringLiteral("/card44.raw")), "96000 S24_3LE 2");
     // Rate 0: the device's rate, given when the output was made.
-    VEKALSAOutput atDeviceRate(QStringLiteral("card44"), 96000);
+    VEKALSAOutput atDeviceRate("card44", 96000);
     ASSERT_TRUE(atDeviceRate.open({0, 2, 24, false}, 256, nullptr));
     EXPECT_EQ(atDeviceRate.format().sampleRate, 96000.0);
 }
 
 TEST_F(ALSAOutput, UnknownPCMFailsToOpenWithTheDeviceNamed)
 {
-    VEKALSAOutput output(QStringLiteral("no_such_pcm"), 0);
+    VEKALSAOutput output("no_such_pcm", 0);
     VEKError error;
     EXPECT_FALSE(output.open({44100, 2, 24, false}, 256, &error));
     EXPECT_EQ(error.code(), -ENOENT);
-    EXPECT_TRUE(error.text().contains(QStringLiteral("no_such_pcm"))) << error.text().toStdString();
+    EXPECT_TRUE(error.text().contains("no_such_pcm")) << error.text().toStdString();
     EXPECT_FALSE(output.start([](VEKAudioBufferList &, quint64) {}, &error));
 }
 
@@ -168,7 +167,7 @@ TEST_F(ALSAOutput, UnknownPCMFailsToOpenWithTheDeviceNamed)
 // goes on, and every block rendered reaches the device in order.
 TEST_F(ALSAOutput, RecoversFromAnUnderrunAndLosesNoRenderedBlock)
 {
-    VEKALSAOutput output(QStringLiteral("paced"), 0);
+    VEKALSAOutput output("paced", 0);
     ASSERT_TRUE(output.open({48000, 2, 16, false}, 256, nullptr));
     std::atomic<quint64> blocks{0};
     output.start([&](VEKAudioBufferList &buffer, quint64 sampleTime) {
@@ -199,7 +198,7 @@ TEST_F(ALSAOutput, RecoversFromAnUnderrunAndLosesNoRenderedBlock)
 
 TEST_F(ALSAOutput, StopWaitsForTheRenderThreadAndAllowsAnotherStart)
 {
-    VEKALSAOutput output(QStringLiteral("paced"), 0);
+    VEKALSAOutput output("paced", 0);
     ASSERT_TRUE(output.open({48000, 2, 16, false}, 256, nullptr));
     std::atomic<int> calls{0};
     std::atomic<quint64> firstTime{~0ull};
@@ -231,7 +230,7 @@ TEST_F(ALSAOutput, StopWaitsForTheRenderThreadAndAllowsAnotherStart)
 // written by what waits in the buffer, and never runs ahead of the clock.
 TEST_F(ALSAOutput, FramesPlayedFollowsTheDevicesClock)
 {
-    VEKALSAOutput output(QStringLiteral("paced"), 0);
+    VEKALSAOutput output("paced", 0);
     ASSERT_TRUE(output.open({48000, 2, 16, false}, 256, nullptr));
     std::atomic<quint64> asked{0};
     QElapsedTimer clock;

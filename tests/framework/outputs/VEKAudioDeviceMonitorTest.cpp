@@ -19,7 +19,7 @@ void touch(const QString &path)
 // nodes at once; leaving removes them. Each is one change.
 TEST(DeviceMonitor, TellsOnceWhenTheFirstCardArrivesAndWhenItLeaves)
 {
-    const QString root = TestEnvironment::makeTempDir(QStringLiteral("dev"));
+    const QString root = TestEnvironment::makeTempDir("dev");
     const QString snd = root + QStringLiteral("/snd");
     VEKAudioDeviceMonitor monitor(snd, 100);
     QSignalSpy changed(&monitor, &VEKAudioDeviceMonitor::devicesChanged);
@@ -48,7 +48,7 @@ TEST(DeviceMonitor, TellsOnceWhenTheFirstCardArrivesAndWhenItLeaves)
 
 TEST(DeviceMonitor, IgnoresOtherDevicesBesideTheCardFolder)
 {
-    const QString root = TestEnvironment::makeTempDir(QStringLiteral("dev"));
+    const QString root = TestEnvironment::makeTempDir("dev");
     VEKAudioDeviceMonitor monitor(root + QStringLiteral("/snd"), 50);
     QSignalSpy changed(&monitor, &VEKAudioDeviceMonitor::devicesChanged);
     touch(root + QStringLiteral("/ttyUSB0"));

@@ -21,7 +21,7 @@ namespace {
 QString soxi(const QString &option, const QString &path)
 {
     QProcess p;
-    p.start(QStringLiteral("soxi"), {option, path});
+    p.start("soxi", {option, path});
     EXPECT_TRUE(p.waitForFinished(30000));
     EXPECT_EQ(p.exitCode(), 0) << p.readAllStandardError().constData();
     return QString::fromUtf8(p.readAllStandardOutput()).trimmed();
@@ -32,7 +32,7 @@ protected:
     void SetUp() override
     {
         installALSAConfiguration();
-        m_dir = TestEnvironment::makeTempDir(QStringLiteral("capture"));
+        m_dir = TestEnvironment::makeTempDir("capture");
     }
     QString m_dir;
 };
@@ -77,8 +77,8 @@ TEST_F(ClockedDevices, CaptureWritesEveryDepthSampleForSample)
         EXPECT_TRUE(w.data.left(expected.size()) == expected);
         EXPECT_EQ(w.data.mid(expected.size()).count('\0'), w.data.size() - expected.size());
         EXPECT_EQ(w.data.size() % (3 * c.bits / 8), 0);
-        EXPECT_EQ(soxi(QStringLiteral("-r"), path), QStringLiteral("96000"));
-        EXPECT_EQ(soxi(QStringLiteral("-s"), path).toLongLong(), w.data.size() / (3 * c.bits / 8));
+        EXPECT_EQ(soxi("-r", path), "96000");
+        EXPECT_EQ(soxi("-s", path).toLongLong(), w.data.size() / (3 * c.bits / 8));
     }
 }
 
@@ -96,8 +96,9 @@ TEST_F(ClockedDevices, CaptureOptionsFixTheFilesFormat)
                             "capture:/tmp/x.wav?bits=20", "capture:/tmp/x.wav?loud"})
         EXPECT_FALSE(VEKAudioDevice::deviceWithUID(QString::fromLatin1(bad))->isValid()) << bad;
     VEKError error;
-    EXPECT_FALSE(VEKAudioDevice::deviceWithUID(QStringLiteral("capture:/no/such/folder/x.wav"))
-                     ->createOutput()->open({44100, 2, 16, false}, 512, &error));
+    EXPECT_FALSE(VEKAudioDevice::deviceWithUID("capture:/no/such/folder/x.wav")
+                     ->createOutput()
+                     ->open({44100, 2, 16, false}, 512, &error));
     EXPECT_FALSE(error.isNull());
 }
 
@@ -131,7 +132,7 @@ TEST_F(ClockedDevices, CaptureHeaderIsFinishedAtEveryStop)
 // transport and its landmarks run in real time with nothing attached.
 TEST_F(ClockedDevices, NullKeepsRealTime)
 {
-    const VEKAudioDevicePtr null = VEKAudioDevice::deviceWithUID(QStringLiteral("null"));
+    const VEKAudioDevicePtr null = VEKAudioDevice::deviceWithUID("null");
     EXPECT_TRUE(null->isValid());
     EXPECT_TRUE(null->hasPhysicalOutputs());
     std::unique_ptr<VEKAudioOutput> output = null->createOutput();
