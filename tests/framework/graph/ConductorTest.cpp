@@ -90,23 +90,6 @@ RampRun makeRampRun(quint32 bufferFrames, quint64 wanted)
     return run;
 }
 
-// A landmark that moves itself on each pass, as the player's does at a song change: it jumps to
-// the next "song" and stands at that song's end.
-class HoppingLandmark : public VEKConductorLandmark {
-public:
-    qint64 songLength = 0;
-    qint64 nextStart = 0;
-    int actions = 0;
-    void action() override
-    {
-        ++actions;
-        setJump(true);
-        setJumpLocation(double(nextStart) / kRate);
-        setLocation(double(nextStart + songLength) / kRate);
-        nextStart += 100000;
-    }
-};
-
 } // namespace
 
 class LandmarkPlacement : public ::testing::TestWithParam<quint32> {};
@@ -153,30 +136,6 @@ TEST_P(LandmarkPlacement, JumpsAndStopsLandOnTheExactFrameWhereverTheLandmarkFal
 }
 
 INSTANTIATE_TEST_SUITE_P(BufferSizes, LandmarkPlacement, ::testing::Values(64u, 100u, 441u, 1024u, 1500u, 4096u));
-
-TEST(Conductor, TheActionDecidesWhereTheJumpGoesAndMayMoveItsLandmark)
-{
-    const quint32 n = 512;
-    const qint64 songLength = 1000;
-    RampRun run = makeRampRun(n, 4000);
-    auto mark = VEKConductorLandmark::landmark<HoppingLandmark>();
-    mark->songLength = songLength;
-    mark->nextStart = 50000;
-    mark->setLocation(double(songLength) / kRate);
-    run.conductor->insertLandmark(mark, 0);
-    run.conductor->start();
-    ASSERT_TRUE(run.stream->initialize());
-    ASSERT_TRUE(run.stream->start());
-
-    // Songs of 1000 frames at 0, 50000, 150000, 250000: each follows the last without a gap.
-    const auto &out = run.sink->channel(0);
-    const qint64 starts[] = {0, 50000, 150000, 250000};
-    for (quint64 i = 0; i < out.size(); ++i) {
-        const qint64 expected = starts[i / songLength] + qint64(i % songLength) + 1;
-        ASSERT_EQ(out[i], float(expected)) << "frame " << i;
-    }
-    EXPECT_EQ(mark->actions, 3);
-}
 
 TEST(Conductor, ALandmarkThatJumpsOntoItselfFiresOnceAndPlaysOn)
 {

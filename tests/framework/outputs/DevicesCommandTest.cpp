@@ -16,7 +16,7 @@ protected:
     CliHarness cli;
 };
 
-TEST_F(DevicesCommand, JsonListsEveryOutputWithItsRatesAndExclusivity)
+TEST_F(DevicesCommand, ListsEveryOutputWithItsRatesAndExclusivityAsJsonAndAsText)
 {
     const CliHarness::Result r = cli.run({"devices", "--json"});
     ASSERT_EQ(r.status, 0) << r.err.constData();
@@ -34,16 +34,14 @@ TEST_F(DevicesCommand, JsonListsEveryOutputWithItsRatesAndExclusivity)
     EXPECT_EQ(card["valid"], QJsonValue(true));
     EXPECT_EQ(devices.at(1)["sampleRates"].toArray().size(), 19) << "file over null takes any rate";
     EXPECT_EQ(devices.at(4)["title"].toString(), "No Output");
-}
 
-TEST_F(DevicesCommand, PlainListingMarksTheDefaultAndNamesRates)
-{
-    const CliHarness::Result r = cli.run({"devices"});
-    ASSERT_EQ(r.status, 0) << r.err.constData();
-    const QString text = QString::fromUtf8(r.out);
-    EXPECT_TRUE(text.contains("card44")) << r.out.constData();
-    EXPECT_TRUE(text.contains("44100 96000")) << r.out.constData();
-    EXPECT_TRUE(text.contains("* default")) << r.out.constData();
+    // As text: the default marked, the rates named.
+    const CliHarness::Result plain = cli.run({"devices"});
+    ASSERT_EQ(plain.status, 0) << plain.err.constData();
+    const QString text = QString::fromUtf8(plain.out);
+    EXPECT_TRUE(text.contains("card44")) << plain.out.constData();
+    EXPECT_TRUE(text.contains("44100 96000")) << plain.out.constData();
+    EXPECT_TRUE(text.contains("* default")) << plain.out.constData();
     EXPECT_EQ(cli.run({"devices", "extra"}).status, 2);
 }
 
