@@ -106,17 +106,6 @@ TEST_F(RemoteCommands, PlaylistSongEntriesLeaveOutEachAbsentValueAloneInManualOr
     EXPECT_EQ(reply("getSongsForPlaylist", {{"playlistID", 999}}).value("songs"), QVariantList());
 }
 
-TEST_F(RemoteCommands, PlaylistIDsAreReadAs32BitIntegers)
-{
-    host.addPlaylist(5, "Five", {host.add(FakeRemoteHost::song(1, "One", "A", "B"))});
-    const qint64 wide = (qint64(1) << 32) + 5;
-    EXPECT_EQ(songIDs(reply("getSongsForPlaylist", {{"playlistID", wide}}).value("songs")),
-              QList<qint64>({1}));
-    // The time stamp takes the whole integer.
-    EXPECT_EQ(reply("getPlaylistLastModification", {{"playlistID", wide}}).value("lastModification"),
-              QVariant(0.0));
-}
-
 TEST_F(RemoteCommands, PlaylistsListBothKindsAndNamelessOnesAsEmptyEntries)
 {
     host.addPlaylist(77, "Mine", {});
@@ -337,13 +326,19 @@ TEST_F(RemoteCommands, TimeStampsComeFromTheHostAndThePlaylist)
 {
     host.libraryStamp = 12.5;
     host.playlistStamp = 99.25;
-    const PlaylistPtr p = host.addPlaylist(5, "P", {});
+    const PlaylistPtr p = host.addPlaylist(5, "P", {host.add(FakeRemoteHost::song(1, "One", "A", "B"))});
     EXPECT_EQ(reply("getSongsLastModification"), QVariantMap({{"lastModification", 12.5}}));
     EXPECT_EQ(reply("getPlaylistsLastModification"), QVariantMap({{"lastModification", 99.25}}));
     EXPECT_EQ(reply("getPlaylistLastModification", {{"playlistID", 5}}).value("lastModification"),
               QVariant(p->lastModification()));
     EXPECT_GT(p->lastModification(), 0.0);
     EXPECT_EQ(reply("getPlaylistLastModification", {{"playlistID", 6}}).value("lastModification"),
+              QVariant(0.0));
+    // The song listing reads a playlist ID as a 32-bit integer; the time stamp takes it whole.
+    const qint64 wide = (qint64(1) << 32) + 5;
+    EXPECT_EQ(songIDs(reply("getSongsForPlaylist", {{"playlistID", wide}}).value("songs")),
+              QList<qint64>({1}));
+    EXPECT_EQ(reply("getPlaylistLastModification", {{"playlistID", wide}}).value("lastModification"),
               QVariant(0.0));
 }
 
