@@ -5,6 +5,7 @@
 #include "librarywindow/ArtworkView.h"
 #include "support/frontend/QuietLaunch.h"
 
+#include <QImage>
 #include <QSignalSpy>
 #include <QWidget>
 #include <gtest/gtest.h>
@@ -20,8 +21,9 @@ TEST_F(ArtworkViewControllerTest, ShowsTheCoverOfTheCurrentSongOrSaysWhyThereIsN
 
     const QString dir = TestEnvironment::makeTempDir(u"art"_s);
     const QString bare = TestEnvironment::makeSine(dir + u"/bare.flac"_s, 0.2);
-    ASSERT_EQ(TestEnvironment::run(u"convert"_s, {u"-size"_s, u"40x20"_s, u"xc:red"_s, dir + u"/c.png"_s}),
-              0);
+    QImage cover(40, 20, QImage::Format_RGB32);
+    cover.fill(Qt::red);
+    ASSERT_TRUE(cover.save(dir + u"/c.png"_s));
     const QString covered =
         TestEnvironment::ffmpeg(bare, dir + u"/covered.flac"_s,
                                 {u"-i"_s, dir + u"/c.png"_s, u"-map"_s, u"0"_s, u"-map"_s, u"1"_s, u"-c:v"_s,

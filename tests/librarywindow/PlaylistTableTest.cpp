@@ -122,7 +122,6 @@ TEST_F(PlaylistTableTest, TheSelectedRowFollowsTheSelectedPlaylistWhoeverChoseIt
     QTest::mouseClick(view()->viewport(), Qt::LeftButton, {},
                       view()->visualRect(model()->indexOfPlaylist(mine)).center());
     EXPECT_EQ(handled, mine);
-    EXPECT_EQ(delegate->selectedPlaylist(), mine);
 
     // Deleting it leaves no playlist selected and no row either.
     settings.setValue(u"suppressConfirmDeletePlaylistAlert"_s, true);

@@ -205,12 +205,11 @@ TEST_F(SongTableTest, TheMenusCommandsReachTheFocusedTable)
     EXPECT_TRUE(table()->validateCommand(u"deleteSelection"_s, nullptr));
     QMetaObject::invokeMethod(MainMenu::commandTarget("deleteSelection"), "deleteSelection");
     EXPECT_EQ(names().size(), 2);
-    EXPECT_EQ(delegate->library().size(), 2);
 
-    controller->window()->searchField()->setFocus();
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] { return QApplication::focusWidget() == controller->window()->searchField(); }, 2000));
-    EXPECT_EQ(MainMenu::commandTarget("selectAll"), controller->window()->searchField());
+    QLineEdit *search = controller->window()->searchField();
+    search->setFocus();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return QApplication::focusWidget() == search; }, 2000));
+    EXPECT_EQ(MainMenu::commandTarget("selectAll"), search);
     EXPECT_EQ(MainMenu::commandTarget("deleteSelection"), nullptr);
 
     settings.setValue(u"preferredFormat"_s, QVariantMap{{u"format"_s, 6}});

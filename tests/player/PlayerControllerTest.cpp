@@ -6,10 +6,8 @@
 #include "remote/Remote.h"
 #include "support/frontend/QuietLaunch.h"
 
-#include <QApplication>
 #include <QMenu>
 #include <QTest>
-#include <QTimer>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -28,27 +26,21 @@ protected:
 
     void makePlayer() { player = std::make_unique<PlayerController>(*delegate); }
 
-    // Opens the popup of `slot` and chooses the item `pick` returns from the menu it shows.
-    void choose(int slot, const std::function<QAction *(QMenu *)> &pick)
+    // Opens the menu from the popup of `slot` as a click does (the button's signal, then the
+    // menu's validation) and chooses the item `pick` finds; false when that item is disabled.
+    bool choose(int slot, QAction *(*pick)(QMenu *))
     {
-        bool chosen = false;
-        QTimer::singleShot(0, [&] {
-            auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
-            if (QAction *item = menu ? pick(menu) : nullptr) {
-                chosen = item->isEnabled();
-                menu->close();
-                if (chosen)
-                    item->trigger();
-            }
-        });
         PlayerButton *popup = player->effectPopup(slot);
-        QTest::mouseClick(popup, Qt::LeftButton, {}, popup->rect().center());
-        TestEnvironment::waitUntil([&] { return !QApplication::activePopupWidget(); }, 2000);
-        lastChoiceEnabled = chosen;
+        emit popup->willTrackMenu(popup);
+        emit popup->menu()->aboutToShow();
+        QAction *item = pick(popup->menu());
+        if (!item || !item->isEnabled())
+            return false;
+        item->trigger();
+        return true;
     }
-
-    QAction *removeItem(QMenu *menu) { return menu->actions().last(); }
-    QAction *ampItem(QMenu *menu)
+    static QAction *removeItem(QMenu *menu) { return menu->actions().last(); }
+    static QAction *ampItem(QMenu *menu)
     {
         for (QAction *maker : menu->actions())
             if (maker->menu())
@@ -59,7 +51,6 @@ protected:
     }
 
     std::unique_ptr<PlayerController> player;
-    bool lastChoiceEnabled = false;
 };
 
 } // namespace
@@ -116,25 +107,23 @@ TEST_F(PlayerControllerTest, TheEffectsMenuActsOnTheSlotWhosePopupOpenedIt)
     EXPECT_FALSE(player->effectButton(1)->isEnabled());
 
     // Slot 1 is empty: nothing to remove there.
-    choose(1, [&](QMenu *m) { return removeItem(m); });
-    EXPECT_FALSE(lastChoiceEnabled);
+    EXPECT_FALSE(choose(1, removeItem));
 
-    choose(1, [&](QMenu *m) { return ampItem(m); });
+    ASSERT_TRUE(choose(1, ampItem));
     ASSERT_TRUE(stream->processorAtIndex(1));
     EXPECT_FALSE(stream->processorAtIndex(0));
     EXPECT_FALSE(stream->processorAtIndex(2));
     EXPECT_TRUE(player->effectButton(1)->isEnabled());
     EXPECT_TRUE(player->effectEnableButton(1)->state());
 
-    choose(2, [&](QMenu *m) { return ampItem(m); });
+    ASSERT_TRUE(choose(2, ampItem));
     ASSERT_TRUE(stream->processorAtIndex(2));
 
     // The editor of slot 2's effect opens once, and goes when its effect is removed.
     player->editEffect(2);
     player->editEffect(2);
     ASSERT_EQ(player->editors().size(), 1);
-    choose(2, [&](QMenu *m) { return removeItem(m); });
-    EXPECT_TRUE(lastChoiceEnabled);
+    EXPECT_TRUE(choose(2, removeItem));
     EXPECT_FALSE(stream->processorAtIndex(2));
     EXPECT_TRUE(stream->processorAtIndex(1)) << "the menu acted on another slot than its popup's";
     EXPECT_TRUE(player->editors().isEmpty());

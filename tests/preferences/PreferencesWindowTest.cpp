@@ -17,16 +17,7 @@ using A = MenuItem::Action;
 
 namespace {
 
-class PreferencesWindowTest : public QuietWindowedTest {
-protected:
-    QAction *command(const QString &name) const
-    {
-        for (QAction *a : app.mainMenu()->commands())
-            if (a->objectName() == name)
-                return a;
-        return nullptr;
-    }
-};
+using PreferencesWindowTest = QuietWindowedTest;
 
 TEST_F(PreferencesWindowTest, TheHeadphonesItemOpensItsPaneAmongTheSevenInOrder)
 {
@@ -38,7 +29,9 @@ TEST_F(PreferencesWindowTest, TheHeadphonesItemOpensItsPaneAmongTheSevenInOrder)
                                   u"PreferredFormatPreferencesPane"_s, u"iTunesPreferencesPane"_s,
                                   u"OutputPreferencesPane"_s, u"HeadphonesPreferencesPane"_s,
                                   u"AdvancedPreferencesPane"_s}));
-    command(u"Commands_headphonesPreferences"_s)->trigger();
+    for (QAction *item : app.mainMenu()->commands())
+        if (item->objectName() == u"Commands_headphonesPreferences"_s)
+            item->trigger();
     EXPECT_TRUE(app.preferencesController()->window()->isVisible());
     EXPECT_EQ(app.preferencesController()->currentPane()->name(), u"HeadphonesPreferencesPane"_s);
     // The plain item keeps the pane in front.
@@ -52,6 +45,7 @@ TEST_F(PreferencesWindowTest, AKeyIsTakenAtOnceUnlessAnotherCommandHasIt)
         app.preferencesController()->pane(u"CommandsPreferencesPane"_s));
     QAction *next = app.mainMenu()->action(A::Next);
     const QKeySequence before = next->shortcut();
+    const auto stored = [] { return UserDefaults::standard().dictionaryForKey(MainMenu::shortcutsKey()); };
 
     EXPECT_FALSE(pane->assign(next, QKeySequence(Qt::CTRL | Qt::Key_N)));
     EXPECT_TRUE(pane->message().contains(u"New Playlist"_s)) << pane->message().toStdString();
@@ -62,21 +56,15 @@ TEST_F(PreferencesWindowTest, AKeyIsTakenAtOnceUnlessAnotherCommandHasIt)
     editor->setKeySequence(QKeySequence(Qt::CTRL | Qt::Key_J));
     emit editor->editingFinished();
     EXPECT_EQ(next->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_J));
-    EXPECT_EQ(UserDefaults::standard()
-                  .dictionaryForKey(MainMenu::shortcutsKey())
-                  .value(next->objectName())
-                  .toString(),
-              u"Ctrl+J"_s);
+    EXPECT_EQ(stored().value(next->objectName()).toString(), u"Ctrl+J"_s);
     editor->setKeySequence(QKeySequence(Qt::Key_Backspace));
     emit editor->editingFinished();
     EXPECT_TRUE(next->shortcut().isEmpty());
     // The old key is free again, and back at the built-in key the entry goes.
-    EXPECT_TRUE(pane->assign(command(u"Commands_controlsMenu_previous"_s), before));
-    EXPECT_TRUE(
-        pane->assign(command(u"Commands_controlsMenu_previous"_s), QKeySequence(Qt::CTRL | Qt::Key_Left)));
-    EXPECT_FALSE(UserDefaults::standard()
-                     .dictionaryForKey(MainMenu::shortcutsKey())
-                     .contains(u"Commands_controlsMenu_previous"_s));
+    QAction *previous = app.mainMenu()->action(A::Previous);
+    EXPECT_TRUE(pane->assign(previous, before));
+    EXPECT_TRUE(pane->assign(previous, QKeySequence(Qt::CTRL | Qt::Key_Left)));
+    EXPECT_FALSE(stored().contains(previous->objectName()));
 }
 
 } // namespace

@@ -7,13 +7,9 @@ import time
 import pyatspi
 
 
-def applications():
-    return [a.name for a in pyatspi.Registry.getDesktop(0) if a is not None]
-
-
 def fail(message):
     try:
-        message += " (applications on the bus: %s)" % applications()
+        message += " (applications on the bus: %s)" % [a.name for a in pyatspi.Registry.getDesktop(0) if a is not None]
     except Exception:  # the bus itself may be what failed
         pass
     print("FAIL: " + message, file=sys.stderr)
@@ -47,10 +43,17 @@ def parts(app, title):
     return found
 
 
-def expect_parts(found, expected, what):
-    # `expected`: name to role name, or to None where any role will do.
+def expect_parts(app, title, expected, what, seconds=30.0):
+    # `expected`: name to role name, or to None where any role will do. The window may show before
+    # all its parts are in: waits for all, then says which one is missing. Returns them all.
+    found = parts(app, title)
+    end = time.monotonic() + seconds
+    while not all(name in found for name in expected) and time.monotonic() < end:
+        time.sleep(0.2)
+        found = parts(app, title)
     for name, role in expected.items():
         if name not in found:
             fail("no %s named %r (names: %s)" % (what, name, sorted(found)))
         if role and found[name].getRoleName() != role:
             fail("%r is a %s, not a %s" % (name, found[name].getRoleName(), role))
+    return found

@@ -23,11 +23,6 @@ def window_id(name):
     return ids[0] if ids else None
 
 
-def find(app, test):
-    nodes = pyatspi.utils.findAllDescendants(app, test)
-    return nodes[0] if nodes else None
-
-
 def setting(key):
     out = subprocess.run([CLI, "settings", "get", key], capture_output=True, text=True)
     return out.stdout.strip()
@@ -53,10 +48,10 @@ def open_preferences():
 
 prefs = wait_for("the preferences window", open_preferences)
 
-output = wait_for("the Output pane's button", lambda: find(
+output = wait_for("the Output pane's button", lambda: pyatspi.utils.findDescendant(
     app, lambda n: n.name == "Output" and n.getRoleName() in ("check box", "push button", "toggle button")))
 output.queryAction().doAction(0)
-rates = wait_for("the device's sample-rate popup", lambda: find(
+rates = wait_for("the device's sample-rate popup", lambda: pyatspi.utils.findDescendant(
     app, lambda n: n.getRoleName() == "combo box" and n.description == "Device sample rate"
     and n.getState().contains(pyatspi.STATE_SHOWING)))
 if setting("sampleRate") != "0":
