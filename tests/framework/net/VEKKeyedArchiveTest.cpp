@@ -103,7 +103,7 @@ QVariantMap everyKind()
 
 // ---------------------------------------------------------------------------------------------
 
-TEST(KeyedArchiveRoundTrip, ValuesComeBackWithTheirTypesAndOtherQtTypesNormalised)
+TEST(KeyedArchiveRoundTrip, ValuesComeBackWithTheirTypesAndOtherQtTypesNormalisedAndPlistlibReadsThem)
 {
     const QVariantHash hash{{"b", 2}, {"a", QStringList{"x", "y"}}};
     // Integers, reals and booleans of equal value are stored once each, never merged.
@@ -124,6 +124,15 @@ TEST(KeyedArchiveRoundTrip, ValuesComeBackWithTheirTypesAndOtherQtTypesNormalise
         ASSERT_TRUE(back.isValid()) << error.text().toStdString();
         expectSame(c.out, back);
     }
+
+    // Another implementation reads ours: Python's plistlib.
+    const QString path = TestEnvironment::makeTempDir("ours") + "/message.archive";
+    ASSERT_TRUE(TestEnvironment::writeFile(path, VEKKeyedArchive::archivedData(everyKind())));
+    QByteArray out;
+    ASSERT_EQ(NetTestSupport::runTool({"decode", path}, &out), 0) << out.constData();
+    const QJsonDocument doc = QJsonDocument::fromJson(out);
+    ASSERT_FALSE(doc.isNull()) << out.constData();
+    expectSame(everyKind(), NetTestSupport::fromTyped(doc.array()));
 }
 
 TEST(KeyedArchiveRoundTrip, WhatCannotBeArchivedIsRefused)
@@ -175,20 +184,7 @@ TEST(KeyedArchiveLayout, IsTheArchiverLayoutWithRepeatedValuesStoredOnce)
 }
 
 // ---------------------------------------------------------------------------------------------
-// Another implementation on each side: Python's plistlib.
-
-TEST(KeyedArchivePython, PlistlibReadsOurArchives)
-{
-    const QString dir = TestEnvironment::makeTempDir("ours");
-    const QString path = dir + "/message.archive";
-    ASSERT_TRUE(TestEnvironment::writeFile(path, VEKKeyedArchive::archivedData(everyKind())));
-
-    QByteArray out;
-    ASSERT_EQ(NetTestSupport::runTool({"decode", path}, &out), 0) << out.constData();
-    const QJsonDocument doc = QJsonDocument::fromJson(out);
-    ASSERT_FALSE(doc.isNull()) << out.constData();
-    expectSame(everyKind(), NetTestSupport::fromTyped(doc.array()));
-}
+// Archives laid out by another implementation: Python's plistlib.
 
 TEST(KeyedArchivePython, WeReadArchivesLaidOutByAnotherArchiver)
 {
@@ -252,9 +248,9 @@ TEST(KeyedArchiveHostile, WrongEnvelopeIsRefused)
     expectRefused(handMade(fine, uid(quint64(1) << 40)), "root UID far away");
 }
 
-TEST(KeyedArchiveHostile, BrokenReferencesAreRefused)
+TEST(KeyedArchiveHostile, BrokenReferencesClassesAndRecordsAreRefused)
 {
-    // Object 2 is the class record in each.
+    // References; object 2 is the class record in each.
     expectRefused(handMade({"$null", arrayRecord({uid(9)}, 2), classRecord("NSArray")}),
                   "dangling UID", "refers to no object");
     expectRefused(handMade({"$null", arrayRecord({uid(0)}, 2), classRecord("NSArray")}),
@@ -274,10 +270,8 @@ TEST(KeyedArchiveHostile, BrokenReferencesAreRefused)
     expectRefused(handMade({"$null", uid(1)}), "a bare UID as an object", "no archived meaning");
     expectRefused(handMade({"$null", QVariantList{uid(0)}}), "a bare array as an object",
                   "no archived meaning");
-}
 
-TEST(KeyedArchiveHostile, UnknownAndDamagedClassesAreRefused)
-{
+    // Classes we do not decode, and damaged class records.
     expectRefused(handMade({"$null", QVariantMap{{"NS.time", 1.0}, {"$class", uid(2)}},
                             classRecord("NSDate")}),
                   "a date", "NSDate");
@@ -290,10 +284,8 @@ TEST(KeyedArchiveHostile, UnknownAndDamagedClassesAreRefused)
                   "class record that is a string", "class");
     expectRefused(handMade({"$null", arrayRecord({}, 0)}), "class is nil", "class");
     expectRefused(handMade({"$null", arrayRecord({}, 7)}), "class past the end", "class");
-}
 
-TEST(KeyedArchiveHostile, WrongTypesInsideRecordsAreRefused)
-{
+    // Wrong types inside records.
     const QVariantMap dictClass = classRecord("NSMutableDictionary", {"NSDictionary"});
     expectRefused(handMade({"$null", QVariantMap{{"NS.keys", "k"}, {"NS.objects", QVariantList{}},
                                                  {"$class", uid(2)}},
