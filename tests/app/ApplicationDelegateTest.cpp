@@ -230,15 +230,6 @@ TEST(SignalFrontEnd, EachCallIsOneSignalAndTheQuestionGoesToItsHandler)
     EXPECT_EQ(frontEnd.askAccessITunesLibrary(), std::optional<bool>(false));
 }
 
-TEST_F(DelegateTest, RemovingFromAPlaylistKeepsTheSongInTheLibrary)
-{
-    addToLibrary({song(-1), song(-2)});
-    delegate->newPlaylistWithSongs({libSong(-1), libSong(-2)});
-    delegate->removeSongsAtIndexes({0});
-    EXPECT_EQ(delegate->songs().size(), 1);
-    EXPECT_EQ(delegate->library().size(), 2);
-}
-
 TEST_F(DelegateTest, MoveFollowsTheSettledTargetRule)
 {
     addToLibrary({song(-1), song(-2), song(-3), song(-4)});

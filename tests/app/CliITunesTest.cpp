@@ -82,6 +82,7 @@ TEST_F(CliITunesTest, ShowsExactlyWhatTheFiltersAllowAndStoresOneRowPerPlaylist)
         cli.sql("SELECT playlistID, sortAscending FROM t_playlist WHERE iTunes = 1 ORDER BY playlistID;"),
         rows);
     EXPECT_EQ(cli.sql("SELECT COUNT(*) FROM t_song;"), "0");
+    EXPECT_TRUE(cli.songs().isEmpty()) << "the own library lists none of them";
 
     allowAccess(false);
     EXPECT_EQ(iTunesPlaylists().size(), 1);

@@ -167,7 +167,7 @@ TEST_F(CliLibraryTest, ChangesSurviveEveryRestartAndReachTheRows)
     std::sort(again.begin(), again.end());
     EXPECT_EQ(again, dealt);
 
-    // What the sqlite3 command line sees.
+    // What the sqlite3 command line sees: -11 left the library and every list, -13 only the new one.
     EXPECT_EQ(
         cli.sql(QString("SELECT group_concat(songID) FROM (SELECT songID FROM t_playlistSong WHERE "
                         "playlistID = %1 ORDER BY ordinal);"
@@ -176,10 +176,10 @@ TEST_F(CliLibraryTest, ChangesSurviveEveryRestartAndReachTheRows)
                         "SELECT shuffle FROM t_playlist WHERE playlistID = 100;"
                         "SELECT COUNT(*) FROM t_playlist WHERE playlistID = 300;"
                         "SELECT COUNT(*) FROM t_playlistSong WHERE playlistID = 300 OR songID = -11;"
-                        "SELECT COUNT(*) FROM t_song WHERE songID = -11;"
+                        "SELECT group_concat(songID) FROM t_song WHERE songID IN (-11, -13);"
                         "SELECT name, track, trackNumber FROM t_song WHERE songID = -10;")
                     .arg(id)),
-        "-12,-10\nRock 'n' Roll|ordinal|0\nname|0|2\n1\n0\n0\n0\nRenamed|4 of 9|4");
+        "-12,-10\nRock 'n' Roll|ordinal|0\nname|0|2\n1\n0\n0\n-13\nRenamed|4 of 9|4");
     // The audio file itself carries the new tag.
     QByteArray probe;
     TestEnvironment::run(

@@ -1,13 +1,11 @@
 // Where the results of background operations go: the merge on the main thread into the library
-// and its playlists, conversions, and the iTunes read-in at launch (files handed to the player:
-// PlayerSession).
+// and its playlists, and conversions. The iTunes read-in at launch: CliITunesTest, whose commands
+// launch the same delegate; files handed to the player: PlayerSession.
 
 #include "app/ApplicationDelegate.h"
 #include "db/VEKDatabaseQuery.h"
 #include "library/ConvertOperation.h"
 #include "library/ImportOperation.h"
-#include "library/LoadiTunesOperation.h"
-#include "library/iTunesFixture.h"
 #include "settings/UserDefaults.h"
 #include "support/TestEnvironment.h"
 
@@ -33,7 +31,6 @@ protected:
     {
         if (delegate)
             delegate->applicationWillTerminate();
-        UserDefaults::standard().removeValue("accessiTunesLibrary");
     }
     void launch()
     {
@@ -124,25 +121,6 @@ TEST_F(MergeTest, AMergeThatARescanOvertookAddsNothingTwice)
     delegate->queue()->waitUntilAllOperationsAreFinished();
     EXPECT_EQ(delegate->library().size(), 1);
     EXPECT_EQ(library()->countOfSongs(), 1);
-}
-
-TEST_F(MergeTest, TheITunesReadInIsQueuedAtLaunchOnlyWhenAllowed)
-{
-    const QString dir = TestEnvironment::makeTempDir("itunes");
-    const QString xml = dir + "/iTunes Library.xml";
-    iTunesFixture::write(xml, dir + "/music");
-    UserDefaults::standard().setValue("iTunesLibraryLocation", xml);
-    EXPECT_FALSE(delegate->loadiTunesLibrary());
-
-    UserDefaults::standard().setValue("accessiTunesLibrary", true);
-    launch();
-    UserDefaults::standard().removeValue("iTunesLibraryLocation");
-    EXPECT_EQ(delegate->iTunesPlaylists().first()->countOfSongs(), iTunesFixture::keptTrackIDs.size());
-    ASSERT_EQ(delegate->iTunesPlaylists().size(), 1 + iTunesFixture::playlistIDs.size());
-    EXPECT_EQ(delegate->iTunesPlaylists().at(2)->countOfSongs(), 3);
-    EXPECT_TRUE(delegate->iTunesPlaylists().at(2)->locked());
-    EXPECT_TRUE(delegate->library().value(101));
-    EXPECT_TRUE(library()->songsInManualOrder().isEmpty()); // not the own library's songs
 }
 
 TEST_F(ConversionMergeTest, QueuesOnlySongsThatArePresentAndInAnotherFormat)
