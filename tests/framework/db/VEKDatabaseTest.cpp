@@ -5,7 +5,6 @@
 
 #include <QFile>
 #include <gtest/gtest.h>
-#include <thread>
 
 namespace {
 QString freshFile()
@@ -91,29 +90,4 @@ TEST(VEKDatabase, TransactionsCommitOrRollBackWhole)
     auto q = db.queryWithStatement("SELECT group_concat(i) FROM t");
     ASSERT_TRUE(q->evaluateNextRow());
     EXPECT_EQ(q->stringValueAtColumn(0), "2");
-}
-
-TEST(VEKDatabase, ASecondWriterWaitsInsteadOfFailing)
-{
-    const QString path = freshFile();
-    VEKDatabase a;
-    ASSERT_TRUE(a.initWithURL(path));
-    a.executeStatement("CREATE TABLE t (i integer);");
-    ASSERT_TRUE(a.beginTransaction());
-    a.executeStatement("INSERT INTO t VALUES (1);");
-
-    bool otherSucceeded = false;
-    std::thread other([&] {
-        VEKDatabase b;
-        if (b.initWithURL(path))
-            otherSucceeded = b.executeStatement("INSERT INTO t VALUES (2);");
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    ASSERT_TRUE(a.commitTransaction());
-    other.join();
-    EXPECT_TRUE(otherSucceeded);
-
-    auto q = a.queryWithStatement("SELECT COUNT(*) FROM t");
-    ASSERT_TRUE(q->evaluateNextRow());
-    EXPECT_EQ(q->intValueAtColumn(0), 2);
 }
