@@ -133,15 +133,6 @@ TEST_F(DelegateTest, RemovingFromTheLibraryEmptiesEveryPlaylistEvenASearchedOne)
     EXPECT_FALSE(delegate->library().contains(-2));
     EXPECT_EQ(mine->songsInManualOrder().size(), 1);
     EXPECT_EQ(other->songsInManualOrder().size(), 1);
-
-    // And after a restart, too.
-    const qint64 mineID = mine->playlistID(), otherID = other->playlistID();
-    delegate->applicationWillTerminate();
-    delegate = std::make_unique<ApplicationDelegate>();
-    delegate->applicationWillFinishLaunching();
-    EXPECT_EQ(delegate->library().size(), 2);
-    EXPECT_EQ(delegate->playlistForID(mineID)->countOfSongs(), 1);
-    EXPECT_EQ(delegate->playlistForID(otherID)->countOfSongs(), 1);
 }
 
 TEST_F(DelegateTest, ANewPlaylistIsShownSelectedAndItsNameEdited)
