@@ -1,8 +1,7 @@
-#include "IOFixtures.h"
 #include "io/VEKAudioFileModifier.h"
+#include "IOFixtures.h"
 #include "io/VEKAudioFileReader.h"
 #include "support/Processes.h"
-#include "support/SmallFilesystem.h"
 #include "support/TestEnvironment.h"
 
 #include <QCryptographicHash>
@@ -174,32 +173,6 @@ TEST(ModifierErrors, CafCannotBeWrittenAndStaysUntouched)
     EXPECT_FALSE(error.localizedDescription().isEmpty());
     EXPECT_EQ(TestEnvironment::fileDigest(path), before);
     EXPECT_EQ(metadataOf(path).value("title").toString(), "Überschrift – 日本");
-}
-
-TEST(ModifierErrors, FullDiskLeavesTheFileWhole)
-{
-    const QString disk = TestEnvironment::makeTempDir("disk");
-    SmallFilesystem fs(disk, 2 * 1024 * 1024);
-    if (!fs.available())
-        GTEST_SKIP() << fs.reason().toStdString();
-    for (const char *name : {"a16.flac", "a.ogg", "a.mp3"}) {
-        SCOPED_TRACE(name);
-        const QString path = QDir(disk).filePath(QLatin1String(name));
-        ASSERT_TRUE(QFile::copy(QDir(IOFixtures::dir()).filePath(QLatin1String(name)), path));
-        const QByteArray before = TestEnvironment::fileDigest(path);
-        fs.fill(8 * 1024);
-        VEKError error;
-        auto modifier = VEKAudioFileModifier::open(path, &error);
-        ASSERT_NE(modifier, nullptr) << error.text().toStdString();
-        modifier->setValue("album", QString(100000, 'a'));
-        EXPECT_FALSE(modifier->commit(&error));
-        EXPECT_FALSE(error.isNull());
-        EXPECT_EQ(TestEnvironment::fileDigest(path), before);
-        EXPECT_EQ(QDir(disk).entryList(QDir::Files | QDir::Hidden, QDir::Name),
-                  QStringList({".filler", QLatin1String(name)}));
-        QFile::remove(QDir(disk).filePath(".filler"));
-        QFile::remove(path);
-    }
 }
 
 // A tag write that was killed leaves its hidden copy beside the song; the next write in the

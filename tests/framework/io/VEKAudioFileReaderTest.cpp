@@ -164,7 +164,7 @@ TEST(ReaderTags, UntaggedFileHasNoKeys)
     EXPECT_EQ(reader->format(), "WAVE File");
 }
 
-TEST(ReaderErrors, MissingEmptyAndNonAudioFilesAreRefused)
+TEST(ReaderErrors, MissingEmptyNonAudioAndTruncatedFilesAreRefused)
 {
     expectRefused(TestEnvironment::makeTempDir("none") + "/missing.flac");
     expectRefused(TestEnvironment::makeTempDir("folder"));
@@ -175,10 +175,8 @@ TEST(ReaderErrors, MissingEmptyAndNonAudioFilesAreRefused)
     for (char &c : noise)
         c = char((x = x * 1103515245u + 12345u) >> 24);
     expectRefused(writeFile("noise.wav", noise));
-}
 
-TEST(ReaderErrors, TruncatedFilesAreRefused)
-{
+    // Files of a framed format cut short.
     for (const char *name : {"a16.flac", "alac16.m4a", "a.wv", "a.tta"}) {
         SCOPED_TRACE(name);
         const QByteArray whole = TestEnvironment::readFile(IOFixtures::dir() + "/" + name);
