@@ -5,9 +5,7 @@
 #include "support/TestEnvironment.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QFile>
-#include <QPointer>
 #include <QStandardPaths>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -83,44 +81,6 @@ TEST(NetworkAcceptor, WithoutABusTheServiceIsReportedUnpublishedAndStillServes)
     EXPECT_TRUE(connects(acceptor.port()));
     ASSERT_TRUE(waitUntil([&] { return pipes.size() == 1; }));
     EXPECT_TRUE(pipes.first()->isOpen());
-}
-
-TEST(NetworkAcceptor, ShutdownRefusesNewClientsAndSparesTheConnectedOne)
-{
-    NoBus noBus;
-    auto acceptor = std::make_unique<VEKNetworkAcceptor>();
-    acceptor->setPublished(false);
-    QObject owner;
-    QPointer<VEKNetworkPipe> serverPipe;
-    QObject::connect(acceptor.get(), &VEKNetworkAcceptor::didAcceptConnection, &owner,
-                     [&](VEKNetworkPipe *p) {
-                         p->setParent(&owner);
-                         serverPipe = p;
-                     });
-    bool shutDown = false;
-    QObject::connect(acceptor.get(), &VEKNetworkAcceptor::didShutdown, [&] { shutDown = true; });
-    ASSERT_TRUE(acceptor->startup("local.", "_quivera1._tcp.", "test", 0, 10.0));
-    const quint16 port = acceptor->port();
-
-    auto *socket = new QTcpSocket;
-    socket->connectToHost(QHostAddress::LocalHost, port);
-    ASSERT_TRUE(waitUntil([&] { return bool(serverPipe); }));
-    VEKNetworkPipe client(socket);
-
-    acceptor->shutdown();
-    EXPECT_TRUE(shutDown);
-    EXPECT_FALSE(acceptor->isListening());
-    EXPECT_EQ(acceptor->port(), 0);
-    EXPECT_FALSE(connects(port)) << "the port is closed, not just unannounced";
-    acceptor.reset();
-
-    // The pipe taken before the shutdown still carries messages both ways.
-    QVariantMap got;
-    QObject::connect(serverPipe, &VEKNetworkPipe::received,
-                     [&](const QVariant &m) { got = m.toMap(); });
-    ASSERT_TRUE(client.send(QVariantMap{{"command", "getCurrentStatus"}}));
-    ASSERT_TRUE(waitUntil([&] { return !got.isEmpty(); }));
-    EXPECT_EQ(got.value("command"), QVariant("getCurrentStatus"));
 }
 
 TEST(NetworkAcceptor, AConnectionNobodyTakesIsRefused)
