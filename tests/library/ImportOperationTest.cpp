@@ -129,17 +129,11 @@ TEST_F(ImportTest, ATreeOfEveryFormatBecomesSongsWithTheirTags)
         EXPECT_EQ(row->disc_sortable(), mine->disc_sortable());
     }
 
-    // A second import adds nothing: what the library knows, and what the file already holds.
-    ImportOperation::Snapshot known;
-    for (const SongPtr &s : op->songsInImportOrder()) {
-        known.paths.insert(s->URL());
-        known.songIDs.insert(s->songID());
-    }
-    const auto again = import({music}, known);
-    EXPECT_TRUE(again->songs().isEmpty());
-    EXPECT_EQ(again->duplicates().size(), 13); // the link, too: it is a known file
-    const auto queuedBehind = import({music}); // a snapshot from before the first merge
+    // A second import adds nothing, even with a snapshot from before the first merge: the file holds
+    // them (with the library's snapshot: CliImportTest's second import).
+    const auto queuedBehind = import({music});
     EXPECT_TRUE(queuedBehind->songs().isEmpty());
+    EXPECT_EQ(queuedBehind->duplicates().size(), 13); // the link, too: it is a known file
     EXPECT_EQ(rows(), 13);
 }
 
