@@ -386,10 +386,6 @@ TEST_F(MprisOnTheBus, NextAndLoopFollowTheRepeatModeOfThePlayingList)
     EXPECT_FALSE(property(kPlayer, u"CanGoNext"_s).toBool());
     EXPECT_EQ(ask({u"loop"_s}), u"None"_s);
 
-    call(kPlayer, u"Next"_s); // can't: nothing happens
-    waitUntil([] { return false; }, 200);
-    EXPECT_EQ(stream()->currentSong(), row(2));
-
     ASSERT_EQ(playerctl({u"loop"_s, u"Playlist"_s}).status, 0);
     EXPECT_EQ(library->repeatMode(), 1u);
     ASSERT_TRUE(waitUntil([&] { return recorder.latest().value(u"CanGoNext"_s).toBool(); }));
