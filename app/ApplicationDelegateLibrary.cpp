@@ -108,7 +108,7 @@ void ApplicationDelegate::songFieldsDidChange()
     // A searched playlist keeps its filtered view until told that what it filtered changed.
     for (const QList<PlaylistPtr> *lists : {&m_localPlaylists, &m_iTunesPlaylists})
         for (const PlaylistPtr &playlist : *lists)
-            playlist->invalidateView();
+            playlist->songFieldsDidChange();
 }
 
 void ApplicationDelegate::setMetadataForSong(const QVariantMap &metadata, const SongPtr &song)

@@ -10,6 +10,7 @@
 #include <QHash>
 #include <QSet>
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <vector>
@@ -241,6 +242,7 @@ SongPtr Playlist::songFollowingSong(const SongPtr &song) const
 void Playlist::insertSongs(const QList<SongPtr> &songs, const Rows &indexes)
 {
     invalidateView();
+    m_ranks.clear();
     const qsizetype n = std::min(songs.size(), indexes.size());
     for (qsizetype i = 0; i < n; ++i) {
         const qsizetype at = std::clamp<qsizetype>(indexes.at(i), 0, m_manualOrder.size());
@@ -287,6 +289,7 @@ void Playlist::insertSongs(const QList<SongPtr> &songs, const Rows &indexes)
 void Playlist::setSongsWithoutStoring(const QList<SongPtr> &songs)
 {
     invalidateView();
+    m_ranks.clear();
     m_manualOrder = songs;
     touch();
     updateSortedOrder();
@@ -320,6 +323,7 @@ void Playlist::removeSongs(const QList<SongPtr> &removed)
         list.removeIf([&set](const SongPtr &s) { return set.contains(s.get()); });
     };
     drop(m_manualOrder);
+    m_ranks.clear();
     drop(m_sortedOrder);
     drop(m_shuffledOrder);
     touch();
@@ -399,148 +403,57 @@ void Playlist::updateSortedOrder()
     if (descriptors.isEmpty())
         return;
     const qsizetype n = m_manualOrder.size();
+    const qsizetype levels = descriptors.size();
 
-    // Texts of the sortable fields repeat (an album's every track): rank the distinct values
-    // once, then the sort compares integers. Rank -1 is an empty value that comes last. Whether
-    // a text may skip the collator is found once per text, not at each of its comparisons.
-    std::vector<std::vector<int>> ranks(size_t(descriptors.size()));
-    for (qsizetype d = 0; d < descriptors.size(); ++d) {
+    // One row of keys per song, a column per descriptor, each ascending as compared: a rank
+    // turned round for a descending level, an empty text last either way.
+    std::vector<quint64> keys(size_t(n * levels));
+    for (qsizetype d = 0; d < levels; ++d) {
         const SortDescriptor &descriptor = descriptors.at(d);
-        if (!descriptor.ranksText())
+        const bool ascending = descriptor.ascending();
+        if (descriptor.comparesNumber()) {
+            for (qsizetype i = 0; i < n; ++i) {
+                const quint64 x = descriptor.number(*m_manualOrder.at(i));
+                keys[size_t(i * levels + d)] = ascending ? x : ~x;
+            }
             continue;
-        const bool emptyLast = descriptor.emptyTextLast();
-        QHash<QString, int> slot;
-        QList<QString> distinct;
-        std::vector<char> plain;
-        // Two plain texts are ordered by their byte keys; any other pair by the comparison.
-        std::vector<std::string> keys;
-        std::vector<char> keyed;
-        const bool numeric = descriptor.comparesNumericText();
-        // Names are mostly distinct: room for every song at once rather than growing step by step.
-        slot.reserve(n);
-        std::vector<int> &r = ranks[size_t(d)];
-        r.resize(size_t(n));
+        }
+        const std::vector<int> &r = ranksFor(descriptor);
         for (qsizetype i = 0; i < n; ++i) {
-            const QString &text = descriptor.sortableText(*m_manualOrder.at(i));
-            if (emptyLast && text.isEmpty()) {
-                r[size_t(i)] = -1;
-                continue;
-            }
-            auto it = slot.constFind(text);
-            if (it == slot.cend()) {
-                it = slot.insert(text, int(distinct.size()));
-                distinct.append(text);
-                plain.push_back(VEKText::comparesPlainly(text));
-                keys.emplace_back();
-                keyed.push_back(plain.back() && VEKText::plainOrderKey(text, numeric, &keys.back()));
-            }
-            r[size_t(i)] = it.value();
+            const int rank = r[size_t(i)];
+            keys[size_t(i * levels + d)] = rank < 0 ? std::numeric_limits<quint64>::max()
+                                                    : (ascending ? quint64(rank) : quint64(INT_MAX - rank));
         }
-        const auto compare = [&](int a, int b) {
-            if (keyed[size_t(a)] && keyed[size_t(b)])
-                return keys[size_t(a)].compare(keys[size_t(b)]);
-            return descriptor.compareTexts(distinct.at(a), distinct.at(b),
-                                           plain[size_t(a)] && plain[size_t(b)]);
-        };
-        std::vector<int> order(size_t(distinct.size()));
-        for (size_t k = 0; k < order.size(); ++k)
-            order[k] = int(k);
-        std::sort(order.begin(), order.end(), [&compare](int a, int b) { return compare(a, b) < 0; });
-        std::vector<int> rankOfSlot(order.size());
-        int rank = 0;
-        for (size_t k = 0; k < order.size(); ++k) {
-            if (k > 0 && compare(order[k - 1], order[k]) != 0)
-                ++rank;
-            rankOfSlot[size_t(order[k])] = rank;
-        }
-        for (int &value : r)
-            if (value >= 0)
-                value = rankOfSlot[size_t(value)];
     }
-
-    // Other fields (a length, a date) are read once per song rather than twice per comparison.
-    std::vector<std::vector<QVariant>> values(size_t(descriptors.size()));
-    for (qsizetype d = 0; d < descriptors.size(); ++d) {
-        if (!descriptors.at(d).comparesFieldValues())
-            continue;
-        std::vector<QVariant> &v = values[size_t(d)];
-        v.reserve(size_t(n));
-        for (qsizetype i = 0; i < n; ++i)
-            v.push_back(m_manualOrder.at(i)->valueForKey(descriptors.at(d).key()));
-        // A text field (a genre) repeats like an artist: rank its distinct texts once, by their
-        // code units as the values compare, and let the sort compare ranks.
-        if (!std::all_of(v.begin(), v.end(),
-                         [](const QVariant &x) { return x.typeId() == QMetaType::QString; }))
-            continue;
-        QHash<QString, int> slot;
-        QList<QString> distinct;
-        std::vector<int> &r = ranks[size_t(d)];
-        r.resize(size_t(n));
-        for (qsizetype i = 0; i < n; ++i) {
-            const QString &text = *static_cast<const QString *>(v[size_t(i)].constData());
-            auto it = slot.constFind(text);
-            if (it == slot.cend()) {
-                it = slot.insert(text, int(distinct.size()));
-                distinct.append(text);
-            }
-            r[size_t(i)] = it.value();
-        }
-        std::vector<int> order(size_t(distinct.size()));
-        for (size_t k = 0; k < order.size(); ++k)
-            order[k] = int(k);
-        std::sort(order.begin(), order.end(),
-                  [&distinct](int a, int b) { return distinct.at(a) < distinct.at(b); });
-        std::vector<int> rankOfSlot(order.size());
-        for (size_t k = 0; k < order.size(); ++k)
-            rankOfSlot[size_t(order[k])] = int(k);
-        for (int &value : r)
-            value = rankOfSlot[size_t(value)];
-        v.clear();
-    }
-
-    std::vector<std::vector<quint64>> numbers(size_t(descriptors.size()));
-    for (qsizetype d = 0; d < descriptors.size(); ++d) {
-        if (!descriptors.at(d).comparesNumber())
-            continue;
-        std::vector<quint64> &v = numbers[size_t(d)];
-        v.reserve(size_t(n));
-        for (qsizetype i = 0; i < n; ++i)
-            v.push_back(descriptors.at(d).number(*m_manualOrder.at(i)));
-    }
-
     std::vector<qsizetype> indexes(static_cast<size_t>(n));
     for (qsizetype i = 0; i < n; ++i)
         indexes[size_t(i)] = i;
-    // Stable, so songs that compare equal keep the user's order.
-    std::stable_sort(indexes.begin(), indexes.end(), [&](qsizetype a, qsizetype b) {
-        for (qsizetype d = 0; d < descriptors.size(); ++d) {
-            const std::vector<int> &r = ranks[size_t(d)];
-            int c;
-            const std::vector<QVariant> &v = values[size_t(d)];
-            const std::vector<quint64> &number = numbers[size_t(d)];
-            if (!number.empty()) {
-                const quint64 x = number[size_t(a)], y = number[size_t(b)];
-                c = x == y ? 0 : ((x < y) == descriptors.at(d).ascending() ? -1 : 1);
-            } else if (!v.empty()) {
-                const int sign = descriptors.at(d).ascending() ? 1 : -1;
-                c = sign * SortDescriptor::compareValues(v[size_t(a)], v[size_t(b)]);
-            } else if (r.empty()) {
-                c = descriptors.at(d).compare(*m_manualOrder.at(a), *m_manualOrder.at(b));
-            } else {
-                const int ra = r[size_t(a)], rb = r[size_t(b)];
-                // Empty values come last whichever way the sort runs.
-                if (ra < 0 || rb < 0)
-                    c = ra == rb ? 0 : (ra < 0 ? 1 : -1);
-                else
-                    c = descriptors.at(d).ascending() ? ra - rb : rb - ra;
-            }
-            if (c != 0)
-                return c < 0;
-        }
-        return false;
+    // Songs that compare equal keep the user's order.
+    std::sort(indexes.begin(), indexes.end(), [&keys, levels](qsizetype a, qsizetype b) {
+        const quint64 *x = keys.data() + a * levels, *y = keys.data() + b * levels;
+        for (qsizetype d = 0; d < levels; ++d)
+            if (x[d] != y[d])
+                return x[d] < y[d];
+        return a < b;
     });
     for (qsizetype i = 0; i < n; ++i)
         m_sortedOrder[i] = m_manualOrder.at(indexes[size_t(i)]);
+}
+
+const std::vector<int> &Playlist::ranksFor(const SortDescriptor &descriptor) const
+{
+    const QString key = descriptor.rankKey();
+    for (const FieldRanks &kept : m_ranks)
+        if (kept.key == key)
+            return kept.ranks;
+    m_ranks.push_back({key, descriptor.ranks(m_manualOrder)});
+    return m_ranks.back().ranks;
+}
+
+void Playlist::songFieldsDidChange() const
+{
+    invalidateView();
+    m_ranks.clear();
 }
 
 namespace {

@@ -8,6 +8,9 @@
 #include <QString>
 #include <limits>
 #include <memory>
+#include <vector>
+
+class SortDescriptor;
 
 // An ordered list of songs with its own way of being looked at. It holds the same songs in three
 // orders at once (the user's, sorted, shuffled); `shuffle` and `sortKey` choose which is in
@@ -64,6 +67,8 @@ public:
     // edit) takes effect at the next invalidateView(), which the delegate calls after one.
     QList<SongPtr> songs() const;
     void invalidateView() const;
+    // The songs' own fields changed (a tag edit): the view and what the sorts kept go.
+    void songFieldsDidChange() const;
     qsizetype countOfSongs() const;
     SongPtr objectInSongsAtIndex(qsizetype index) const;
     QList<SongPtr> songsAtIndexes(const Rows &rows) const;
@@ -114,6 +119,7 @@ signals:
 
 private:
     const QList<SongPtr> &orderInForce() const;
+    const std::vector<int> &ranksFor(const SortDescriptor &descriptor) const;
     void touch();
 
     qint64 m_playlistID = 0;
@@ -130,6 +136,13 @@ private:
     bool m_locked = false;
     double m_lastModification = 0;
     bool m_sortDue = false;
+    // Ranks of the user's order by each field sorted by so far, until the songs or their fields
+    // change: clicking a column again, or another that shares a field, ranks no texts again.
+    struct FieldRanks {
+        QString key;
+        std::vector<int> ranks;
+    };
+    mutable std::vector<FieldRanks> m_ranks;
     mutable QList<SongPtr> m_view;
     mutable bool m_viewValid = false;
 };

@@ -2,8 +2,50 @@
 
 #include "text/VEKText.h"
 
+#include <QDateTime>
+#include <QHash>
+#include <algorithm>
+#include <cmath>
+#include <string>
+
 namespace {
 template <typename T> int threeWay(const T &a, const T &b) { return a < b ? -1 : (b < a ? 1 : 0); }
+
+// Dense ranks of slots from their ascending order; `same` tells two neighbours in it apart.
+template <typename Same>
+std::vector<int> denseRanks(const std::vector<int> &order, Same same)
+{
+    std::vector<int> rankOfSlot(order.size());
+    int rank = 0;
+    for (size_t k = 0; k < order.size(); ++k) {
+        if (k > 0 && !same(order[k - 1], order[k]))
+            ++rank;
+        rankOfSlot[size_t(order[k])] = rank;
+    }
+    return rankOfSlot;
+}
+
+std::vector<int> identity(size_t n)
+{
+    std::vector<int> order(n);
+    for (size_t k = 0; k < n; ++k)
+        order[k] = int(k);
+    return order;
+}
+
+// Values of one plain type (every length a double, every date valid) rank by that type rather
+// than through QVariant at each comparison.
+template <typename T>
+std::vector<int> ranksOfPlainValues(const std::vector<T> &values)
+{
+    std::vector<int> order = identity(values.size());
+    std::sort(order.begin(), order.end(), [&values](int a, int b) {
+        return values[size_t(a)] < values[size_t(b)] || (!(values[size_t(b)] < values[size_t(a)]) && a < b);
+    });
+    return denseRanks(order, [&values](int a, int b) {
+        return !(values[size_t(a)] < values[size_t(b)]) && !(values[size_t(b)] < values[size_t(a)]);
+    });
+}
 
 int naturalCompare(const QVariant &a, const QVariant &b)
 {
@@ -93,6 +135,127 @@ int SortDescriptor::compare(const Song &a, const Song &b) const
 int SortDescriptor::compareValues(const QVariant &a, const QVariant &b)
 {
     return naturalCompare(a, b);
+}
+
+std::vector<int> SortDescriptor::ranks(const QList<SongPtr> &songs) const
+{
+    const qsizetype n = songs.size();
+    std::vector<int> r(static_cast<size_t>(n));
+    if (ranksText()) {
+        // Texts of the sortable fields repeat (an album's every track): rank the distinct values
+        // once. Whether a text may skip the collator is found once per text, not at each of its
+        // comparisons.
+        const bool emptyLast = emptyTextLast();
+        QHash<QString, int> slot;
+        QList<QString> distinct;
+        std::vector<char> plain;
+        // Two plain texts are ordered by their byte keys; any other pair by the comparison.
+        std::vector<std::string> keys;
+        std::vector<char> keyed;
+        const bool numeric = comparesNumericText();
+        // Names are mostly distinct: room for every song at once rather than growing step by step.
+        slot.reserve(n);
+        for (qsizetype i = 0; i < n; ++i) {
+            const QString &text = sortableText(*songs.at(i));
+            if (emptyLast && text.isEmpty()) {
+                r[size_t(i)] = -1;
+                continue;
+            }
+            auto it = slot.constFind(text);
+            if (it == slot.cend()) {
+                it = slot.insert(text, int(distinct.size()));
+                distinct.append(text);
+                plain.push_back(VEKText::comparesPlainly(text));
+                keys.emplace_back();
+                keyed.push_back(plain.back() && VEKText::plainOrderKey(text, numeric, &keys.back()));
+            }
+            r[size_t(i)] = it.value();
+        }
+        const auto compare = [&](int a, int b) {
+            if (keyed[size_t(a)] && keyed[size_t(b)])
+                return keys[size_t(a)].compare(keys[size_t(b)]);
+            return compareTexts(distinct.at(a), distinct.at(b), plain[size_t(a)] && plain[size_t(b)]);
+        };
+        std::vector<int> order = identity(size_t(distinct.size()));
+        std::sort(order.begin(), order.end(), [&compare](int a, int b) { return compare(a, b) < 0; });
+        const std::vector<int> rankOfSlot =
+            denseRanks(order, [&compare](int a, int b) { return compare(a, b) == 0; });
+        for (int &value : r)
+            if (value >= 0)
+                value = rankOfSlot[size_t(value)];
+        return r;
+    }
+    if (!comparesFieldValues()) {
+        // Any other pairing of a field and a comparison: the songs compared as they are.
+        const SortDescriptor up(m_key, true, m_comparison);
+        const auto compare = [&](int a, int b) { return up.compare(*songs.at(a), *songs.at(b)); };
+        std::vector<int> order = identity(size_t(n));
+        std::stable_sort(order.begin(), order.end(), [&compare](int a, int b) { return compare(a, b) < 0; });
+        return denseRanks(order, [&compare](int a, int b) { return compare(a, b) == 0; });
+    }
+
+    // Other fields (a length, a date) are read once per song rather than twice per comparison.
+    std::vector<QVariant> v;
+    v.reserve(size_t(n));
+    for (qsizetype i = 0; i < n; ++i)
+        v.push_back(songs.at(i)->valueForKey(m_key));
+    const auto all = [&v](int type) {
+        return std::all_of(v.begin(), v.end(), [type](const QVariant &x) { return x.typeId() == type; });
+    };
+    if (n > 0 && all(QMetaType::Double)) {
+        std::vector<double> values;
+        values.reserve(size_t(n));
+        for (const QVariant &x : v)
+            values.push_back(*static_cast<const double *>(x.constData()));
+        if (std::none_of(values.begin(), values.end(), [](double x) { return std::isnan(x); }))
+            return ranksOfPlainValues(values);
+    }
+    if (n > 0 && all(QMetaType::QDateTime)) {
+        // Valid dates (an absent one is no date at all) order as their instants do.
+        std::vector<qint64> values;
+        values.reserve(size_t(n));
+        for (const QVariant &x : v) {
+            const auto *date = static_cast<const QDateTime *>(x.constData());
+            if (!date->isValid())
+                break;
+            values.push_back(date->toMSecsSinceEpoch());
+        }
+        if (qsizetype(values.size()) == n)
+            return ranksOfPlainValues(values);
+    }
+    if (n > 0 && all(QMetaType::ULongLong)) {
+        std::vector<quint64> values;
+        values.reserve(size_t(n));
+        for (const QVariant &x : v)
+            values.push_back(*static_cast<const quint64 *>(x.constData()));
+        return ranksOfPlainValues(values);
+    }
+    if (all(QMetaType::QString)) {
+        // A text field (a genre) repeats like an artist: rank its distinct texts once, by their
+        // code units as the values compare.
+        QHash<QString, int> slot;
+        QList<QString> distinct;
+        for (qsizetype i = 0; i < n; ++i) {
+            const QString &text = *static_cast<const QString *>(v[size_t(i)].constData());
+            auto it = slot.constFind(text);
+            if (it == slot.cend()) {
+                it = slot.insert(text, int(distinct.size()));
+                distinct.append(text);
+            }
+            r[size_t(i)] = it.value();
+        }
+        std::vector<int> order = identity(size_t(distinct.size()));
+        std::sort(order.begin(), order.end(),
+                  [&distinct](int a, int b) { return distinct.at(a) < distinct.at(b); });
+        const std::vector<int> rankOfSlot = denseRanks(order, [](int, int) { return false; });
+        for (int &value : r)
+            value = rankOfSlot[size_t(value)];
+        return r;
+    }
+    const auto compare = [&v](int a, int b) { return naturalCompare(v[size_t(a)], v[size_t(b)]); };
+    std::vector<int> order = identity(size_t(n));
+    std::stable_sort(order.begin(), order.end(), [&compare](int a, int b) { return compare(a, b) < 0; });
+    return denseRanks(order, [&compare](int a, int b) { return compare(a, b) == 0; });
 }
 
 int SortDescriptor::compareTexts(const QString &x, const QString &y, bool bothPlain) const

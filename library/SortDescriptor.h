@@ -4,6 +4,7 @@
 
 #include <QList>
 #include <QString>
+#include <vector>
 
 // One level of a playlist's sort. Three kinds of comparison:
 // - Sortable: the locale's case-insensitive order; empty values come last in either direction.
@@ -41,6 +42,14 @@ public:
     // songs reads each song's value once and compares those (compareValues, ascending).
     bool comparesFieldValues() const { return m_field == Field::Other; }
     static int compareValues(const QVariant &a, const QVariant &b);
+
+    // The ascending order of `songs` by this descriptor as dense ranks (equal songs, equal
+    // ranks), whatever its direction; -1 for an empty text that comes last in either direction.
+    // The direction applies to the ranks, so a playlist keeps them for the next sort. Not for
+    // numbers (comparesNumber), which are read as they are.
+    std::vector<int> ranks(const QList<SongPtr> &songs) const;
+    // What the ranks depend on besides the songs: the field and the kind of comparison.
+    QString rankKey() const { return m_key + QLatin1Char('/') + QString::number(int(m_comparison)); }
 
     // The chain of descriptors for a playlist's sort key, most significant first; empty for an
     // empty or absent key.

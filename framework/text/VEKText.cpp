@@ -3,6 +3,7 @@
 #include <QCollator>
 #include <QLocale>
 #include <QVarLengthArray>
+#include <algorithm>
 #include <array>
 
 namespace {
@@ -69,6 +70,28 @@ int plainNumericCompare(const QString &a, const QString &b)
     if (i < a.size())
         return 1;
     return j < b.size() ? -1 : 0;
+}
+
+bool isPlainCharacter(char16_t u)
+{
+    return (u >= u'a' && u <= u'z') || (u >= u'A' && u <= u'Z') || isDigit(u) || u == u' ';
+}
+
+// Two texts that are not both plain often differ before either leaves its plain characters
+// ("Café Night" and "Love Song" at their first letters): letters, digits and blanks that differ
+// there order the two as they order plain texts, whatever follows. 0 when that does not settle
+// it, as when either text ends or a number begins first (the numeric order reads it whole).
+int plainPrefixOrder(const QString &a, const QString &b, bool numeric)
+{
+    const qsizetype n = std::min(a.size(), b.size());
+    for (qsizetype i = 0; i < n; ++i) {
+        const char16_t x = a.at(i).unicode(), y = b.at(i).unicode();
+        if (!isPlainCharacter(x) || !isPlainCharacter(y) || (numeric && (isDigit(x) || isDigit(y))))
+            return 0;
+        if (lower(x) != lower(y))
+            return lower(x) < lower(y) ? -1 : 1;
+    }
+    return 0;
 }
 
 QLocale collationLocale()
@@ -206,12 +229,19 @@ bool VEKText::containsPrefolded(const QString &text, const QString &foldedNeedle
     return foldCaseAndDiacritics(text).contains(foldedNeedle);
 }
 
-bool VEKText::comparesPlainly(const QString &text)
+namespace {
+bool plainOrderHolds()
 {
     // English collation orders such texts (blanks, then digits, then letters) by their code
     // units; other languages may not ("aa" after "z" in Danish), so they always ask the collator.
-    thread_local const bool plainOrderHolds = collationLocale().language() == QLocale::English;
-    return plainOrderHolds && isPlain(text);
+    thread_local const bool holds = collationLocale().language() == QLocale::English;
+    return holds;
+}
+}
+
+bool VEKText::comparesPlainly(const QString &text)
+{
+    return plainOrderHolds() && isPlain(text);
 }
 
 int VEKText::localizedCaseInsensitiveCompare(const QString &a, const QString &b)
@@ -223,6 +253,9 @@ int VEKText::localizedCaseInsensitiveCompare(const QString &a, const QString &b,
 {
     if (bothPlain)
         return a.compare(b, Qt::CaseInsensitive);
+    if (plainOrderHolds())
+        if (const int order = plainPrefixOrder(a, b, false))
+            return order;
     return collator().compare(a, b);
 }
 
@@ -265,5 +298,8 @@ int VEKText::caseInsensitiveNumericCompare(const QString &a, const QString &b, b
     // 1.7 million times.
     if (bothPlain)
         return plainNumericCompare(a, b);
+    if (plainOrderHolds())
+        if (const int order = plainPrefixOrder(a, b, true))
+            return order;
     return numericCollator().compare(a, b);
 }

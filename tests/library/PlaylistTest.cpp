@@ -72,6 +72,11 @@ TEST_F(PlaylistTest, SortByArtistDescendingReversesArtistsButNotTracksAndKeepsEm
     EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-2, -6, -5, -3, -1, -4}));
     playlist.setSortAscending(false);
     EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-3, -1, -6, -5, -2, -4}));
+    // A tag edit counts at the next sort, though the sorts keep what they ranked.
+    songs.at(3)->setArtist(QStringLiteral("AAA"));
+    playlist.songFieldsDidChange();
+    playlist.setSortAscending(true);
+    EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-4, -2, -6, -5, -3, -1}));
 }
 
 TEST_F(PlaylistTest, TrackSortFollowsTheDirectionForDiscAndTrack)
@@ -116,6 +121,10 @@ TEST_F(PlaylistTest, AGenreSortComparesCodeUnitsAndKeepsTiesInTheUsersOrder)
     EXPECT_EQ(ids(p.songs()), (QList<qint64>{-4, -5, -2, -1, -3}));
     p.setSortAscending(false);
     EXPECT_EQ(ids(p.songs()), (QList<qint64>{-1, -3, -2, -5, -4}));
+    for (qsizetype i = 0; i < songs.size(); ++i)
+        songs.at(i)->setLength(i % 2 ? 60.5 : 200.0);
+    p.setSortKey(QStringLiteral("length"));
+    EXPECT_EQ(ids(p.songs()), (QList<qint64>{-1, -3, -5, -2, -4}));
 }
 
 TEST_F(PlaylistTest, ShuffleDealsExactlyTheSettledSelectionByRounding)
