@@ -1,5 +1,6 @@
 #include "SongTable.h"
 
+#include "SongCellDelegate.h"
 #include "SongTableController.h"
 #include "StatusCellDelegate.h"
 #include "core/VEKLocalizedString.h"
@@ -40,6 +41,7 @@ SongTable::SongTable(SongTableController *controller, QWidget *parent)
     setDragDropMode(QAbstractItemView::DragDrop);
     setContextMenuPolicy(Qt::CustomContextMenu);
     setFrameShape(QFrame::NoFrame);
+    setItemDelegate(new SongCellDelegate(this));
     setItemDelegateForColumn(0, new StatusCellDelegate(this));
 
     // Fixed row heights keep 100,000 rows cheap: the header never measures them.

@@ -59,6 +59,9 @@ SongTableController::SongTableController(ApplicationDelegate *delegate, QObject 
     m_footer->setAlignment(Qt::AlignCenter);
 
     QHeaderView *header = m_view->horizontalHeader();
+    // The header never shows the rows' selection. Given the table's, each paint of it asks for
+    // every column whether all rows are selected, walking every selected range.
+    header->setSelectionModel(new QItemSelectionModel(m_model, header));
     restoreColumns();
     connect(header, &QHeaderView::sectionClicked, this,
             [this](int logical) { columnClicked(SongTableModel::identifiers().value(logical)); });
