@@ -3,10 +3,10 @@
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
+#include <QDataStream>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QtEndian>
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -130,21 +130,17 @@ TEST(ReaderFacts, ThreeGigabyteFileKeepsItsSize)
     // A sparse 3 GiB WAV: the header promises the data, the file system holds no blocks.
     const quint64 size = 3ull << 30;
     const quint32 dataSize = quint32(size - 44);
-    QByteArray header(44, '\0');
-    auto put32 = [&](int at, quint32 v) { qToLittleEndian(v, header.data() + at); };
-    auto put16 = [&](int at, quint16 v) { qToLittleEndian(v, header.data() + at); };
-    header.replace(0, 4, "RIFF");
-    put32(4, dataSize + 36);
-    header.replace(8, 8, "WAVEfmt ");
-    put32(16, 16);
-    put16(20, 1);
-    put16(22, 2);
-    put32(24, 44100);
-    put32(28, 44100 * 4);
-    put16(32, 4);
-    put16(34, 16);
-    header.replace(36, 4, "data");
-    put32(40, dataSize);
+    QByteArray header;
+    QDataStream out(&header, QIODevice::WriteOnly);
+    out.setByteOrder(QDataStream::LittleEndian);
+    out.writeRawData("RIFF", 4);
+    out << quint32(dataSize + 36);
+    out.writeRawData("WAVEfmt ", 8);
+    // PCM, two channels at 44.1 kHz, four bytes a frame, 16 bits.
+    out << quint32(16) << quint16(1) << quint16(2) << quint32(44100) << quint32(44100 * 4) << quint16(4)
+        << quint16(16);
+    out.writeRawData("data", 4);
+    out << quint32(dataSize);
     const QString path = writeFile("big.wav", header);
     ASSERT_TRUE(QFile::resize(path, qint64(size)));
 

@@ -1,6 +1,8 @@
 #include "settings/VEKPropertyList.h"
 #include "support/TestEnvironment.h"
 
+#include <QBuffer>
+#include <QDataStream>
 #include <QDateTime>
 #include <QElapsedTimer>
 #include <QRandomGenerator>
@@ -64,47 +66,39 @@ QVariant deepList(int depth)
     return v;
 }
 
-void putBigEndian(QByteArray &out, quint64 v, int size)
-{
-    for (int i = size - 1; i >= 0; --i)
-        out.append(char((v >> (8 * i)) & 0xff));
-}
-
 // An array object of a binary list with four-byte references.
 QByteArray arrayObject(const QList<quint32> &refs)
 {
-    QByteArray o;
-    if (refs.size() < 15) {
-        o.append(char(0xA0 | refs.size()));
-    } else {
-        o.append(char(0xAF));
-        o.append(char(0x12));
-        putBigEndian(o, quint64(refs.size()), 4);
-    }
+    QByteArray bytes;
+    QDataStream out(&bytes, QIODevice::WriteOnly); // big-endian, as the format is
+    if (refs.size() < 15)
+        out << quint8(0xA0 | refs.size());
+    else
+        out << quint8(0xAF) << quint8(0x12) << quint32(refs.size());
     for (quint32 r : refs)
-        putBigEndian(o, r, 4);
-    return o;
+        out << r;
+    return bytes;
 }
 
 // A binary property list made by hand, for shapes no writer makes.
 QByteArray binaryList(const QList<QByteArray> &objects)
 {
-    QByteArray out("bplist00");
-    QList<quint64> offsets;
+    QByteArray bytes;
+    QDataStream out(&bytes, QIODevice::WriteOnly);
+    out.writeRawData("bplist00", 8);
+    QList<quint32> offsets;
     for (const QByteArray &o : objects) {
-        offsets.append(quint64(out.size()));
-        out += o;
+        offsets.append(quint32(bytes.size()));
+        out.writeRawData(o.constData(), int(o.size()));
     }
-    const quint64 tableAt = quint64(out.size());
-    for (quint64 o : offsets)
-        putBigEndian(out, o, 4);
-    out += QByteArray(6, '\0');
-    out.append(char(4)); // offset size
-    out.append(char(4)); // reference size
-    putBigEndian(out, quint64(objects.size()), 8);
-    putBigEndian(out, 0, 8); // top object
-    putBigEndian(out, tableAt, 8);
-    return out;
+    const quint64 tableAt = quint64(bytes.size());
+    for (quint32 o : offsets)
+        out << o;
+    // The trailer: six unused bytes, four-byte offsets and references, the object count, the top
+    // object and where the offset table starts.
+    out << quint32(0) << quint16(0) << quint8(4) << quint8(4) << quint64(objects.size()) << quint64(0)
+        << tableAt;
+    return bytes;
 }
 
 void expectRejected(const QByteArray &bytes, const char *what)
@@ -203,9 +197,7 @@ TEST(VEKPropertyListHostile, GarbageEmptyAndTruncatedInputIsRejected)
     }
 
     // A UTF-16 key holding a NUL trips an assertion inside libplist 2.2.
-    QByteArray dict("\xD1", 1);
-    putBigEndian(dict, 1, 4);
-    putBigEndian(dict, 2, 4);
+    const QByteArray dict("\xD1\0\0\0\1\0\0\0\2", 9); // key object 1, value object 2
     expectRejected(binaryList({dict, QByteArray("\x62\x00\xE9\x00\x00", 5), "\x51v"}),
                    "NUL inside a key");
 
