@@ -30,16 +30,6 @@ def typed(v):
     raise TypeError(type(v))
 
 
-def plain(v):
-    if isinstance(v, dict):
-        return {k: plain(x) for k, x in v.items()}
-    if isinstance(v, list):
-        return [plain(x) for x in v]
-    if isinstance(v, str):
-        return str(v)
-    return v
-
-
 def build(folder):
     song = {"songID": 5, "name": "Hyperballad", "artist": StringRecord("Björk")}
     name = "name"
@@ -62,7 +52,7 @@ def build(folder):
         with open(folder + "/" + case + ".archive", "wb") as f:
             f.write(archive(root, mutable))
         with open(folder + "/" + case + ".json", "w") as f:
-            json.dump(typed(plain(root)), f)
+            json.dump(typed(root), f)
 
 
 def connect(port):
