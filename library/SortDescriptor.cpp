@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
+#include <string_view>
 
 namespace {
 template <typename T> int threeWay(const T &a, const T &b) { return a < b ? -1 : (b < a ? 1 : 0); }
@@ -149,8 +150,10 @@ std::vector<int> SortDescriptor::ranks(const QList<SongPtr> &songs) const
         QHash<QString, int> slot;
         QList<QString> distinct;
         std::vector<char> plain;
-        // Two plain texts are ordered by their byte keys; any other pair by the comparison.
-        std::vector<std::string> keys;
+        // Texts with keys are ordered by them, the keys one after another in one buffer; texts
+        // whose keys tie, unless both are plain, and texts without a key by the comparison.
+        std::string pool, scratch;
+        std::vector<quint32> keyStart;
         std::vector<char> keyed;
         const bool numeric = comparesNumericText();
         // Names are mostly distinct: room for every song at once rather than growing step by step.
@@ -166,15 +169,26 @@ std::vector<int> SortDescriptor::ranks(const QList<SongPtr> &songs) const
                 it = slot.insert(text, int(distinct.size()));
                 distinct.append(text);
                 plain.push_back(VEKText::comparesPlainly(text));
-                keys.emplace_back();
-                keyed.push_back(plain.back() && VEKText::plainOrderKey(text, numeric, &keys.back()));
+                keyed.push_back(VEKText::plainOrderKey(text, numeric, &scratch));
+                keyStart.push_back(quint32(pool.size()));
+                if (keyed.back())
+                    pool += scratch;
             }
             r[size_t(i)] = it.value();
         }
+        keyStart.push_back(quint32(pool.size()));
+        const auto key = [&](int a) {
+            return std::string_view(pool.data() + keyStart[size_t(a)],
+                                    keyStart[size_t(a) + 1] - keyStart[size_t(a)]);
+        };
         const auto compare = [&](int a, int b) {
-            if (keyed[size_t(a)] && keyed[size_t(b)])
-                return keys[size_t(a)].compare(keys[size_t(b)]);
-            return compareTexts(distinct.at(a), distinct.at(b), plain[size_t(a)] && plain[size_t(b)]);
+            const bool bothPlain = plain[size_t(a)] && plain[size_t(b)];
+            if (keyed[size_t(a)] && keyed[size_t(b)]) {
+                const int c = key(a).compare(key(b));
+                if (c != 0 || bothPlain)
+                    return c;
+            }
+            return compareTexts(distinct.at(a), distinct.at(b), bothPlain);
         };
         std::vector<int> order = identity(size_t(distinct.size()));
         std::sort(order.begin(), order.end(), [&compare](int a, int b) { return compare(a, b) < 0; });

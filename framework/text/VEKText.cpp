@@ -268,8 +268,16 @@ bool VEKText::plainOrderKey(const QString &text, bool numeric, std::string *key)
 {
     key->clear();
     key->reserve(size_t(text.size()) + 2);
+    const std::array<char16_t, kLatinEnd> &folds = latinFolds();
     for (qsizetype i = 0; i < text.size();) {
-        const char16_t u = text.at(i).unicode();
+        char16_t u = text.at(i).unicode();
+        if (!isPlainCharacter(u)) {
+            // A Latin letter with marks ("é", "Ü") weighs as its letter at the first level.
+            const char16_t letter = u < kLatinEnd ? folds[u] : kTooLong;
+            if (!plainOrderHolds() || letter < u'a' || letter > u'z')
+                return false;
+            u = letter;
+        }
         if (!numeric || !isDigit(u)) {
             key->push_back(char(lower(u)));
             ++i;

@@ -31,9 +31,12 @@ bool comparesPlainly(const QString &text);
 int localizedCaseInsensitiveCompare(const QString &a, const QString &b, bool bothPlain);
 int caseInsensitiveNumericCompare(const QString &a, const QString &b, bool bothPlain);
 
-// For a text that compares plainly: bytes whose order (as std::string compares them) is the
-// order of the comparison above, the numeric one when `numeric`, so a sort of many texts
-// compares bytes. False, with no key, when a number in the text is too long for one.
+// Bytes whose order (as std::string compares them) is the order of the comparisons above, the
+// numeric one when `numeric`, so a sort of many texts compares bytes: wholly for texts that
+// compare plainly, and at the first level for texts whose other characters are Latin letters
+// with marks ("Café" keys as "cafe"): two such keys that differ order their texts, equal ones
+// leave it to the comparison. False, with no key, for any other text, or when a number in the
+// text is too long for one.
 bool plainOrderKey(const QString &text, bool numeric, std::string *key);
 
 } // namespace VEKText
