@@ -65,35 +65,27 @@ TEST(Connections, AnInactiveConnectionIsSilentAndNotPulledAndAMixerSumsTheActive
 
 TEST(Router, EachOutputTakesTheInputsTiedToItBitExact)
 {
-    registerTestClasses();
     // A three-channel source whose channels differ, routed 0->0, 1->1, 2 nowhere.
-    struct Marked : VEKAudioProcessor {
-        void render(VEKAudioBufferList &list, quint32, const VEKAudioRenderInfo &info) override
-        {
-            list.setFrames(info.frames);
-            for (quint32 c = 0; c < list.numberOfChannels(); ++c)
-                for (quint32 f = 0; f < list.frames(); ++f)
-                    list.channel(c)[f] = 0.1f * float(c + 1) + 1e-7f * float(f);
-        }
-    };
-    VEKAudioProcessor::registerClass("TestMarkedChannels",
-                                     [] { return VEKAudioProcessorPtr(std::make_shared<Marked>()); });
     auto stream = build(R"({
       "processors": [
-        {"identifier": "source", "class": "TestMarkedChannels"},
+        {"identifier": "source", "class": "TestSequenceSource"},
         {"identifier": "router", "class": "VEKRouterAudioProcessor",
          "settings": {"numberOfInputChannels": 3, "ties": [[0, 0], [2, 0], [1, 1]]}},
         {"identifier": "sink", "class": "TestManualSink"}
       ],
       "chains": [["source", "router", "sink"]]
     })");
+    std::vector<Channel> in(3, Channel(64));
+    for (quint32 c = 0; c < 3; ++c)
+        for (quint32 f = 0; f < 64; ++f)
+            in[c][f] = 0.1f * float(c + 1) + 1e-7f * float(f);
+    stream->processorWithIdentifier<SequenceSource>("source")->setChannels(in);
     ASSERT_TRUE(stream->initialize());
     VEKAudioBufferList out(2, 64);
     stream->renderCycle(out, 0, false);
     for (quint32 f = 0; f < 64; ++f) {
-        const float c0 = 0.1f + 1e-7f * float(f), c1 = 0.2f + 1e-7f * float(f), c2 = 0.3f + 1e-7f * float(f);
-        ASSERT_EQ(out.channel(0)[f], c0 + c2);
-        ASSERT_EQ(out.channel(1)[f], c1); // a single tie is a copy
+        ASSERT_EQ(out.channel(0)[f], in[0][f] + in[2][f]);
+        ASSERT_EQ(out.channel(1)[f], in[1][f]); // a single tie is a copy
     }
 }
 

@@ -17,14 +17,16 @@ std::string currentThreadName()
     return name;
 }
 
-// Records the order it ran in and whether it ever overlapped another.
+// What the probes of one test saw: the order they ran in and whether two ever overlapped.
+struct Runs {
+    std::vector<int> log;
+    std::atomic<int> running{0};
+    std::atomic<bool> overlap{false};
+};
+
 class Probe : public Operation {
 public:
-    Probe(int id, std::vector<int> *log, std::atomic<int> *running, std::atomic<bool> *overlap,
-          int sleepMs = 5)
-        : m_id(id), m_log(log), m_running(running), m_overlap(overlap), m_sleepMs(sleepMs)
-    {
-    }
+    Probe(int id, Runs *runs, int sleepMs = 5) : m_id(id), m_runs(runs), m_sleepMs(sleepMs) {}
     QThread *thread = nullptr;
     std::string threadName;
 
@@ -33,20 +35,18 @@ protected:
     {
         thread = QThread::currentThread();
         threadName = currentThreadName();
-        if (m_running->fetch_add(1) != 0)
-            m_overlap->store(true);
+        if (m_runs->running.fetch_add(1) != 0)
+            m_runs->overlap.store(true);
         for (int i = 0; i < m_sleepMs && !isCancelled(); ++i)
             QThread::msleep(1);
-        m_log->push_back(m_id);
+        m_runs->log.push_back(m_id);
         setProgress(1.0f);
-        m_running->fetch_sub(1);
+        m_runs->running.fetch_sub(1);
     }
 
 private:
     int m_id;
-    std::vector<int> *m_log;
-    std::atomic<int> *m_running;
-    std::atomic<bool> *m_overlap;
+    Runs *m_runs;
     int m_sleepMs;
 };
 }
@@ -54,9 +54,7 @@ private:
 TEST(OperationQueue, RunsOneOperationAtATimeInOrderOffTheMainThreadOnTheNamedWorker)
 {
     OperationQueue queue("quivera-wave");
-    std::vector<int> log;
-    std::atomic<int> running{0};
-    std::atomic<bool> overlap{false};
+    Runs runs;
     std::vector<std::shared_ptr<Probe>> probes;
     std::vector<int> finishedOnMain;
     // Each operation's start and finish, as the main thread hears of them.
@@ -79,12 +77,12 @@ TEST(OperationQueue, RunsOneOperationAtATimeInOrderOffTheMainThreadOnTheNamedWor
         reports.push_back("f" + idOf(op));
     });
     for (int i = 0; i < 5; ++i) {
-        probes.push_back(std::make_shared<Probe>(i, &log, &running, &overlap));
+        probes.push_back(std::make_shared<Probe>(i, &runs));
         queue.addOperation(probes.back());
     }
     queue.waitUntilAllOperationsAreFinished();
-    EXPECT_EQ(log, (std::vector<int>{0, 1, 2, 3, 4}));
-    EXPECT_FALSE(overlap.load());
+    EXPECT_EQ(runs.log, (std::vector<int>{0, 1, 2, 3, 4}));
+    EXPECT_FALSE(runs.overlap.load());
     EXPECT_EQ(finishedOnMain.size(), 5u);
     EXPECT_EQ(reports, (std::vector<std::string>{"s0", "f0", "s1", "f1", "s2", "f2", "s3", "f3", "s4", "f4"}));
     EXPECT_EQ(queue.operationCount(), 0);
@@ -96,11 +94,9 @@ TEST(OperationQueue, RunsOneOperationAtATimeInOrderOffTheMainThreadOnTheNamedWor
 TEST(OperationQueue, CancelAllStopsTheRunningOneAndDropsThePending)
 {
     OperationQueue queue;
-    std::vector<int> log;
-    std::atomic<int> running{0};
-    std::atomic<bool> overlap{false};
-    auto slow = std::make_shared<Probe>(0, &log, &running, &overlap, 5000);
-    auto later = std::make_shared<Probe>(1, &log, &running, &overlap);
+    Runs runs;
+    auto slow = std::make_shared<Probe>(0, &runs, 5000);
+    auto later = std::make_shared<Probe>(1, &runs);
     int finished = 0;
     QObject::connect(&queue, &OperationQueue::operationFinished, [&] { ++finished; });
     queue.addOperation(slow);
@@ -112,7 +108,7 @@ TEST(OperationQueue, CancelAllStopsTheRunningOneAndDropsThePending)
     queue.waitUntilAllOperationsAreFinished();
     EXPECT_TRUE(slow->isCancelled());
     EXPECT_TRUE(later->isFinished());
-    EXPECT_EQ(log, (std::vector<int>{0})); // the pending one never ran its work
+    EXPECT_EQ(runs.log, (std::vector<int>{0})); // the pending one never ran its work
     EXPECT_EQ(finished, 2);
 }
 
