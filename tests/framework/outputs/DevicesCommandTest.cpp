@@ -23,11 +23,9 @@ TEST_F(DevicesCommand, ListsEveryOutputWithItsRatesAndExclusivityAsJsonAndAsText
     EXPECT_TRUE(r.err.isEmpty()) << "ALSA's chatter must stay off: " << r.err.constData();
     const QJsonArray devices = QJsonDocument::fromJson(r.out).array();
     ASSERT_EQ(devices.size(), 5) << r.out.constData();
-    QStringList uids;
-    for (const QJsonValue &v : devices)
-        uids << v["UID"].toString();
-    EXPECT_EQ(uids, (QStringList{"default", "anyformat", "file16", "card44", "null"}));
+    // In the order of ALSADevice.ListsTheHintedPlaybackPCMsAndNullLast.
     const QJsonObject card = devices.at(3).toObject();
+    EXPECT_EQ(card["UID"].toString(), "card44");
     EXPECT_EQ(card["title"].toString(), "Rates 44100 and 96000 — Test card");
     EXPECT_EQ(card["sampleRates"].toArray(), (QJsonArray{44100, 96000}));
     EXPECT_EQ(card["exclusive"], QJsonValue(false));

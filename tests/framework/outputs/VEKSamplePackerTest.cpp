@@ -58,7 +58,7 @@ TEST(SamplePackerLayout, InterleavesFramesInChannelOrderAndStopsAtTheValidFrames
 
 // Full scale and beyond clip to the largest word instead of wrapping to the other sign; NaN
 // (a broken effect) must not become a full-scale click.
-TEST(SamplePackerLimits, ClipsAtFullScaleAndSilencesNaN)
+TEST(SamplePackerLimits, ClipsAtFullScaleSilencesNaNAndRoundsToTheNearestWord)
 {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     for (const float x : {1.0f, 1.0001f, 7.0f, std::numeric_limits<float>::infinity()}) {
@@ -73,10 +73,7 @@ TEST(SamplePackerLimits, ClipsAtFullScaleAndSilencesNaN)
     EXPECT_EQ(VEKSamplePacker::toInt32(nan), 0);
     // Just under full scale in a 32-bit word: the largest float below 1 is not clipped.
     EXPECT_EQ(VEKSamplePacker::toInt32(std::nextafter(1.0f, 0.0f)), 2147483520);
-}
-
-TEST(SamplePackerLimits, RoundsOffGridValuesToTheNearestWord)
-{
+    // Off-grid values round to the nearest word.
     EXPECT_EQ(VEKSamplePacker::toInt16(100.4f / 32768.0f), 100);
     EXPECT_EQ(VEKSamplePacker::toInt16(100.6f / 32768.0f), 101);
     EXPECT_EQ(VEKSamplePacker::toInt16(-100.6f / 32768.0f), -101);
