@@ -8,6 +8,8 @@
 #include <QFileInfo>
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 using TestEnvironment::ffmpeg;
 
 namespace IOFixtures {
@@ -110,11 +112,9 @@ QString copy(const QString &file)
     return target;
 }
 
-QString coverPath() { return dir() + "/cover.png"; }
-
 QByteArray coverBytes()
 {
-    return TestEnvironment::readFile(coverPath());
+    return TestEnvironment::readFile(dir() + "/cover.png");
 }
 
 QString plainWave() { return dir() + "/src16.wav"; }
@@ -132,6 +132,23 @@ QByteArray decodedAudio(const QString &path)
     const QString out = TestEnvironment::makeTempDir("pcm") + "/audio.raw";
     ffmpeg(path, out, {"-map", "0:a", "-f", "s32le", "-c:a", "pcm_s32le"});
     return TestEnvironment::readFile(out);
+}
+
+int bestShift(const std::function<float(qint64)> &decoded, const std::function<float(qint64)> &original,
+              qint64 from, qint64 to, int range)
+{
+    int best = 0;
+    double bestError = 1e300;
+    for (int shift = -range; shift <= range; ++shift) {
+        double e = 0;
+        for (qint64 i = from; i < to; ++i)
+            e += std::pow(double(decoded(i)) - double(original(i + shift)), 2);
+        if (e < bestError) {
+            bestError = e;
+            best = shift;
+        }
+    }
+    return best;
 }
 
 } // namespace IOFixtures

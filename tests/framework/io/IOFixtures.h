@@ -4,6 +4,7 @@
 #include <QStringList>
 #include <QVariantMap>
 
+#include <functional>
 #include <ostream>
 
 // Audio files for the reader and modifier tests, made once per test binary with sox and
@@ -28,7 +29,6 @@ const QList<Kind> &kinds();
 QString dir();
 // A fresh copy of a fixture in its own folder, for tests that change files.
 QString copy(const QString &file);
-QString coverPath();
 QByteArray coverBytes();
 // Untagged 16-bit stereo WAV source.
 QString plainWave();
@@ -38,5 +38,10 @@ QString combined(const QVariantMap &metadata, const QString &numberKey, const QS
 
 // The decoded samples as ffmpeg sees them, for comparing audio before and after a change.
 QByteArray decodedAudio(const QString &path);
+
+// The shift (within ±range frames) at which `decoded` lines up best with `original` over the
+// frames [from, to). A lossy decode is never equal to its source, but it lines up with it.
+int bestShift(const std::function<float(qint64)> &decoded, const std::function<float(qint64)> &original,
+              qint64 from, qint64 to, int range);
 
 } // namespace IOFixtures

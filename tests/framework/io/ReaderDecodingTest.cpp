@@ -54,26 +54,6 @@ Pcm readAt(VEKAudioFileReader &reader, quint64 from, quint32 count)
     return pcm;
 }
 
-// The shift of `decoded` against `source` that matches best, within ±range frames. A lossy
-// decode is never equal to its source, but it lines up with it.
-int bestAlignment(const Pcm &decoded, const Pcm &source, int range = 64)
-{
-    int best = 0;
-    double bestError = 1e300;
-    for (int shift = -range; shift <= range; ++shift) {
-        double e = 0;
-        for (quint64 i = 4096; i < 4096 + 8192; ++i) {
-            const double d = decoded.at(i, 0) - source.at(quint64(qint64(i) + shift), 0);
-            e += d * d;
-        }
-        if (e < bestError) {
-            bestError = e;
-            best = shift;
-        }
-    }
-    return best;
-}
-
 // Pieces read at offsets near and far, the ends included, match `whole` within `tolerance`
 // (well below what one frame of displacement makes of the fixtures' sine, 0.03).
 void expectSameFromAnyOffset(VEKAudioFileReader &reader, const Pcm &whole, float tolerance)
@@ -128,7 +108,9 @@ TEST(ReaderDecoding, FilesDecodeAsFFmpegDoesWithTheSourceLengthAndFromAnyOffset)
             continue;
         }
         EXPECT_EQ(ours.frames(), kFrames);
-        EXPECT_EQ(bestAlignment(ours, source), 0);
+        const auto oursAt = [&](qint64 i) { return ours.at(quint64(i), 0); };
+        const auto sourceAt = [&](qint64 i) { return source.at(quint64(i), 0); };
+        EXPECT_EQ(IOFixtures::bestShift(oursAt, sourceAt, 4096, 4096 + 8192, 64), 0);
         const quint64 common = std::min(ours.frames(), theirs.frames());
         EXPECT_GT(common, kFrames - 200);
         EXPECT_EQ(maxDifference(ours, 0, theirs, 0, common), 0.0f);

@@ -55,12 +55,6 @@ def build(folder):
             json.dump(typed(root), f)
 
 
-def connect(port):
-    sock = socket.create_connection(("127.0.0.1", port), timeout=20)
-    sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-    return sock
-
-
 def expect_reply(sock, n):
     reply = read_frame(sock)
     if reply.get("n") != n or reply.get("reply") is not True:
@@ -84,7 +78,8 @@ def message(n):
 
 
 def client(port, scenario, arg):
-    sock = connect(port)
+    sock = socket.create_connection(("127.0.0.1", port), timeout=20)
+    sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
     if scenario == "echo":
         n = 0
         for _ in range(3):

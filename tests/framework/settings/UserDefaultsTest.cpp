@@ -8,14 +8,14 @@
 #include "support/TestEnvironment.h"
 
 #include <QDir>
-#include <QFile>
-#include <QThread>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QTest>
 #include <QUrl>
 #include <atomic>
 #include <cmath>
 #include <gtest/gtest.h>
+#include <thread>
 
 namespace {
 
@@ -30,11 +30,6 @@ protected:
     void TearDown() override { VEKSetLogSink({}); }
 
     QVariantMap onDisk() const { return VEKPropertyList::readFile(file).toMap(); }
-
-    void writeRaw(const QByteArray &bytes) const
-    {
-        ASSERT_TRUE(TestEnvironment::writeFile(file, bytes));
-    }
 
     QString dir;
     QString file;
@@ -138,7 +133,7 @@ TEST_F(UserDefaultsTest, CorruptFileIsMovedAsideAndReportedOnce)
     for (const QByteArray &bad :
          {QByteArray("\x89garbage\0\x01", 10), QByteArray("<plist><array/></plist>"), truncated}) {
         log.clear();
-        writeRaw(bad);
+        ASSERT_TRUE(TestEnvironment::writeFile(file, bad));
         UserDefaults d(file);
         d.registerDefaults({{"volume", 0.75}});
         EXPECT_DOUBLE_EQ(d.doubleForKey("volume"), 0.75);
@@ -259,27 +254,22 @@ TEST_F(UserDefaultsTest, WorkersReadWhileTheMainThreadWrites)
     d.setValue("list", QVariantList{0});
     std::atomic<bool> stop{false};
     std::atomic<int> torn{0};
-    QList<QThread *> readers;
-    for (int i = 0; i < 2; ++i) {
-        readers.append(QThread::create([&] {
-            while (!stop) {
-                const QVariantList list = d.arrayForKey("list");
-                if (list.isEmpty() || list.size() != list.first().toLongLong() + 1)
-                    ++torn;
-                d.dictionaryRepresentation();
-            }
-        }));
-        readers.last()->start();
-    }
+    const auto read = [&] {
+        while (!stop) {
+            const QVariantList list = d.arrayForKey("list");
+            if (list.isEmpty() || list.size() != list.first().toLongLong() + 1)
+                ++torn;
+            d.dictionaryRepresentation();
+        }
+    };
+    std::thread first(read), second(read);
     for (int n = 1; n < 800; ++n) {
         d.setValue("list", QVariantList(n % 50 + 1, QVariant(n % 50)));
         d.setValue(QString("k%1").arg(n % 200), n);
     }
     stop = true;
-    for (QThread *t : readers) {
-        t->wait();
-        delete t;
-    }
+    first.join();
+    second.join();
     EXPECT_EQ(torn, 0);
 }
 
