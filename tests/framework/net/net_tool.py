@@ -46,7 +46,6 @@ def build(folder):
         "shared": (True, {"songs": [song, song, song], "again": song, name: name, "n": [name, name]}),
         "immutable": (False, {"command": PlainStringRecord("getSongs"), "songs": [song, song],
                               "numbers": [0, 1, 1.0, True]}),
-        "request": (True, {"command": "getCurrentStatus"}),
     }
     for case, (mutable, root) in cases.items():
         with open(folder + "/" + case + ".archive", "wb") as f:
