@@ -2,6 +2,7 @@
 
 #include "SongCellDelegate.h"
 #include "SongTableController.h"
+#include "SongTableModel.h"
 #include "StatusCellDelegate.h"
 #include "core/VEKLocalizedString.h"
 #include "player/PlayerArt.h"
@@ -16,9 +17,13 @@
 #include <QPainterPath>
 #include <QScrollBar>
 
+#include <utility>
+
 namespace {
 constexpr int kRowHeight = 22;
-}
+// A text column is never narrower than a few letters: below that the window scrolls sideways.
+constexpr int kNarrowestText = 56;
+} // namespace
 
 SongTable::SongTable(SongTableController *controller, QWidget *parent)
     : QTableView(parent), m_controller(controller)
@@ -55,10 +60,134 @@ SongTable::SongTable(SongTableController *controller, QWidget *parent)
     columns->setSectionsMovable(true);
     columns->setSectionsClickable(true);
     columns->setHighlightSections(false);
-    columns->setStretchLastSection(true);
     columns->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     columns->setMinimumSectionSize(18);
     columns->setFixedHeight(24);
+    connect(columns, &QHeaderView::sectionResized, this, &SongTable::sectionResized);
+    columns->viewport()->installEventFilter(this);
+}
+
+bool SongTable::isTextColumn(int column) const
+{
+    static const QStringList texts = {QStringLiteral("name"),        QStringLiteral("artist"),
+                                      QStringLiteral("album"),       QStringLiteral("genre"),
+                                      QStringLiteral("albumArtist"), QStringLiteral("composer"),
+                                      QStringLiteral("kind")};
+    return texts.contains(SongTableModel::identifiers().value(column));
+}
+
+int SongTable::preferredColumnWidth(int column) const
+{
+    return m_preferredWidths.value(column, horizontalHeader()->sectionSize(column));
+}
+
+void SongTable::setPreferredColumnWidth(int column, int width)
+{
+    m_preferredWidths.insert(column, width);
+    m_fitting = true;
+    horizontalHeader()->resizeSection(column, width);
+    m_fitting = false;
+    fitColumns();
+}
+
+void SongTable::fitColumns()
+{
+    QHeaderView *header = horizontalHeader();
+    if (m_fitting || m_userResizing)
+        return;
+    int fixed = 0;
+    double preferred = 0;
+    QList<int> texts;
+    for (int visual = 0; visual < header->count(); ++visual) {
+        const int column = header->logicalIndex(visual);
+        if (header->isSectionHidden(column))
+            continue;
+        if (isTextColumn(column)) {
+            texts.append(column);
+            preferred += std::max(1, preferredColumnWidth(column));
+        } else {
+            fixed += header->sectionSize(column);
+        }
+    }
+    if (texts.isEmpty())
+        return;
+    const int space = viewport()->width() - fixed;
+    m_fitting = true;
+    int used = 0;
+    for (qsizetype i = 0; i < texts.size(); ++i) {
+        const int column = texts.at(i);
+        // The last takes what rounding left, so the columns end at the view's edge.
+        const int share = i + 1 < texts.size()
+                              ? int(space * std::max(1, preferredColumnWidth(column)) / preferred)
+                              : space - used;
+        const int width = std::max(share, kNarrowestText);
+        header->resizeSection(column, width);
+        used += width;
+    }
+    m_fitting = false;
+}
+
+void SongTable::sectionResized(int column, int oldSize, int newSize)
+{
+    if (m_fitting)
+        return;
+    if (!m_userResizing) {
+        // Shown, hidden, or sized by the program (the status column follows the row count). Once
+        // the header is done: a column being hidden is sized to nothing before it counts as hidden.
+        if (!std::exchange(m_fitPending, true))
+            QMetaObject::invokeMethod(
+                this,
+                [this] {
+                    m_fitPending = false;
+                    fitColumns();
+                },
+                Qt::QueuedConnection);
+        return;
+    }
+    m_resizedByUser = true;
+    // The text columns after the dragged edge give or take what it moved, so the rest stays put.
+    QHeaderView *header = horizontalHeader();
+    int change = newSize - oldSize;
+    m_fitting = true;
+    for (int visual = header->visualIndex(column) + 1; visual < header->count() && change != 0; ++visual) {
+        const int next = header->logicalIndex(visual);
+        if (header->isSectionHidden(next) || !isTextColumn(next))
+            continue;
+        const int size = header->sectionSize(next);
+        const int to = std::max(kNarrowestText, size - change);
+        header->resizeSection(next, to);
+        change -= size - to;
+    }
+    m_fitting = false;
+}
+
+bool SongTable::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == horizontalHeader()->viewport()) {
+        if (event->type() == QEvent::MouseButtonPress || event->type() == QEvent::MouseButtonDblClick) {
+            m_userResizing = true;
+        } else if (event->type() == QEvent::MouseButtonRelease && m_userResizing) {
+            // The widths the user left are the ones asked for from now on.
+            m_userResizing = false;
+            if (std::exchange(m_resizedByUser, false)) {
+                QHeaderView *header = horizontalHeader();
+                for (int column = 0; column < header->count(); ++column)
+                    if (!header->isSectionHidden(column))
+                        m_preferredWidths.insert(column, header->sectionSize(column));
+                fitColumns();
+                emit columnsResizedByUser();
+            }
+        }
+    }
+    return QTableView::eventFilter(watched, event);
+}
+
+bool SongTable::viewportEvent(QEvent *event)
+{
+    const bool done = QTableView::viewportEvent(event);
+    if (event->type() == QEvent::Resize)
+        fitColumns();
+    return done;
 }
 
 void SongTable::keyPressEvent(QKeyEvent *event)

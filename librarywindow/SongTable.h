@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QPixmap>
 #include <QTableView>
 
@@ -19,6 +20,18 @@ public:
     // digits: up to 2, 3, or 4 and more).
     QPixmap dragPixmap(int rows) const;
 
+    // The columns fill the view's width: the text columns (name, artist, album...) share what the
+    // others leave in proportion to their preferred widths, never narrower than a few letters
+    // (a narrow window scrolls sideways instead); numbers and the status keep their own width.
+    // A drag of a column's edge takes from the text columns after it, and the widths the user
+    // leaves become the preferred ones.
+    int preferredColumnWidth(int column) const;
+    void setPreferredColumnWidth(int column, int width);
+
+signals:
+    // The user let go of a column's edge, or double-clicked it.
+    void columnsResizedByUser();
+
 protected:
     void keyPressEvent(QKeyEvent *event) override;
     void startDrag(Qt::DropActions supportedActions) override;
@@ -27,8 +40,14 @@ protected:
     void dragLeaveEvent(QDragLeaveEvent *event) override;
     void dropEvent(QDropEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
+    bool viewportEvent(QEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    bool isTextColumn(int column) const;
+    void fitColumns();
+    void sectionResized(int column, int oldSize, int newSize);
+
     // The row boundary nearest the pointer: a drop lands above this row.
     int dropRowAt(const QPoint &viewportPoint) const;
     void setDropMark(int row, bool wholeTable);
@@ -37,4 +56,9 @@ private:
     // -1 with no drop on the way; the row above which the songs land; the whole table takes files.
     int m_dropRow = -1;
     bool m_dropOnTable = false;
+    QHash<int, int> m_preferredWidths;
+    bool m_fitting = false;
+    bool m_userResizing = false;
+    bool m_resizedByUser = false;
+    bool m_fitPending = false;
 };

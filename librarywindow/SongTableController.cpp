@@ -66,7 +66,7 @@ SongTableController::SongTableController(ApplicationDelegate *delegate, QObject 
     connect(header, &QHeaderView::sectionClicked, this,
             [this](int logical) { columnClicked(SongTableModel::identifiers().value(logical)); });
     connect(header, &QHeaderView::sectionMoved, this, &SongTableController::sectionMoved);
-    connect(header, &QHeaderView::sectionResized, this, [this] { saveColumns(); });
+    connect(m_view, &SongTable::columnsResizedByUser, this, [this] { saveColumns(); });
     header->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(header, &QHeaderView::customContextMenuRequested, this, [this, header](const QPoint &at) {
         // The same choice as the View menu's columns, where the pointer is.
@@ -327,7 +327,7 @@ void SongTableController::restoreColumns()
     QStringList order;
     for (const ColumnDefault &d : kDefaults) {
         const int column = SongTableModel::columnOf(QLatin1String(d.identifier));
-        header->resizeSection(column, d.width);
+        m_view->setPreferredColumnWidth(column, d.width);
         header->setSectionHidden(column, d.hidden);
     }
     for (const QVariant &entry : stored) {
@@ -339,7 +339,7 @@ void SongTableController::restoreColumns()
         order.append(id);
         const int width = map.value(QStringLiteral("width")).toInt();
         if (width > 0 && id != QLatin1String("ordinal"))
-            header->resizeSection(column, width);
+            m_view->setPreferredColumnWidth(column, width);
         header->setSectionHidden(column, id != QLatin1String("ordinal") && id != QLatin1String("name")
                                              && map.value(QStringLiteral("hidden")).toBool());
     }
@@ -363,7 +363,7 @@ void SongTableController::saveColumns()
         const int column = header->logicalIndex(visual);
         columns.append(
             QVariantMap{{QStringLiteral("identifier"), SongTableModel::identifiers().value(column)},
-                        {QStringLiteral("width"), header->sectionSize(column)},
+                        {QStringLiteral("width"), m_view->preferredColumnWidth(column)},
                         {QStringLiteral("hidden"), header->isSectionHidden(column)}});
     }
     if (UserDefaults::standard().arrayForKey(kColumnsKey) != columns)

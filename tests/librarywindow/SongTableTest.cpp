@@ -19,6 +19,7 @@
 #include <QHeaderView>
 #include <QLineEdit>
 #include <QMimeData>
+#include <QScrollBar>
 #include <QTest>
 #include <QUrl>
 #include <cmath>
@@ -239,6 +240,19 @@ TEST_F(SongTableTest, TheColumnLayoutIsKeptWithStatusAndNameInFront)
     EXPECT_EQ(header->visualIndex(name), 1);
     EXPECT_FALSE(table()->isHiddenForColumn(u"composer"_s));
     EXPECT_TRUE(table()->isHiddenForColumn(u"genre"_s));
+
+    // The columns fill the table's width, narrow or wide, without scrolling sideways, the name
+    // keeping its share.
+    SongTable *view = table()->view();
+    controller->window()->show();
+    for (int width : {800, 1900}) {
+        controller->window()->resize(width, 500);
+        QTest::qWait(50);
+        EXPECT_EQ(header->length(), view->viewport()->width()) << width;
+        EXPECT_EQ(view->horizontalScrollBar()->maximum(), 0) << width;
+        EXPECT_NEAR(double(header->sectionSize(name)) / header->sectionSize(artist), 260.0 / 170, 0.05)
+            << width;
+    }
 }
 
 } // namespace
