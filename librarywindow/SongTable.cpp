@@ -190,6 +190,41 @@ bool SongTable::viewportEvent(QEvent *event)
     return done;
 }
 
+void SongTable::setEmptyText(const QString &title, const QString &detail)
+{
+    if (title == m_emptyTitle && detail == m_emptyDetail)
+        return;
+    m_emptyTitle = title;
+    m_emptyDetail = detail;
+    viewport()->update();
+}
+
+void SongTable::paintEmptyText()
+{
+    QPainter p(viewport());
+    p.setRenderHint(QPainter::TextAntialiasing);
+    const QRect area = viewport()->rect().adjusted(24, 0, -24, 0);
+    const QFont titleFont = PlayerArt::font(PlayerArt::Weight::Medium, 19);
+    const QFont detailFont = PlayerArt::font(PlayerArt::Weight::Regular, 14);
+    const int titleHeight = QFontMetrics(titleFont).height();
+    // A little above the middle, where the eye rests in an empty view.
+    const int top = area.top() + area.height() * 2 / 5 - titleHeight;
+    QColor colour = PlayerArt::accent();
+    colour.setAlphaF(0.62f);
+    p.setFont(titleFont);
+    p.setPen(colour);
+    p.drawText(QRect(area.left(), top, area.width(), titleHeight), Qt::AlignCenter,
+               QFontMetrics(titleFont).elidedText(m_emptyTitle, Qt::ElideRight, area.width()));
+    if (m_emptyDetail.isEmpty())
+        return;
+    colour.setAlphaF(0.42f);
+    p.setFont(detailFont);
+    p.setPen(colour);
+    const QRect detail(area.left() + area.width() / 2 - std::min(area.width(), 420) / 2,
+                       top + titleHeight + 8, std::min(area.width(), 420), area.height());
+    p.drawText(detail, Qt::AlignHCenter | Qt::AlignTop | Qt::TextWordWrap, m_emptyDetail);
+}
+
 void SongTable::keyPressEvent(QKeyEvent *event)
 {
     // Return plays; Backspace removes as Delete does (the menu's shortcut takes Delete).
@@ -356,6 +391,8 @@ void SongTable::dropEvent(QDropEvent *event)
 void SongTable::paintEvent(QPaintEvent *event)
 {
     QTableView::paintEvent(event);
+    if (model() && model()->rowCount() == 0 && !m_emptyTitle.isEmpty())
+        paintEmptyText();
     if (m_dropRow < 0 && !m_dropOnTable)
         return;
     QPainter p(viewport());

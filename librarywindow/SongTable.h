@@ -28,6 +28,10 @@ public:
     int preferredColumnWidth(int column) const;
     void setPreferredColumnWidth(int column, int width);
 
+    // What an empty table says in its middle: a title and a line under it (empty for none).
+    void setEmptyText(const QString &title, const QString &detail);
+    QString emptyTitle() const { return m_emptyTitle; }
+
 signals:
     // The user let go of a column's edge, or double-clicked it.
     void columnsResizedByUser();
@@ -47,6 +51,7 @@ private:
     bool isTextColumn(int column) const;
     void fitColumns();
     void sectionResized(int column, int oldSize, int newSize);
+    void paintEmptyText();
 
     // The row boundary nearest the pointer: a drop lands above this row.
     int dropRowAt(const QPoint &viewportPoint) const;
@@ -61,4 +66,6 @@ private:
     bool m_userResizing = false;
     bool m_resizedByUser = false;
     bool m_fitPending = false;
+    QString m_emptyTitle;
+    QString m_emptyDetail;
 };

@@ -167,6 +167,20 @@ void SongTableController::update()
 
     m_model->reload();
     updateSortIndicator();
+    // What an empty list says: why it is empty and, where it can take songs, how to add some.
+    if (!playlist)
+        m_view->setEmptyText({}, {});
+    else if (playlist->predicate())
+        m_view->setEmptyText(VEKLocalizedString("SongTable_empty_search"),
+                             VEKLocalizedString("SongTable_empty_searchDetail"));
+    else if (playlist->isLibraryPlaylist())
+        m_view->setEmptyText(VEKLocalizedString("SongTable_empty_library"),
+                             playlist->locked() ? QString()
+                                                : VEKLocalizedString("SongTable_empty_libraryDetail"));
+    else
+        m_view->setEmptyText(VEKLocalizedString("SongTable_empty_playlist"),
+                             playlist->locked() ? QString()
+                                                : VEKLocalizedString("SongTable_empty_playlistDetail"));
     const QList<SongPtr> &songs = m_model->songs();
     // Measured in the font the numbers are drawn in.
     m_view->setColumnWidth(SongTableModel::columnOf(QStringLiteral("ordinal")),

@@ -74,6 +74,7 @@ TEST_F(SongTableTest, EveryWordOfASearchMustBeFoundWithinOneField)
     // Typing on narrows the hits, Backspace brings back those of the shorter text.
     field->setText(u"a x"_s);
     EXPECT_TRUE(names().isEmpty());
+    EXPECT_EQ(table()->view()->emptyTitle(), u"No songs match your search"_s);
     field->setText(u"a "_s);
     EXPECT_EQ(names(), QStringList{u"a"_s});
     library->setSortKey(u"name"_s);
