@@ -10,7 +10,6 @@
 #include <QHash>
 #include <QSet>
 #include <algorithm>
-#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <vector>
@@ -399,45 +398,79 @@ void Playlist::updateSortedOrder()
         return;
     const QList<SortDescriptor> descriptors =
         SortDescriptor::descriptorsForSortKey(m_sortKey, m_sortAscending);
-    m_sortedOrder = m_manualOrder;
-    if (descriptors.isEmpty())
-        return;
     const qsizetype n = m_manualOrder.size();
+    if (descriptors.isEmpty() || n == 0) {
+        m_sortedOrder = m_manualOrder;
+        return;
+    }
     const qsizetype levels = descriptors.size();
 
-    // One row of keys per song, a column per descriptor, each ascending as compared: a rank
-    // turned round for a descending level, an empty text last either way.
-    std::vector<quint64> keys(size_t(n * levels));
+    // A column of keys per descriptor, each from 0 to its largest and ascending as the level
+    // compares: a rank turned round for a descending level, an empty text last either way.
+    std::vector<std::vector<quint64>> columns(static_cast<size_t>(levels));
+    std::vector<quint64> largest(size_t(levels), 0);
     for (qsizetype d = 0; d < levels; ++d) {
         const SortDescriptor &descriptor = descriptors.at(d);
         const bool ascending = descriptor.ascending();
+        std::vector<quint64> &column = columns[size_t(d)];
+        column.resize(size_t(n));
         if (descriptor.comparesNumber()) {
+            quint64 low = std::numeric_limits<quint64>::max(), high = 0;
             for (qsizetype i = 0; i < n; ++i) {
-                const quint64 x = descriptor.number(*m_manualOrder.at(i));
-                keys[size_t(i * levels + d)] = ascending ? x : ~x;
+                column[size_t(i)] = descriptor.number(*m_manualOrder.at(i));
+                low = std::min(low, column[size_t(i)]);
+                high = std::max(high, column[size_t(i)]);
             }
+            for (quint64 &x : column)
+                x = ascending ? x - low : high - x;
+            largest[size_t(d)] = n > 0 ? high - low : 0;
             continue;
         }
         const std::vector<int> &r = ranksFor(descriptor);
+        const quint64 count = quint64(*std::max_element(r.begin(), r.end())) + 1;
         for (qsizetype i = 0; i < n; ++i) {
             const int rank = r[size_t(i)];
-            keys[size_t(i * levels + d)] = rank < 0 ? std::numeric_limits<quint64>::max()
-                                                    : (ascending ? quint64(rank) : quint64(INT_MAX - rank));
+            column[size_t(i)] = rank < 0 ? count : (ascending ? quint64(rank) : count - 1 - quint64(rank));
         }
+        largest[size_t(d)] = count;
     }
-    std::vector<qsizetype> indexes(static_cast<size_t>(n));
-    for (qsizetype i = 0; i < n; ++i)
-        indexes[size_t(i)] = i;
-    // Songs that compare equal keep the user's order.
-    std::sort(indexes.begin(), indexes.end(), [&keys, levels](qsizetype a, qsizetype b) {
-        const quint64 *x = keys.data() + a * levels, *y = keys.data() + b * levels;
-        for (qsizetype d = 0; d < levels; ++d)
-            if (x[d] != y[d])
-                return x[d] < y[d];
-        return a < b;
-    });
-    for (qsizetype i = 0; i < n; ++i)
-        m_sortedOrder[i] = m_manualOrder.at(indexes[size_t(i)]);
+
+    std::vector<quint32> indexes(static_cast<size_t>(n));
+    int bits = 0;
+    for (const quint64 most : largest)
+        bits += most == 0 ? 0 : 64 - qCountLeadingZeroBits(most);
+    if (bits <= 64) {
+        // The levels fit one number per song (ranks of 100,000 texts take 17 bits): sort those,
+        // the user's order breaking ties.
+        std::vector<std::pair<quint64, quint32>> packed(static_cast<size_t>(n));
+        for (qsizetype i = 0; i < n; ++i) {
+            quint64 key = 0;
+            for (qsizetype d = 0; d < levels; ++d) {
+                const quint64 most = largest[size_t(d)];
+                const int width = most == 0 ? 0 : 64 - qCountLeadingZeroBits(most);
+                key = width == 64 ? columns[size_t(d)][size_t(i)]
+                                  : (key << width) | columns[size_t(d)][size_t(i)];
+            }
+            packed[size_t(i)] = {key, quint32(i)};
+        }
+        std::sort(packed.begin(), packed.end());
+        for (qsizetype i = 0; i < n; ++i)
+            indexes[size_t(i)] = packed[size_t(i)].second;
+    } else {
+        for (qsizetype i = 0; i < n; ++i)
+            indexes[size_t(i)] = quint32(i);
+        std::sort(indexes.begin(), indexes.end(), [&columns](quint32 a, quint32 b) {
+            for (const std::vector<quint64> &column : columns)
+                if (column[a] != column[b])
+                    return column[a] < column[b];
+            return a < b;
+        });
+    }
+    QList<SongPtr> sorted;
+    sorted.reserve(n);
+    for (const quint32 i : indexes)
+        sorted.append(m_manualOrder.at(i));
+    m_sortedOrder = std::move(sorted);
 }
 
 const std::vector<int> &Playlist::ranksFor(const SortDescriptor &descriptor) const

@@ -271,6 +271,11 @@ QImage Song::image() const
 
 QVariant Song::valueForKey(const QString &key) const
 {
+    return valueOfField(fieldOfKey(key));
+}
+
+int Song::fieldOfKey(const QString &key)
+{
     static const QHash<QString, int> keys = {
         {QStringLiteral("songID"), 0},        {QStringLiteral("name"), 1},
         {QStringLiteral("artist"), 2},        {QStringLiteral("album"), 3},
@@ -285,8 +290,13 @@ QVariant Song::valueForKey(const QString &key) const
         {QStringLiteral("disc_sortable"), 19}, {QStringLiteral("artist_sortable"), 20},
         {QStringLiteral("album_sortable"), 21},
     };
+    return keys.value(key, -1);
+}
+
+QVariant Song::valueOfField(int field) const
+{
     const auto str = [](const QString &s) { return s.isNull() ? QVariant() : QVariant(s); };
-    switch (keys.value(key, -1)) {
+    switch (field) {
     case 0: return m_songID;
     case 1: return str(m_name);
     case 2: return str(m_artist);

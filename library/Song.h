@@ -50,6 +50,10 @@ public:
     // Generic read access by field name, as sort descriptors, the song table and JSON output
     // use it. Unknown keys give an invalid QVariant.
     QVariant valueForKey(const QString &key) const;
+    // The same in two steps, for a caller that reads one key of many songs: the key's field
+    // (-1 for none), then its value.
+    static int fieldOfKey(const QString &key);
+    QVariant valueOfField(int field) const;
 
     // The kind's short form: "FLAC" for "FLAC Audio File"; null for an unknown kind.
     static QString shortFormatForKind(const QString &kind);

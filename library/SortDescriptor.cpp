@@ -211,8 +211,9 @@ std::vector<int> SortDescriptor::ranks(const QList<SongPtr> &songs) const
     // Other fields (a length, a date) are read once per song rather than twice per comparison.
     std::vector<QVariant> v;
     v.reserve(size_t(n));
+    const int field = Song::fieldOfKey(m_key);
     for (qsizetype i = 0; i < n; ++i)
-        v.push_back(songs.at(i)->valueForKey(m_key));
+        v.push_back(songs.at(i)->valueOfField(field));
     const auto all = [&v](int type) {
         return std::all_of(v.begin(), v.end(), [type](const QVariant &x) { return x.typeId() == type; });
     };
