@@ -143,60 +143,93 @@ std::vector<int> SortDescriptor::ranks(const QList<SongPtr> &songs) const
     const qsizetype n = songs.size();
     std::vector<int> r(static_cast<size_t>(n));
     if (ranksText()) {
-        // Texts of the sortable fields repeat (an album's every track): rank the distinct values
-        // once. Whether a text may skip the collator is found once per text, not at each of its
-        // comparisons.
+        // Each text with a key (nearly all) is an item of its own, ordered by its key: sorting
+        // the keys costs less than finding the repeats first. Texts without a key, which only
+        // the collator orders, are items once per distinct text, so it is asked once for each.
         const bool emptyLast = emptyTextLast();
+        const bool numeric = comparesNumericText();
         QHash<QString, int> slot;
-        QList<QString> distinct;
-        std::vector<char> plain;
-        // Texts with keys are ordered by them, the keys one after another in one buffer; texts
-        // whose keys tie, unless both are plain, and texts without a key by the comparison.
+        std::vector<const QString *> text;
+        std::vector<char> plain, keyed;
+        // The keys one after another in one buffer.
         std::string pool, scratch;
         std::vector<quint32> keyStart;
-        std::vector<char> keyed;
-        const bool numeric = comparesNumericText();
-        // Names are mostly distinct: room for every song at once rather than growing step by step.
-        slot.reserve(n);
+        text.reserve(size_t(n));
+        keyStart.reserve(size_t(n) + 1);
         for (qsizetype i = 0; i < n; ++i) {
-            const QString &text = sortableText(*songs.at(i));
-            if (emptyLast && text.isEmpty()) {
+            const QString &each = sortableText(*songs.at(i));
+            if (emptyLast && each.isEmpty()) {
                 r[size_t(i)] = -1;
                 continue;
             }
-            auto it = slot.constFind(text);
-            if (it == slot.cend()) {
-                it = slot.insert(text, int(distinct.size()));
-                distinct.append(text);
-                plain.push_back(VEKText::comparesPlainly(text));
-                keyed.push_back(VEKText::plainOrderKey(text, numeric, &scratch));
-                keyStart.push_back(quint32(pool.size()));
-                if (keyed.back())
-                    pool += scratch;
+            const bool hasKey = VEKText::plainOrderKey(each, numeric, &scratch);
+            if (!hasKey) {
+                const auto it = slot.constFind(each);
+                if (it != slot.cend()) {
+                    r[size_t(i)] = it.value();
+                    continue;
+                }
+                slot.insert(each, int(text.size()));
             }
-            r[size_t(i)] = it.value();
+            r[size_t(i)] = int(text.size());
+            text.push_back(&each);
+            plain.push_back(hasKey && VEKText::comparesPlainly(each));
+            keyed.push_back(hasKey);
+            keyStart.push_back(quint32(pool.size()));
+            if (hasKey)
+                pool += scratch;
         }
         keyStart.push_back(quint32(pool.size()));
         const auto key = [&](int a) {
             return std::string_view(pool.data() + keyStart[size_t(a)],
                                     keyStart[size_t(a) + 1] - keyStart[size_t(a)]);
         };
+        // Keys that differ order their texts; tied keys of texts that are not both plain leave
+        // it to the comparison, unless the texts are the same.
         const auto compare = [&](int a, int b) {
             const bool bothPlain = plain[size_t(a)] && plain[size_t(b)];
             if (keyed[size_t(a)] && keyed[size_t(b)]) {
                 const int c = key(a).compare(key(b));
-                if (c != 0 || bothPlain)
+                if (c != 0 || bothPlain || *text[size_t(a)] == *text[size_t(b)])
                     return c;
             }
-            return compareTexts(distinct.at(a), distinct.at(b), bothPlain);
+            return compareTexts(*text[size_t(a)], *text[size_t(b)], bothPlain);
         };
-        std::vector<int> order = identity(size_t(distinct.size()));
-        std::sort(order.begin(), order.end(), [&compare](int a, int b) { return compare(a, b) < 0; });
-        const std::vector<int> rankOfSlot =
+        std::vector<int> order;
+        if (std::all_of(keyed.begin(), keyed.end(), [](char k) { return k != 0; })) {
+            // The keys' first 16 bytes beside each item settle most comparisons without
+            // reaching into the buffer; keys begin with no byte below those of a longer key.
+            struct Item {
+                quint64 high, low;
+                int item;
+            };
+            std::vector<Item> items(text.size());
+            for (size_t k = 0; k < items.size(); ++k) {
+                const std::string_view bytes = key(int(k));
+                quint64 part[2] = {0, 0};
+                for (size_t b = 0; b < 16 && b < bytes.size(); ++b)
+                    part[b / 8] |= quint64(quint8(bytes[b])) << (56 - 8 * (b % 8));
+                items[k] = {part[0], part[1], int(k)};
+            }
+            std::sort(items.begin(), items.end(), [&compare](const Item &x, const Item &y) {
+                if (x.high != y.high)
+                    return x.high < y.high;
+                if (x.low != y.low)
+                    return x.low < y.low;
+                return compare(x.item, y.item) < 0;
+            });
+            order.reserve(items.size());
+            for (const Item &each : items)
+                order.push_back(each.item);
+        } else {
+            order = identity(text.size());
+            std::sort(order.begin(), order.end(), [&compare](int a, int b) { return compare(a, b) < 0; });
+        }
+        const std::vector<int> rankOfItem =
             denseRanks(order, [&compare](int a, int b) { return compare(a, b) == 0; });
         for (int &value : r)
             if (value >= 0)
-                value = rankOfSlot[size_t(value)];
+                value = rankOfItem[size_t(value)];
         return r;
     }
     if (!comparesFieldValues()) {

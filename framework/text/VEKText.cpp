@@ -267,6 +267,9 @@ int VEKText::caseInsensitiveNumericCompare(const QString &a, const QString &b)
 bool VEKText::plainOrderKey(const QString &text, bool numeric, std::string *key)
 {
     key->clear();
+    // Other languages order even plain texts their own way.
+    if (!plainOrderHolds())
+        return false;
     key->reserve(size_t(text.size()) + 2);
     const std::array<char16_t, kLatinEnd> &folds = latinFolds();
     for (qsizetype i = 0; i < text.size();) {
@@ -274,7 +277,7 @@ bool VEKText::plainOrderKey(const QString &text, bool numeric, std::string *key)
         if (!isPlainCharacter(u)) {
             // A Latin letter with marks ("é", "Ü") weighs as its letter at the first level.
             const char16_t letter = u < kLatinEnd ? folds[u] : kTooLong;
-            if (!plainOrderHolds() || letter < u'a' || letter > u'z')
+            if (letter < u'a' || letter > u'z')
                 return false;
             u = letter;
         }

@@ -35,8 +35,8 @@ int caseInsensitiveNumericCompare(const QString &a, const QString &b, bool bothP
 // numeric one when `numeric`, so a sort of many texts compares bytes: wholly for texts that
 // compare plainly, and at the first level for texts whose other characters are Latin letters
 // with marks ("Café" keys as "cafe"): two such keys that differ order their texts, equal ones
-// leave it to the comparison. False, with no key, for any other text, or when a number in the
-// text is too long for one.
+// leave it to the comparison. False, with no key, for any other text, when a number in the text
+// is too long for one, or under a collation that orders plain texts otherwise.
 bool plainOrderKey(const QString &text, bool numeric, std::string *key);
 
 } // namespace VEKText
