@@ -1,5 +1,6 @@
 #include "AboutWindow.h"
 
+#include "PlayerArt.h"
 #include "app/Application.h"
 #include "core/VEKLocalizedString.h"
 
@@ -10,6 +11,7 @@
 #include <QSvgRenderer>
 #include <QTabWidget>
 #include <QTextBrowser>
+#include <QTextDocument>
 #include <QVBoxLayout>
 
 #include <alsa/asoundlib.h>
@@ -40,25 +42,76 @@ QWidget *aboutPage()
     auto *icon = new QLabel;
     icon->setPixmap(pixmap);
     layout->addWidget(icon, 0, Qt::AlignHCenter);
-    auto *name = new QLabel(QStringLiteral("<h1>Quivera</h1>"));
+    layout->addSpacing(10);
+    auto *name = new QLabel(QStringLiteral("Quivera"));
+    name->setObjectName(QStringLiteral("aboutName"));
     name->setAlignment(Qt::AlignHCenter);
     layout->addWidget(name);
     auto *version = new QLabel(VEKLocalizedString("About_version").arg(Application::version()));
+    version->setObjectName(QStringLiteral("aboutVersion"));
     version->setAlignment(Qt::AlignHCenter);
     version->setTextInteractionFlags(Qt::TextSelectableByMouse);
     layout->addWidget(version);
+    layout->addSpacing(14);
     auto *blurb = new QLabel(VEKLocalizedString("About_description"));
+    blurb->setObjectName(QStringLiteral("aboutBlurb"));
     blurb->setWordWrap(true);
     blurb->setAlignment(Qt::AlignHCenter);
-    layout->addWidget(blurb);
+    // Narrower than the window: a paragraph reads best in short lines.
+    blurb->setFixedWidth(400);
+    layout->addWidget(blurb, 0, Qt::AlignHCenter);
     layout->addStretch();
     return page;
 }
+
+// The player's dark panel, its font and accent: the tabs as one row of pills over a frameless
+// page, the texts on the window's own ground, a button like the preferences' ones.
+QString aboutStyle()
+{
+    QString sheet = QStringLiteral(R"(
+* { font-family: "FAMILY"; font-size: 14px; color: #c9d6e3; }
+#AboutWindow { background: #0c0f14; }
+QTabWidget::pane { border: none; }
+QTabWidget::tab-bar { alignment: center; }
+QTabBar::tab { background: #131922; color: #8fa6bd; border: 1px solid #232c38; padding: 5px 18px;
+               margin: 0 0 10px 0; min-width: 60px; }
+QTabBar::tab:first { border-top-left-radius: 7px; border-bottom-left-radius: 7px; }
+QTabBar::tab:last { border-top-right-radius: 7px; border-bottom-right-radius: 7px; }
+QTabBar::tab:!first { border-left: none; }
+QTabBar::tab:selected { background: #22344b; color: #ffffff; }
+QTabBar::tab:hover:!selected { color: ACCENT; }
+QTextBrowser { background: transparent; border: none; padding: 10px 14px; selection-background-color: #2b4261; }
+#aboutName { color: #eef5fc; font-size: 30px; font-weight: 600; }
+#aboutVersion { color: #7d8ea3; font-size: 13px; }
+#aboutBlurb { color: #aebfd1; font-size: 15px; }
+QPushButton { background: #1a212c; border: 1px solid #2a3442; border-radius: 7px; padding: 6px 22px;
+              min-height: 20px; color: #d6e4f2; }
+QPushButton:hover { border-color: #3d5068; }
+QPushButton:focus { border-color: #6f9fd0; }
+QPushButton:pressed { background: #24303f; }
+QScrollBar:vertical { background: transparent; width: 10px; margin: 2px; }
+QScrollBar::handle:vertical { background: #2a3442; border-radius: 4px; min-height: 30px; }
+QScrollBar::add-line, QScrollBar::sub-line { height: 0; }
+QScrollBar::add-page, QScrollBar::sub-page { background: none; }
+)");
+    const QString family = PlayerArt::fontFamily();
+    sheet.replace(QStringLiteral("FAMILY"), family.isEmpty() ? QStringLiteral("sans-serif") : family);
+    sheet.replace(QStringLiteral("ACCENT"), PlayerArt::accent().name());
+    return sheet;
+}
+
+// Headings in the accent, lists and tables with room between their lines.
+const char *const kBrowserCss = "h3 { color: #b2d9ff; font-size: 16px; font-weight: 600; margin-top: 14px; }"
+                                "li { margin-bottom: 3px; } td { padding: 3px 14px 3px 0; }"
+                                "td.name { color: #eef5fc; font-weight: 600; } td.faint { color: #7d8ea3; }"
+                                "p.note { color: #7d8ea3; }";
 
 QTextBrowser *browser(const QString &html)
 {
     auto *b = new QTextBrowser;
     b->setOpenExternalLinks(true);
+    b->document()->setDefaultStyleSheet(QString::fromLatin1(kBrowserCss));
+    b->document()->setDocumentMargin(6);
     b->setHtml(html);
     return b;
 }
@@ -96,20 +149,22 @@ AboutWindow::AboutWindow(QWidget *parent) : QDialog(parent), m_tabs(new QTabWidg
 {
     setWindowTitle(VEKLocalizedString("About_title"));
     setObjectName(QStringLiteral("AboutWindow"));
+    setStyleSheet(aboutStyle());
 
     QString credits = QStringLiteral("<h3>%1</h3><p>%2</p><h3>%3</h3><ul>")
                           .arg(escaped(VEKLocalizedString("About_creditsTitle")),
                                escaped(VEKLocalizedString("About_creditsText")),
                                escaped(VEKLocalizedString("About_builtWith")));
-    QString licences = QStringLiteral("<p>%1</p><table cellpadding='4'>")
-                           .arg(escaped(VEKLocalizedString("About_licencesIntro")));
+    QString licences =
+        QStringLiteral("<p>%1</p><table>").arg(escaped(VEKLocalizedString("About_licencesIntro")));
     for (const Library &library : libraries()) {
         credits += QStringLiteral("<li><b>%1</b>: %2</li>").arg(escaped(library.name), escaped(library.purpose));
-        licences += QStringLiteral("<tr><td><b>%1</b></td><td>%2</td><td>%3</td></tr>")
+        licences += QStringLiteral("<tr><td class='name'>%1</td><td class='faint'>%2</td><td>%3</td></tr>")
                         .arg(escaped(library.name), escaped(library.version), escaped(library.licence));
     }
     credits += QStringLiteral("</ul>");
-    licences += QStringLiteral("</table><p>%1</p>").arg(escaped(VEKLocalizedString("About_licencesTexts")));
+    licences += QStringLiteral("</table><p class='note'>%1</p>")
+                    .arg(escaped(VEKLocalizedString("About_licencesTexts")));
 
     m_tabs->addTab(aboutPage(), VEKLocalizedString("About_aboutTab"));
     m_tabs->addTab(browser(credits), VEKLocalizedString("About_creditsTab"));
@@ -118,9 +173,11 @@ AboutWindow::AboutWindow(QWidget *parent) : QDialog(parent), m_tabs(new QTabWidg
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Close);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::close);
     auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(20, 18, 20, 18);
+    layout->setSpacing(12);
     layout->addWidget(m_tabs);
     layout->addWidget(buttons);
-    resize(520, 430);
+    resize(580, 540);
 }
 
 void AboutWindow::showPage(Page page)
