@@ -24,6 +24,7 @@
 #include <QPushButton>
 #include <QSet>
 #include <QStyle>
+#include <QTextLayout>
 #include <QThreadPool>
 #include <QVBoxLayout>
 
@@ -135,6 +136,29 @@ QString sheetStyle()
              accent.darker(220).name());
 }
 
+// `text` cut to at most `lines` lines of `width` in `font`, the last ending in an ellipsis.
+QString elidedLines(const QString &text, const QFont &font, int width, int lines)
+{
+    if (width <= 0)
+        return text;
+    QTextLayout layout(text, font);
+    layout.beginLayout();
+    QStringList kept;
+    for (int n = 0; n < lines; ++n) {
+        QTextLine line = layout.createLine();
+        if (!line.isValid())
+            break;
+        line.setLineWidth(width);
+        const bool last = n + 1 == lines && line.textStart() + line.textLength() < text.size();
+        const QString part =
+            last ? QFontMetrics(font).elidedText(text.mid(line.textStart()), Qt::ElideRight, width)
+                 : text.mid(line.textStart(), line.textLength()).trimmed();
+        kept.append(part);
+    }
+    layout.endLayout();
+    return kept.join(u'\n');
+}
+
 QFrame *rule(QWidget *parent)
 {
     auto *line = new QFrame(parent);
@@ -187,11 +211,16 @@ void SongInfo::build()
     m_title = new QLabel(this);
     m_title->setObjectName(QStringLiteral("title"));
     m_title->setFont(PlayerArt::font(PlayerArt::Weight::Medium, 24));
-    m_title->setWordWrap(true);
+    m_title->setWordWrap(false);
     m_title->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_subtitle = new QLabel(this);
     m_subtitle->setFont(PlayerArt::font(PlayerArt::Weight::Regular, 16));
-    m_subtitle->setWordWrap(true);
+    m_subtitle->setWordWrap(false);
+    // The titles are cut to the column, never widen it.
+    m_title->setMinimumWidth(1);
+    m_subtitle->setMinimumWidth(1);
+    m_title->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    m_subtitle->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     QPalette sub = m_subtitle->palette();
     sub.setColor(QPalette::WindowText, PlayerArt::accent());
     m_subtitle->setPalette(sub);
@@ -407,7 +436,9 @@ void SongInfo::update()
     for (const QString &part : {s.artist(), s.album()})
         if (!part.isEmpty())
             by.append(part);
-    m_subtitle->setText(by.join(QStringLiteral("  \u00b7  ")));
+    m_fullTitle = name;
+    m_byLine = by;
+    fitTitles();
 
     m_facts.value(QStringLiteral("kind"))->setText(s.kind());
     m_facts.value(QStringLiteral("size"))
@@ -433,6 +464,7 @@ void SongInfo::update()
         it.value()->setCursorPosition(0);
         // Read-only until the file says which tags it can hold.
         it.value()->setReadOnly(true);
+        it.value()->setPlaceholderText(QString());
         it.value()->style()->polish(it.value());
     }
     m_previous->setEnabled(m_index > 0);
@@ -452,7 +484,10 @@ void SongInfo::update()
                 return;
             self->m_cover->setImage(facts.cover);
             for (auto it = self->m_fields.cbegin(); it != self->m_fields.cend(); ++it) {
-                it.value()->setReadOnly(!facts.supportedKeys.contains(fileKeyOf(it.key())));
+                const bool readOnly = !facts.supportedKeys.contains(fileKeyOf(it.key()));
+                it.value()->setReadOnly(readOnly);
+                // A tag the file cannot hold reads as a dash, not as a hole in the form.
+                it.value()->setPlaceholderText(readOnly ? QStringLiteral("\u2014") : QString());
                 it.value()->style()->polish(it.value());
             }
             if (iTunes || facts.supportedKeys.isEmpty()) {
@@ -545,6 +580,32 @@ void SongInfo::finish()
 void SongInfo::reject()
 {
     finish();
+}
+
+void SongInfo::fitTitles()
+{
+    // The name in two lines at most; the artist and album on one line when they fit, else one
+    // line each, so a long name never pushes the sheet's form off the screen.
+    const int width = m_title->contentsRect().width();
+    m_title->setText(elidedLines(m_fullTitle, m_title->font(), width, 2));
+    m_title->setToolTip(m_title->text() == m_fullTitle ? QString() : m_fullTitle);
+    const QString joined = m_byLine.join(QStringLiteral("  \u00b7  "));
+    const QFontMetrics metrics(m_subtitle->font());
+    if (metrics.horizontalAdvance(joined) <= width) {
+        m_subtitle->setText(joined);
+    } else {
+        QStringList lines;
+        for (const QString &part : std::as_const(m_byLine))
+            lines.append(metrics.elidedText(part, Qt::ElideRight, width));
+        m_subtitle->setText(lines.join(u'\n'));
+    }
+    m_subtitle->setToolTip(m_byLine.join(u'\n'));
+}
+
+void SongInfo::resizeEvent(QResizeEvent *event)
+{
+    QDialog::resizeEvent(event);
+    fitTitles();
 }
 
 void SongInfo::paintEvent(QPaintEvent *event)

@@ -84,6 +84,7 @@ protected:
     // A hairline around the sheet, so it stands apart from the window under it even where no
     // window manager frames it.
     void paintEvent(QPaintEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
 
 private:
     // 1 save, 0 don't save, -1 cancel.
@@ -92,6 +93,7 @@ private:
     void update();
     void setHasChanges(bool changes);
     void build();
+    void fitTitles();
 
     ApplicationDelegate *m_delegate;
     QList<SongPtr> m_songs;
@@ -105,6 +107,8 @@ private:
     SongInfoCover *m_cover = nullptr;
     QLabel *m_title = nullptr;
     QLabel *m_subtitle = nullptr;
+    QString m_fullTitle;
+    QStringList m_byLine;
     QLabel *m_hint = nullptr;
     QHash<QString, QLineEdit *> m_fields;
     QHash<QString, QLabel *> m_facts;

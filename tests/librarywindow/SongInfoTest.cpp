@@ -104,6 +104,7 @@ TEST_F(SongInfoTest, TheFieldsShowTheSongAndTheFileDecidesWhatCanBeEdited)
     for (const char *key : {"title", "artist", "album", "albumArtist", "composer", "genre", "trackNumber",
                             "trackTotal", "discNumber", "discTotal"})
         EXPECT_FALSE(editable(key)) << key;
+    EXPECT_EQ(sheet->field(u"composer"_s)->placeholderText(), u"\u2014"_s) << "a tag the file cannot hold";
 }
 
 TEST_F(SongInfoTest, WalkingAwayFromEditsAsksAndCancelKeepsThem)
