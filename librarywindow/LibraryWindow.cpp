@@ -186,7 +186,7 @@ QSplitter::handle { background: #1d232c; }
 #libraryHeader { background: qlineargradient(x1:0, y1:0, x2:0, y2:1, stop:0 #171c24, stop:1 #11151b);
                  border-bottom: 1px solid #1d232c; }
 #progressText { color: #9fb6cc; font-size: 13px; }
-QProgressBar { background: #1a2029; border: none; border-radius: 3px; }
+QProgressBar { background: #262f3b; border: none; border-radius: 3px; }
 QProgressBar::chunk { background: ACCENT; border-radius: 3px; }
 #progressStop { color: #8aa0b5; border: none; font-size: 12px; padding: 2px 4px; }
 #progressStop:hover { color: ACCENT; }
