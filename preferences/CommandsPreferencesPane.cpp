@@ -5,9 +5,11 @@
 #include "settings/UserDefaults.h"
 
 #include <QAction>
+#include <QEvent>
 #include <QHeaderView>
 #include <QKeySequenceEdit>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMenu>
 #include <QPushButton>
 #include <QTableWidget>
@@ -79,6 +81,11 @@ void CommandsPreferencesPane::build()
         m_table->setItem(row, 0, title);
         auto *editor = new QKeySequenceEdit(m_table);
         editor->setObjectName(command->objectName());
+        if (auto *line = editor->findChild<QLineEdit *>())
+            line->installEventFilter(this);
+        showPrompt(editor);
+        // The editor puts its own prompt back each time a key is set.
+        connect(editor, &QKeySequenceEdit::keySequenceChanged, this, [editor] { showPrompt(editor); });
         editor->setAccessibleName(command->text().remove(u'&'));
         m_table->setCellWidget(row, 1, editor);
         m_editors.insert(command, editor);
@@ -91,6 +98,22 @@ void CommandsPreferencesPane::build()
             assign(command, typed.isEmpty() || clears ? QKeySequence() : QKeySequence(first));
         });
     }
+}
+
+void CommandsPreferencesPane::showPrompt(QKeySequenceEdit *editor)
+{
+    // A command without a key shows an empty box; the prompt comes only in the box being set,
+    // not down the whole column.
+    if (auto *line = editor->findChild<QLineEdit *>())
+        line->setPlaceholderText(line->hasFocus() ? QStringLiteral("Press a key") : QString());
+}
+
+bool CommandsPreferencesPane::eventFilter(QObject *watched, QEvent *event)
+{
+    if (event->type() == QEvent::FocusIn || event->type() == QEvent::FocusOut)
+        if (auto *editor = qobject_cast<QKeySequenceEdit *>(watched->parent()))
+            showPrompt(editor);
+    return PreferencesPane::eventFilter(watched, event);
 }
 
 QKeySequenceEdit *CommandsPreferencesPane::editor(const QString &command) const
@@ -143,5 +166,6 @@ void CommandsPreferencesPane::paneWillBecomeFront()
     for (auto it = m_editors.cbegin(); it != m_editors.cend(); ++it) {
         const QSignalBlocker quiet(it.value());
         it.value()->setKeySequence(it.key()->shortcut());
+        showPrompt(it.value());
     }
 }

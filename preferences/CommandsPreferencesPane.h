@@ -34,7 +34,11 @@ public:
     // command has it. True when stored.
     bool assign(QAction *command, const QKeySequence &key);
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
+    static void showPrompt(QKeySequenceEdit *editor);
     void build();
     void restoreDefaults();
 

@@ -10,6 +10,7 @@
 
 #include <QAction>
 #include <QKeySequenceEdit>
+#include <QLineEdit>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -60,6 +61,7 @@ TEST_F(PreferencesWindowTest, AKeyIsTakenAtOnceUnlessAnotherCommandHasIt)
     editor->setKeySequence(QKeySequence(Qt::Key_Backspace));
     emit editor->editingFinished();
     EXPECT_TRUE(next->shortcut().isEmpty());
+    EXPECT_TRUE(editor->findChild<QLineEdit *>()->placeholderText().isEmpty()) << "no prompt down the column";
     // The old key is free again, and back at the built-in key the entry goes.
     QAction *previous = app.mainMenu()->action(A::Previous);
     EXPECT_TRUE(pane->assign(previous, before));
