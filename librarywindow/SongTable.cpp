@@ -21,8 +21,10 @@
 
 namespace {
 constexpr int kRowHeight = 22;
-// A text column is never narrower than a few letters: below that the window scrolls sideways.
-constexpr int kNarrowestText = 56;
+// A text column is never narrower than a few words, the name a few more: below that the window
+// scrolls sideways rather than cut every text to its first letters.
+constexpr int kNarrowestText = 96;
+constexpr int kNarrowestName = 150;
 } // namespace
 
 SongTable::SongTable(SongTableController *controller, QWidget *parent)
@@ -76,6 +78,12 @@ bool SongTable::isTextColumn(int column) const
     return texts.contains(SongTableModel::identifiers().value(column));
 }
 
+int SongTable::narrowest(int column) const
+{
+    return SongTableModel::identifiers().value(column) == QLatin1String("name") ? kNarrowestName
+                                                                                : kNarrowestText;
+}
+
 int SongTable::preferredColumnWidth(int column) const
 {
     return m_preferredWidths.value(column, horizontalHeader()->sectionSize(column));
@@ -120,7 +128,7 @@ void SongTable::fitColumns()
         const int share = i + 1 < texts.size()
                               ? int(space * std::max(1, preferredColumnWidth(column)) / preferred)
                               : space - used;
-        const int width = std::max(share, kNarrowestText);
+        const int width = std::max(share, narrowest(column));
         header->resizeSection(column, width);
         used += width;
     }
@@ -154,7 +162,7 @@ void SongTable::sectionResized(int column, int oldSize, int newSize)
         if (header->isSectionHidden(next) || !isTextColumn(next))
             continue;
         const int size = header->sectionSize(next);
-        const int to = std::max(kNarrowestText, size - change);
+        const int to = std::max(narrowest(next), size - change);
         header->resizeSection(next, to);
         change -= size - to;
     }

@@ -49,6 +49,7 @@ protected:
 
 private:
     bool isTextColumn(int column) const;
+    int narrowest(int column) const;
     void fitColumns();
     void sectionResized(int column, int oldSize, int newSize);
     void paintEmptyText();
