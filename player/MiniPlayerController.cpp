@@ -200,6 +200,7 @@ void MiniPlayerController::updateControls()
     m_shownSong = song;
     m_artistText->setText(song ? song->artist() : QString(), newSong);
     m_nameText->setText(song ? song->name() : QString(), newSong);
+    m_artistText->setIdleText(song ? QString() : QStringLiteral("Quivera"));
     m_totalTimeText->setText(song ? m_timeFormatter.stringForSeconds(song->length()) : QString());
     m_shuffle->setState(m_delegate.shuffle());
     m_repeatOne->setState(m_delegate.repeatMode() == 2);

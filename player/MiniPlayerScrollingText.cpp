@@ -73,10 +73,28 @@ void MiniPlayerScrollingText::resizeEvent(QResizeEvent *event)
     measure();
 }
 
+void MiniPlayerScrollingText::setIdleText(const QString &text)
+{
+    if (text == m_idleText)
+        return;
+    m_idleText = text;
+    update();
+}
+
 void MiniPlayerScrollingText::paintEvent(QPaintEvent *)
 {
-    if (m_text.isEmpty())
+    if (m_text.isEmpty()) {
+        if (m_idleText.isEmpty())
+            return;
+        QPainter p(this);
+        p.setRenderHint(QPainter::TextAntialiasing);
+        QColor faint = PlayerArt::accent();
+        faint.setAlphaF(0.3f);
+        p.setPen(faint);
+        p.setFont(m_font);
+        p.drawText(rect(), Qt::AlignCenter, m_idleText);
         return;
+    }
     const qreal dpr = devicePixelRatioF();
     QPixmap layer((QSizeF(size()) * dpr).toSize());
     layer.setDevicePixelRatio(dpr);

@@ -19,6 +19,10 @@ public:
     // A new text restarts the cycle from its rest at the start; the same text changes nothing
     // unless `restart` asks for it (a new song by the same artist: both lines start together).
     void setText(const QString &text, bool restart = false);
+    // Drawn faint and centred while the line has no text (the program's name with no song), so
+    // an idle player reads as waiting rather than broken.
+    void setIdleText(const QString &text);
+    QString idleText() const { return m_idleText; }
     bool scrolls() const { return m_scrolls; }
     qreal textWidth() const { return m_textWidth; }
     // Where the line is drawn now, and how opaque, in the view's coordinates.
@@ -35,6 +39,7 @@ private:
     double seconds() const { return m_clock.elapsed() / 1000.0; }
 
     QString m_text;
+    QString m_idleText;
     QFont m_font;
     qreal m_textWidth = 0.0;
     bool m_scrolls = false;

@@ -5,6 +5,7 @@
 
 #include "player/MiniPlayerController.h"
 #include "player/MiniPlayerPosition.h"
+#include "player/MiniPlayerScrollingText.h"
 #include "player/MiniPlayerWindow.h"
 #include "player/PlayerButton.h"
 #include "support/frontend/QuietLaunch.h"
@@ -38,6 +39,7 @@ TEST_F(MiniPlayerTest, EveryStoredSizeAboveThreeStartsWithTheMiniPlayerInsteadOf
         PlayerController player(*delegate);
         mini = std::make_unique<MiniPlayerController>(*delegate);
         EXPECT_EQ(mini->window()->isVisible(), size > 3);
+        EXPECT_EQ(mini->artistText()->idleText(), u"Quivera"_s) << "no song: the name, not a blank";
         EXPECT_NE(player.window()->isVisible(), mini->window()->isVisible());
         // The hidden player stands at its full size about the kept centre.
         if (size > 3) {
@@ -57,6 +59,7 @@ TEST_F(MiniPlayerTest, TheSizesSwitchBetweenTheTwoPlayersAtOneCentre)
         player.setPlayerSize(size);
         mini->setPlayerSize(size);
         EXPECT_EQ(mini->window()->isVisible(), size > 3);
+        EXPECT_EQ(mini->artistText()->idleText(), u"Quivera"_s) << "no song: the name, not a blank";
         EXPECT_NE(player.window()->isVisible(), mini->window()->isVisible());
     }
     EXPECT_EQ(mini->window()->frameCenter(), QPointF(400, 300));
