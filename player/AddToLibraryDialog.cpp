@@ -23,6 +23,8 @@ AddToLibraryDialog::AddToLibraryDialog(QWidget *parent) : QFileDialog(parent)
     setDirectory(QStandardPaths::writableLocation(QStandardPaths::MusicLocation));
     for (QAbstractItemView *view : findChildren<QAbstractItemView *>())
         view->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    // Room for names, sizes and dates side by side, and for the whole filter's text.
+    resize(860, 540);
 }
 
 void AddToLibraryDialog::accept()
