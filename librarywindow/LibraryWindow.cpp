@@ -202,7 +202,7 @@ QProgressBar::chunk { background: ACCENT; border-radius: 3px; }
 QHeaderView { background: #12161c; }
 QHeaderView::section { background: qlineargradient(x1:0, y1:0, x2:0, y2:1, stop:0 #181d25, stop:1 #12161c);
                        color: #8fa6bd; border: none; border-right: 1px solid #1f2630;
-                       border-bottom: 1px solid #232b36; padding: 0 9px; font-size: 12px; }
+                       border-bottom: 1px solid #232b36; padding: 0 0 0 9px; font-size: 12px; }
 QHeaderView::section:hover { color: ACCENT; }
 QHeaderView::up-arrow, QHeaderView::down-arrow { width: 9px; height: 9px; subcontrol-position: center right; }
 #songTableFooter { background: #0c0f14; color: #7f95aa; border-top: 1px solid #1d232c; font-size: 12px; }
