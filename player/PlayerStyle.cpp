@@ -9,6 +9,7 @@
 #include <QMessageBox>
 #include <QPainter>
 #include <QPainterPath>
+#include <QPushButton>
 #include <QStyleFactory>
 
 namespace {
@@ -96,6 +97,10 @@ void PlayerStyle::install()
     QApplication::setStyle(new PlayerStyle);
     QApplication::setPalette(PlayerArt::palette());
     QApplication::setPalette(PlayerArt::palette(true), "QMenu");
+    // The player's type everywhere a window does not choose its own: a dialog without a parent
+    // (the first start's question) would otherwise mix it with the desktop's sans serif.
+    if (PlayerArt::loadFonts())
+        QApplication::setFont(PlayerArt::font(PlayerArt::Weight::Regular, 14));
 }
 
 int PlayerStyle::styleHint(StyleHint hint, const QStyleOption *option, const QWidget *widget,
@@ -145,6 +150,12 @@ void PlayerStyle::polish(QWidget *widget)
         p.setColor(QPalette::Window, QColor(0x4a, 0x58, 0x6a));
         p.setColor(QPalette::Base, QColor(0x1a, 0x21, 0x2c));
         widget->setPalette(p);
+    }
+    // An alert's buttons as tall as the preferences' ones, and never just wide enough for their word.
+    if (qobject_cast<QPushButton *>(widget) && widget->parentWidget()
+        && qobject_cast<QMessageBox *>(widget->parentWidget()->parentWidget())) {
+        widget->setMinimumSize(std::max(widget->minimumWidth(), 88), std::max(widget->minimumHeight(), 30));
+        return;
     }
     if (!qobject_cast<QMessageBox *>(widget->parentWidget()) || !qobject_cast<QLabel *>(widget))
         return;
