@@ -1,5 +1,6 @@
 #include "PlayerEffectEditor.h"
 
+#include "PlayerArt.h"
 #include "core/VEKLocalizedString.h"
 #include "graph/APLAudioUnitAudioProcessor.h"
 #include "lv2/VEKLV2Plugin.h"
@@ -39,6 +40,43 @@ QString valueText(float value, const VEKLV2Plugin::ControlPort &port)
     return port.unit.isEmpty() ? text : text + u' ' + port.unit;
 }
 
+// The player's panel, type and accent, with sliders, boxes and buttons drawn as the preferences
+// draw theirs, rather than the style's thin grey grooves on a plain window.
+QString editorStyle()
+{
+    QString sheet = QStringLiteral(R"(
+* { font-family: "FAMILY"; font-size: 14px; color: #c9d6e3; }
+#PlayerEffectEditor { background: #0c0f14; }
+#effectTitle { font-size: 16px; color: #eef5fc; }
+QScrollArea { background: transparent; border: none; }
+QScrollArea > QWidget > QWidget { background: transparent; }
+QPushButton, QComboBox { background: #1a212c; border: 1px solid #2a3442; border-radius: 7px; padding: 5px 16px;
+                         min-height: 18px; color: #d6e4f2; }
+QPushButton:hover, QComboBox:hover { border-color: #3d5068; }
+QPushButton:focus, QComboBox:focus { border-color: #6f9fd0; }
+QPushButton:pressed { background: #24303f; }
+QComboBox QAbstractItemView { background: #1a212c; border: 1px solid #2f3b4b; selection-background-color: #2b4261; }
+QSlider { min-height: 22px; }
+QSlider::groove:horizontal { height: 4px; border-radius: 2px; background: #2a3442; }
+QSlider::sub-page:horizontal { height: 4px; border-radius: 2px; background: #6f9fd0; }
+QSlider::handle:horizontal { width: 14px; height: 14px; margin: -5px 0; border-radius: 7px; background: ACCENT;
+                             border: 2px solid #0c0f14; }
+QSlider::handle:horizontal:hover { background: #d8ecff; }
+QProgressBar { background: #262f3b; border: none; border-radius: 2px; max-height: 4px; }
+QProgressBar::chunk { background: #6f9fd0; border-radius: 2px; }
+QCheckBox::indicator { width: 16px; height: 16px; border-radius: 4px; border: 1px solid #3a4757; background: #1a212c; }
+QCheckBox::indicator:checked { background: ACCENT; border-color: ACCENT; }
+QScrollBar:vertical { background: transparent; width: 10px; margin: 2px; }
+QScrollBar::handle:vertical { background: #2a3442; border-radius: 4px; min-height: 30px; }
+QScrollBar::add-line, QScrollBar::sub-line { height: 0; }
+QScrollBar::add-page, QScrollBar::sub-page { background: none; }
+)");
+    const QString family = PlayerArt::fontFamily();
+    sheet.replace(QStringLiteral("FAMILY"), family.isEmpty() ? QStringLiteral("sans-serif") : family);
+    sheet.replace(QStringLiteral("ACCENT"), PlayerArt::accent().name());
+    return sheet;
+}
+
 bool useLog(const VEKLV2Plugin::ControlPort &port)
 {
     return port.logarithmic && port.minimum > 0 && port.maximum > port.minimum;
@@ -51,6 +89,9 @@ PlayerEffectEditor::PlayerEffectEditor(VEKAudioProcessorPtr processor, QWidget *
     , m_processor(std::move(processor))
 {
     setWindowTitle(m_processor ? m_processor->name() : QString());
+    setObjectName(QStringLiteral("PlayerEffectEditor"));
+    setAttribute(Qt::WA_StyledBackground);
+    setStyleSheet(editorStyle());
     build();
     refresh();
     m_refresh.setInterval(250);
@@ -95,6 +136,8 @@ float PlayerEffectEditor::sliderValue(int position, float minimum, float maximum
 void PlayerEffectEditor::build()
 {
     auto *outer = new QVBoxLayout(this);
+    outer->setContentsMargins(18, 16, 18, 16);
+    outer->setSpacing(12);
     VEKLV2Plugin *p = plugin();
     if (!p || p->controlPorts().empty()) {
         auto *none = new QLabel(VEKLocalizedString("PlayerEffectEditor_noControls"), this);
@@ -107,9 +150,13 @@ void PlayerEffectEditor::build()
     // The effect's name and maker above its controls, and a way back to where it started.
     auto *header = new QHBoxLayout;
     auto *title = new QLabel(this);
+    title->setObjectName(QStringLiteral("effectTitle"));
     const QString maker = VEKLV2World::shared().effectDescription(p->uri()).value(QStringLiteral("manufacturer")).toString();
-    title->setText(QStringLiteral("<b>%1</b>").arg(p->name().toHtmlEscaped()) +
-                   (maker.isEmpty() ? QString() : QStringLiteral(" &nbsp;%1").arg(maker.toHtmlEscaped())));
+    title->setText(
+        QStringLiteral("<b>%1</b>").arg(p->name().toHtmlEscaped())
+        + (maker.isEmpty()
+               ? QString()
+               : QStringLiteral(" &nbsp;<span style='color:#7d8ea3'>%1</span>").arg(maker.toHtmlEscaped())));
     header->addWidget(title, 1);
     auto *defaults = new QPushButton(VEKLocalizedString("PlayerEffectEditor_defaults"), this);
     connect(defaults, &QPushButton::clicked, this, [this] {
@@ -130,6 +177,9 @@ void PlayerEffectEditor::build()
     auto *panel = new QWidget(area);
     auto *form = new QFormLayout(panel);
     form->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow);
+    form->setContentsMargins(0, 0, 6, 0);
+    form->setHorizontalSpacing(18);
+    form->setVerticalSpacing(6);
     area->setWidget(panel);
     outer->addWidget(area);
 
@@ -226,8 +276,13 @@ void PlayerEffectEditor::build()
         row.shown = std::nanf("");
         m_rows.push_back(std::move(row));
     }
+    // Measured in the sizes the style sheet gives, with the header and the margins around.
+    ensurePolished();
     const QSize hint = panel->sizeHint();
-    resize(std::clamp(hint.width() + 40, 460, 720), std::clamp(hint.height() + 70, 140, 640));
+    const QMargins m = outer->contentsMargins();
+    const int chrome = m.top() + m.bottom() + outer->spacing() + header->sizeHint().height() + 4;
+    resize(std::clamp(hint.width() + m.left() + m.right() + 12, 460, 720),
+           std::clamp(hint.height() + chrome, 140, 640));
 }
 
 void PlayerEffectEditor::refresh()
