@@ -10,6 +10,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QProgressBar>
+#include <QScreen>
 #include <QSplitter>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -32,7 +33,11 @@ LibraryWindow::LibraryWindow(QWidget *parent) : QMainWindow(parent)
     PlayerArt::loadFonts();
     setFont(PlayerArt::font(PlayerArt::Weight::Regular, 14));
     setStyleSheet(styleSheet());
-    resize(1180, 720);
+    // The first size, within what the screen leaves free.
+    QSize first(1180, 720);
+    if (const QScreen *screen = this->screen())
+        first = first.boundedTo(screen->availableGeometry().size() - QSize(40, 60));
+    resize(first);
     setMinimumSize(720, 420);
 
     m_splitter = new QSplitter(Qt::Horizontal);

@@ -10,6 +10,7 @@
 #include <QIcon>
 #include <QLabel>
 #include <QPushButton>
+#include <QScreen>
 #include <QScrollArea>
 #include <QStackedWidget>
 #include <QVBoxLayout>
@@ -60,7 +61,12 @@ PreferencesWindow::PreferencesWindow(QWidget *parent)
         if (checked && index != m_stack->currentIndex())
             emit paneChosen(index);
     });
-    resize(960, 850);
+    // Never larger than the screen leaves free: a laptop's 768 lines are fewer than 850, and the
+    // panes scroll.
+    QSize wanted(960, 850);
+    if (const QScreen *screen = this->screen())
+        wanted = wanted.boundedTo(screen->availableGeometry().size() - QSize(40, 60));
+    resize(wanted);
 }
 
 void PreferencesWindow::addPane(PreferencesPane *pane)

@@ -11,6 +11,7 @@
 #include <QAction>
 #include <QKeySequenceEdit>
 #include <QLineEdit>
+#include <QScreen>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -34,6 +35,8 @@ TEST_F(PreferencesWindowTest, TheHeadphonesItemOpensItsPaneAmongTheSevenInOrder)
         if (item->objectName() == u"Commands_headphonesPreferences"_s)
             item->trigger();
     EXPECT_TRUE(app.preferencesController()->window()->isVisible());
+    const QWidget *window = app.preferencesController()->window();
+    EXPECT_LE(window->height(), window->screen()->availableGeometry().height()) << "fits the screen";
     EXPECT_EQ(app.preferencesController()->currentPane()->name(), u"HeadphonesPreferencesPane"_s);
     // The plain item keeps the pane in front.
     app.mainMenu()->action(A::OpenPreferences)->trigger();
