@@ -9,9 +9,11 @@
 
 #include <QHash>
 #include <QSet>
+#include <QTimer>
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <string_view>
 #include <vector>
 
 Playlist::Playlist(QObject *parent) : QObject(parent)
@@ -117,6 +119,33 @@ void Playlist::narrowPredicate(std::shared_ptr<const SongPredicate> predicate)
         setPredicate(std::move(predicate));
         return;
     }
+    if (m_foldedStarts.size() == size_t(m_manualOrder.size()) + 1 && predicate->evaluatesFoldedTexts()) {
+        // The view's songs by their folded texts, which lie scattered in the view's order: for a
+        // view of more than a quarter of the list, or without their places, the whole list read
+        // in one sweep is faster.
+        if (m_viewIndexes.size() != size_t(m_view.size()) || m_view.size() > m_manualOrder.size() / 4) {
+            setPredicate(std::move(predicate));
+            return;
+        }
+        const std::string_view texts = m_foldedTexts;
+        qsizetype kept = 0;
+        for (qsizetype i = 0; i < m_view.size(); ++i) {
+            const quint32 index = m_viewIndexes[size_t(i)];
+            if (predicate->evaluateFolded(
+                    texts.substr(m_foldedStarts[index], m_foldedStarts[index + 1] - m_foldedStarts[index]))) {
+                if (kept != i)
+                    m_view[kept] = std::move(m_view[i]);
+                m_viewIndexes[size_t(kept)] = index;
+                ++kept;
+            }
+        }
+        m_view.resize(kept);
+        m_viewIndexes.resize(size_t(kept));
+        m_predicate = std::move(predicate);
+        emit valueChanged(QStringLiteral("predicate"));
+        return;
+    }
+    m_viewIndexes.clear();
     m_view.removeIf([&predicate](const SongPtr &song) { return !predicate->evaluate(*song); });
     m_predicate = std::move(predicate);
     emit valueChanged(QStringLiteral("predicate"));
@@ -129,6 +158,7 @@ void Playlist::restorePredicate(std::shared_ptr<const SongPredicate> predicate, 
         m_view = view;
         m_viewValid = true;
     }
+    m_viewIndexes.clear();
 }
 
 void Playlist::setSelectedRows(const Rows &rows)
@@ -161,9 +191,10 @@ QList<SongPtr> Playlist::songs() const
     // every key press, and a search of 100,000 songs must not run each time.
     if (!m_viewValid) {
         m_view.clear();
-        for (const SongPtr &song : order)
-            if (m_predicate->evaluate(*song))
-                m_view.append(song);
+        if (!filterFolded(order))
+            for (const SongPtr &song : order)
+                if (m_predicate->evaluate(*song))
+                    m_view.append(song);
         m_viewValid = true;
     }
     return m_view;
@@ -173,6 +204,7 @@ void Playlist::invalidateView() const
 {
     m_viewValid = false;
     m_view = {};
+    m_viewIndexes.clear();
 }
 
 qsizetype Playlist::countOfSongs() const
@@ -242,6 +274,8 @@ void Playlist::insertSongs(const QList<SongPtr> &songs, const Rows &indexes)
 {
     invalidateView();
     m_ranks.clear();
+    dropSearchTexts();
+    m_sortedIndexes.clear();
     const qsizetype n = std::min(songs.size(), indexes.size());
     for (qsizetype i = 0; i < n; ++i) {
         const qsizetype at = std::clamp<qsizetype>(indexes.at(i), 0, m_manualOrder.size());
@@ -289,6 +323,8 @@ void Playlist::setSongsWithoutStoring(const QList<SongPtr> &songs)
 {
     invalidateView();
     m_ranks.clear();
+    dropSearchTexts();
+    m_sortedIndexes.clear();
     m_manualOrder = songs;
     touch();
     updateSortedOrder();
@@ -323,7 +359,9 @@ void Playlist::removeSongs(const QList<SongPtr> &removed)
     };
     drop(m_manualOrder);
     m_ranks.clear();
+    dropSearchTexts();
     drop(m_sortedOrder);
+    m_sortedIndexes.clear();
     drop(m_shuffledOrder);
     touch();
 
@@ -401,6 +439,7 @@ void Playlist::updateSortedOrder()
     const qsizetype n = m_manualOrder.size();
     if (descriptors.isEmpty() || n == 0) {
         m_sortedOrder = m_manualOrder;
+        m_sortedIndexes.clear();
         return;
     }
     const qsizetype levels = descriptors.size();
@@ -471,6 +510,7 @@ void Playlist::updateSortedOrder()
     for (const quint32 i : indexes)
         sorted.append(m_manualOrder.at(i));
     m_sortedOrder = std::move(sorted);
+    m_sortedIndexes = std::move(indexes);
 }
 
 const std::vector<int> &Playlist::ranksFor(const SortDescriptor &descriptor) const
@@ -487,6 +527,101 @@ void Playlist::songFieldsDidChange() const
 {
     invalidateView();
     m_ranks.clear();
+    dropSearchTexts();
+}
+
+namespace {
+// Shorter lists are searched song by song at no cost worth keeping texts for.
+constexpr qsizetype kFoldedMinimum = 5000;
+// Songs folded per step while idle: a few milliseconds.
+constexpr qsizetype kFoldedStep = 4000;
+}
+
+void Playlist::dropSearchTexts() const
+{
+    m_foldedTexts = std::string();
+    m_foldedStarts = std::vector<quint32>();
+}
+
+void Playlist::foldMoreTexts(qsizetype count) const
+{
+    const qsizetype n = m_manualOrder.size();
+    if (m_foldedStarts.empty()) {
+        m_foldedStarts.reserve(size_t(n) + 1);
+        m_foldedStarts.push_back(0);
+    }
+    const qsizetype first = qsizetype(m_foldedStarts.size()) - 1;
+    const qsizetype end = std::min(n, first + count);
+    for (qsizetype i = first; i < end; ++i) {
+        SongPredicate::appendFoldedTexts(*m_manualOrder.at(i), m_foldedTexts);
+        // Room for the rest at the rate so far, rather than doubling past it.
+        if (i == first && first == 0)
+            m_foldedTexts.reserve(m_foldedTexts.size() * size_t(n) * 11 / 10 + 64);
+        m_foldedStarts.push_back(quint32(m_foldedTexts.size()));
+    }
+}
+
+void Playlist::prepareSearch()
+{
+    if (m_folding || m_manualOrder.size() < kFoldedMinimum
+        || m_foldedStarts.size() == size_t(m_manualOrder.size()) + 1)
+        return;
+    m_folding = true;
+    QTimer::singleShot(0, this, [this] {
+        m_folding = false;
+        foldMoreTexts(kFoldedStep);
+        prepareSearch();
+    });
+}
+
+bool Playlist::filterFolded(const QList<SongPtr> &order) const
+{
+    const qsizetype n = m_manualOrder.size();
+    if (n < kFoldedMinimum || m_shuffle || order.size() != n || !m_predicate->evaluatesFoldedTexts())
+        return false;
+    const bool manual = &order == &m_manualOrder;
+    if (!manual && m_sortedIndexes.size() != size_t(n)) {
+        // Found anew after songs went from the sorted order without a sort.
+        QHash<const Song *, quint32> at;
+        at.reserve(n);
+        for (qsizetype i = 0; i < n; ++i)
+            at.insert(m_manualOrder.at(i).get(), quint32(i));
+        std::vector<quint32> indexes;
+        indexes.reserve(size_t(n));
+        for (const SongPtr &song : order) {
+            const auto it = at.constFind(song.get());
+            if (it == at.cend())
+                return false;
+            indexes.push_back(*it);
+        }
+        m_sortedIndexes = std::move(indexes);
+    }
+    foldMoreTexts(n);
+    // The songs in the user's order, where their texts lie one after another; then the view.
+    std::vector<char> hit(static_cast<size_t>(n));
+    const std::string_view texts = m_foldedTexts;
+    for (qsizetype i = 0; i < n; ++i)
+        hit[size_t(i)] = m_predicate->evaluateFolded(texts.substr(
+            m_foldedStarts[size_t(i)], m_foldedStarts[size_t(i) + 1] - m_foldedStarts[size_t(i)]));
+    m_viewIndexes.clear();
+    if (std::all_of(hit.begin(), hit.end(), [](char h) { return h != 0; })) {
+        // Every song: the list as it is, without a copy of each song's handle.
+        m_view = order;
+        if (manual)
+            for (qsizetype i = 0; i < n; ++i)
+                m_viewIndexes.push_back(quint32(i));
+        else
+            m_viewIndexes = m_sortedIndexes;
+        return true;
+    }
+    for (qsizetype position = 0; position < n; ++position) {
+        const quint32 index = manual ? quint32(position) : m_sortedIndexes[size_t(position)];
+        if (hit[index]) {
+            m_view.append(order.at(position));
+            m_viewIndexes.push_back(index);
+        }
+    }
+    return true;
 }
 
 namespace {

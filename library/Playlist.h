@@ -8,6 +8,7 @@
 #include <QString>
 #include <limits>
 #include <memory>
+#include <string>
 #include <vector>
 
 class SortDescriptor;
@@ -64,11 +65,15 @@ public:
 
     // The view: the order in force, filtered by the predicate. The filtered list is kept until
     // the order, the songs or the predicate change; a change of the songs' own fields (a tag
-    // edit) takes effect at the next invalidateView(), which the delegate calls after one.
+    // edit) takes effect at the next songFieldsDidChange(), which the delegate calls after one.
     QList<SongPtr> songs() const;
     void invalidateView() const;
-    // The songs' own fields changed (a tag edit): the view and what the sorts kept go.
+    // The songs' own fields changed (a tag edit): the view and what the sorts and searches kept go.
     void songFieldsDidChange() const;
+    // A long playlist about to be searched: its songs' searched fields are folded in steps while
+    // the event loop is idle, so that each key of a search reads them in one piece rather than
+    // every field of every song where it lies.
+    void prepareSearch();
     qsizetype countOfSongs() const;
     SongPtr objectInSongsAtIndex(qsizetype index) const;
     QList<SongPtr> songsAtIndexes(const Rows &rows) const;
@@ -120,6 +125,9 @@ signals:
 private:
     const QList<SongPtr> &orderInForce() const;
     const std::vector<int> &ranksFor(const SortDescriptor &descriptor) const;
+    void foldMoreTexts(qsizetype count) const;
+    void dropSearchTexts() const;
+    bool filterFolded(const QList<SongPtr> &order) const;
     void touch();
 
     qint64 m_playlistID = 0;
@@ -143,6 +151,15 @@ private:
         std::vector<int> ranks;
     };
     mutable std::vector<FieldRanks> m_ranks;
+    // The searched fields of the user's order, folded (SongPredicate::appendFoldedTexts), one
+    // song after another; the start of each song's, then the end.
+    mutable std::string m_foldedTexts;
+    mutable std::vector<quint32> m_foldedStarts;
+    bool m_folding = false;
+    // Where each song of the view stands in the user's order, when the view came from them.
+    mutable std::vector<quint32> m_viewIndexes;
+    // Where each song of the sorted order stands in the user's order.
+    mutable std::vector<quint32> m_sortedIndexes;
     mutable QList<SongPtr> m_view;
     mutable bool m_viewValid = false;
 };

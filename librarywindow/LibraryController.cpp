@@ -319,6 +319,8 @@ void LibraryController::refreshSongs()
     }
     m_songTable->update();
     updateControls();
+    if (const PlaylistPtr playlist = m_delegate.selectedPlaylist())
+        playlist->prepareSearch();
 }
 
 void LibraryController::refreshPlaylists()

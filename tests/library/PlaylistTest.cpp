@@ -210,8 +210,50 @@ TEST_F(PlaylistTest, ASearchNarrowedByALetterAndTheSongsAddedSinceStayInTheView)
     EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-7, -3, -1})); // artists descending
     // A field changed under it counts once the view is told.
     songs.at(0)->setAlbum("Let It Be");
-    playlist.invalidateView();
+    playlist.songFieldsDidChange();
     EXPECT_EQ(ids(playlist.songs()), (QList<qint64>{-7, -3}));
+}
+
+TEST(PlaylistSearch, ALongListSearchedThroughItsFoldedTextsFindsWhatTheSongsFieldsDo)
+{
+    // A long list is searched through texts folded once for it: the hits must be those of the
+    // songs' own fields, in the order in force, through narrowing and edits.
+    Playlist big;
+    QList<SongPtr> many;
+    const char *const names[] = {"Café Über", "THE night", "straße", "Ǆemal", "plain"};
+    for (int i = 0; i < 6000; ++i)
+        many.append(makeSong(-i - 1, i % 3 ? "The Ärtist" : "Artist", i % 5 ? "Album 7" : nullptr, 1, i,
+                             names[i % 5]));
+    big.appendSongs(many);
+    big.setSortKey("artist");
+    big.setSortAscending(false);
+    const auto expect = [&big](const std::shared_ptr<SongPredicate> &predicate, const char *search) {
+        QList<SongPtr> expected;
+        for (const SongPtr &song : big.sortedOrder())
+            if (predicate->evaluate(*song))
+                expected.append(song);
+        EXPECT_EQ(ids(big.songs()), ids(expected)) << search;
+    };
+    for (const int scope : {0, 1, 2})
+        for (const char *search :
+             {"cafe", "uber the", "artist", "ÄRT", "strasse", "dž", "the night", "7", "x"}) {
+            auto predicate = std::make_shared<SongPredicate>(SongPredicate::forSearch(search, scope));
+            big.setPredicate(predicate);
+            expect(predicate, search);
+        }
+    auto wide = std::make_shared<SongPredicate>(SongPredicate::forSearch("t", 0));
+    big.setPredicate(wide);
+    expect(wide, "t");
+    auto narrow = std::make_shared<SongPredicate>(SongPredicate::forSearch("th", 0));
+    big.narrowPredicate(narrow);
+    expect(narrow, "th");
+    many.at(1)->setName("Tha");
+    many.at(4)->setArtist("nobody");
+    big.songFieldsDidChange();
+    auto narrower = std::make_shared<SongPredicate>(SongPredicate::forSearch("th", 0));
+    big.setPredicate(narrower);
+    big.narrowPredicate(std::make_shared<SongPredicate>(SongPredicate::forSearch("tha", 0)));
+    expect(std::make_shared<SongPredicate>(SongPredicate::forSearch("tha", 0)), "tha");
 }
 
 TEST(SongPredicateTest, AllWordsMustMatchWithinOneField)
