@@ -153,9 +153,13 @@ void SongTableController::update()
     const PlaylistPtr playlist = m_delegate->selectedPlaylist();
     const PlaylistPtr shown = m_shown.lock();
     const bool samePlaylist = playlist && playlist == shown;
+    // The same rows again (a search every song matches, a tag edit): they and their selection
+    // stay, and only their texts are read anew.
+    const bool sameRows = samePlaylist && m_model->showsDelegatesList();
     QList<SongPtr> keep;
     if (samePlaylist) {
-        keep = selectedSongs();
+        if (!sameRows)
+            keep = selectedSongs();
     } else if (shown) {
         // The rows are kept in the playlist's full list: a search left behind goes with the
         // field that was cleared.
@@ -165,7 +169,10 @@ void SongTableController::update()
         shown->setSelectedRows(selected.isEmpty() ? Playlist::Rows() : shown->indexesOfSongs(selected));
     }
 
-    m_model->reload();
+    if (sameRows)
+        m_model->textsChanged();
+    else
+        m_model->reload();
     updateSortIndicator();
     // What an empty list says: why it is empty and, where it can take songs, how to add some.
     if (!playlist)
@@ -193,9 +200,10 @@ void SongTableController::update()
     }
     m_footer->setText(footerText(songs.size(), seconds, bytes));
 
-    if (samePlaylist)
-        selectSongs(keep);
-    else if (playlist)
+    if (samePlaylist) {
+        if (!sameRows)
+            selectSongs(keep);
+    } else if (playlist)
         setSelectedSongIndexes(playlist->selectedRows());
     m_shown = playlist;
 }

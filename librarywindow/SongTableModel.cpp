@@ -43,6 +43,20 @@ void SongTableModel::reload()
     endResetModel();
 }
 
+bool SongTableModel::showsDelegatesList() const
+{
+    // A list that shares the shown one's songs holds the same songs: a change of either would
+    // have given it songs of its own first.
+    const QList<SongPtr> &list = m_delegate->songs();
+    return list.size() == m_songs.size() && list.constData() == m_songs.constData();
+}
+
+void SongTableModel::textsChanged()
+{
+    if (!m_songs.isEmpty())
+        emit dataChanged(index(0, 0), index(int(m_songs.size()) - 1, columnCount() - 1));
+}
+
 void SongTableModel::statusChanged()
 {
     if (!m_songs.isEmpty())

@@ -29,6 +29,10 @@ public:
 
     // The delegate's list changed: the rows are read anew.
     void reload();
+    // Whether the delegate's list is the one shown (shares its songs, as a search that every
+    // song matches hands back the list itself), and the same rows with texts read anew.
+    bool showsDelegatesList() const;
+    void textsChanged();
     // Only the status marks changed (the stream's song or its playing state).
     void statusChanged();
 
