@@ -39,13 +39,15 @@ QRect SongCellDelegate::textRect(const QStyleOptionViewItem &option, const QStyl
         const QRect r = style->subElementRect(QStyle::SE_ItemViewItemText, &probe, option.widget);
         const int margin = style->pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, option.widget) + 1;
         const QRect cell = option.rect;
-        it = m_insets.insert(cell.size(), QMargins(r.left() - cell.left() + margin, r.top() - cell.top(),
-                                                   cell.right() - r.right() + margin, cell.bottom() - r.bottom()));
+        it = m_insets.insert(cell.size(),
+                             QMargins(r.left() - cell.left() + margin, r.top() - cell.top(),
+                                      cell.right() - r.right() + margin, cell.bottom() - r.bottom()));
     }
     return option.rect.marginsRemoved(*it);
 }
 
-void SongCellDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const
+void SongCellDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
+                             const QModelIndex &index) const
 {
     QStyleOptionViewItem opt = option;
     initStyleOption(&opt, index);
@@ -76,7 +78,7 @@ void SongCellDelegate::paint(QPainter *painter, const QStyleOptionViewItem &opti
     const QRect at = QStyle::alignedRect(opt.direction, opt.displayAlignment, size, textRect);
     painter->save();
     painter->setPen(opt.palette.color(group, opt.state & QStyle::State_Selected ? QPalette::HighlightedText
-                                                                               : QPalette::Text));
+                                                                                : QPalette::Text));
     painter->setFont(opt.font);
     painter->drawStaticText(at.topLeft(), laid);
     painter->restore();
