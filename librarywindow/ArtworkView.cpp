@@ -72,10 +72,26 @@ void ArtworkView::paintEvent(QPaintEvent *)
 
     painter.fillRect(square, PlayerArt::panel());
     if (m_image.isNull()) {
-        painter.setFont(PlayerArt::font(PlayerArt::Weight::Regular, 15));
+        // A faint note over the words, so the empty square reads as a cover's place.
+        const qreal note = std::min(44.0, square.height() * 0.3);
+        const QFont words = PlayerArt::font(PlayerArt::Weight::Regular, 15);
+        const int wordsHeight = QFontMetrics(words).height();
+        const qreal top = square.center().y() - (note + 8 + wordsHeight) / 2.0;
+        if (note >= 16) {
+            painter.setOpacity(0.22);
+            painter.drawPixmap(QPointF(square.center().x() - note / 2.0, top),
+                               PlayerArt::pixmap(QStringLiteral("SongInfo_noCover"), QSizeF(note, note),
+                                                 devicePixelRatioF()));
+            painter.setOpacity(1.0);
+        }
+        painter.setFont(words);
         text.setAlphaF(0.4f);
         painter.setPen(text);
-        painter.drawText(square, Qt::AlignCenter | Qt::TextWordWrap, m_placeholder);
+        const QRect below(square.left(), int(note >= 16 ? top + note + 8 : square.top()), square.width(),
+                          note >= 16 ? wordsHeight * 2 : square.height());
+        painter.drawText(below,
+                         (note >= 16 ? Qt::AlignTop : Qt::AlignVCenter) | Qt::AlignHCenter | Qt::TextWordWrap,
+                         m_placeholder);
         return;
     }
     // The whole cover, as large as the square allows.
