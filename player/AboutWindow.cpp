@@ -68,7 +68,7 @@ QWidget *aboutPage()
 // page, the texts on the window's own ground, a button like the preferences' ones.
 QString aboutStyle()
 {
-    QString sheet = QStringLiteral(R"(
+    return PlayerArt::styleSheet(QStringLiteral(R"(
 * { font-family: "FAMILY"; font-size: 14px; color: #c9d6e3; }
 #AboutWindow { background: #0c0f14; }
 QTabWidget::pane { border: none; }
@@ -89,15 +89,8 @@ QPushButton { background: #1a212c; border: 1px solid #2a3442; border-radius: 7px
 QPushButton:hover { border-color: #3d5068; }
 QPushButton:focus { border-color: #6f9fd0; }
 QPushButton:pressed { background: #24303f; }
-QScrollBar:vertical { background: transparent; width: 10px; margin: 2px; }
-QScrollBar::handle:vertical { background: #2a3442; border-radius: 4px; min-height: 30px; }
-QScrollBar::add-line, QScrollBar::sub-line { height: 0; }
-QScrollBar::add-page, QScrollBar::sub-page { background: none; }
-)");
-    const QString family = PlayerArt::fontFamily();
-    sheet.replace(QStringLiteral("FAMILY"), family.isEmpty() ? QStringLiteral("sans-serif") : family);
-    sheet.replace(QStringLiteral("ACCENT"), PlayerArt::accent().name());
-    return sheet;
+PANEL_SCROLLBARS
+)"));
 }
 
 // Headings in the accent, lists and tables with room between their lines.

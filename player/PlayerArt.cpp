@@ -110,6 +110,20 @@ QString PlayerArt::fontFamily()
     return loadedFamily();
 }
 
+QString PlayerArt::styleSheet(QString sheet)
+{
+    const QString family = fontFamily();
+    sheet.replace(QStringLiteral("PANEL_SCROLLBARS"), QStringLiteral(R"(
+QScrollBar:vertical { background: transparent; width: 10px; margin: 2px; }
+QScrollBar::handle:vertical { background: #2a3442; border-radius: 4px; min-height: 30px; }
+QScrollBar::add-line, QScrollBar::sub-line { height: 0; }
+QScrollBar::add-page, QScrollBar::sub-page { background: none; }
+)"));
+    sheet.replace(QStringLiteral("FAMILY"), family.isEmpty() ? QStringLiteral("sans-serif") : family);
+    sheet.replace(QStringLiteral("ACCENT"), accent().name());
+    return sheet;
+}
+
 QFont PlayerArt::font(Weight weight, qreal pixelSize)
 {
     QFont f;

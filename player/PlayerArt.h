@@ -35,6 +35,10 @@ public:
     // The player's font at a size in pixels, which is how the controls measure their text
     // against their own height.
     static QFont font(Weight weight, qreal pixelSize);
+    // A style sheet in the player's look: FAMILY and ACCENT in `sheet` become the font family
+    // (or the system's sans serif) and the accent's colour, and PANEL_SCROLLBARS the thin
+    // vertical scroll bars the dialogs' panels share.
+    static QString styleSheet(QString sheet);
 
     // The image `name` (without ".svg") rendered to fill `logicalSize` at `dpr`, cached per
     // name, size and ratio. A null pixmap for a missing image or an empty size.

@@ -44,7 +44,7 @@ QString valueText(float value, const VEKLV2Plugin::ControlPort &port)
 // draw theirs, rather than the style's thin grey grooves on a plain window.
 QString editorStyle()
 {
-    QString sheet = QStringLiteral(R"(
+    return PlayerArt::styleSheet(QStringLiteral(R"(
 * { font-family: "FAMILY"; font-size: 14px; color: #c9d6e3; }
 #PlayerEffectEditor { background: #0c0f14; }
 #effectTitle { font-size: 16px; color: #eef5fc; }
@@ -66,15 +66,8 @@ QProgressBar { background: #262f3b; border: none; border-radius: 2px; max-height
 QProgressBar::chunk { background: #6f9fd0; border-radius: 2px; }
 QCheckBox::indicator { width: 16px; height: 16px; border-radius: 4px; border: 1px solid #3a4757; background: #1a212c; }
 QCheckBox::indicator:checked { background: ACCENT; border-color: ACCENT; }
-QScrollBar:vertical { background: transparent; width: 10px; margin: 2px; }
-QScrollBar::handle:vertical { background: #2a3442; border-radius: 4px; min-height: 30px; }
-QScrollBar::add-line, QScrollBar::sub-line { height: 0; }
-QScrollBar::add-page, QScrollBar::sub-page { background: none; }
-)");
-    const QString family = PlayerArt::fontFamily();
-    sheet.replace(QStringLiteral("FAMILY"), family.isEmpty() ? QStringLiteral("sans-serif") : family);
-    sheet.replace(QStringLiteral("ACCENT"), PlayerArt::accent().name());
-    return sheet;
+PANEL_SCROLLBARS
+)"));
 }
 
 bool useLog(const VEKLV2Plugin::ControlPort &port)

@@ -9,7 +9,7 @@ namespace {
 
 // The colours around the player's panel (0c0f14) and accent (b2d9ff).
 const char *const kSheet = R"(
-* { font-family: "%1"; font-size: 14px; color: #d6e4f2; }
+* { font-family: "FAMILY"; font-size: 14px; color: #d6e4f2; }
 QWidget#PreferencesWindow { background: #0c0f14; }
 QFrame#PreferencesSidebar { background: #10141b; border-right: 1px solid #1d2430; }
 QLabel#PreferencesSidebarTitle { color: #b2d9ff; font-size: 20px; font-weight: 600; padding: 2px 6px 12px 8px; }
@@ -82,9 +82,7 @@ QHeaderView::section {
     background: #131922; color: #6f89a6; border: none; border-bottom: 1px solid #1f2733;
     padding: 6px 8px; font-size: 12px; font-weight: 600;
 }
-QScrollBar:vertical { background: transparent; width: 10px; margin: 2px; }
-QScrollBar::handle:vertical { background: #2a3442; border-radius: 4px; min-height: 30px; }
-QScrollBar::add-line, QScrollBar::sub-line { height: 0; }
+PANEL_SCROLLBARS
 QScrollArea { background: transparent; border: none; }
 QScrollArea > QWidget > QWidget { background: transparent; }
 
@@ -103,7 +101,5 @@ void PreferencesStyle::apply(QWidget *window)
     for (auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
         palette.setColor(role, QColor(0xd6, 0xe4, 0xf2));
     window->setPalette(palette);
-    const QString family = PlayerArt::fontFamily();
-    window->setStyleSheet(
-        QString::fromLatin1(kSheet).arg(family.isEmpty() ? QStringLiteral("sans-serif") : family));
+    window->setStyleSheet(PlayerArt::styleSheet(QString::fromLatin1(kSheet)));
 }
