@@ -1,26 +1,19 @@
 #!/usr/bin/python3
 # Brings each pane of the preferences to the front through AT-SPI and captures the window.
 #   preferences_screenshots.py OUT_DIR
+import os
 import subprocess
 import sys
 import time
 
 import pyatspi
 
+# The waiting and the finding of the program on the bus are the accessibility tests' own.
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tests", "support"))
+from screen_reader import application, wait_for  # noqa: E402
+
 OUT = sys.argv[1]
-import os
 PANES = os.environ["PANES"].split(",") if os.environ.get("PANES") else ["General", "Commands", "Preferred Format", "iTunes", "Output", "Headphones", "Advanced"]
-
-
-def wait_for(what, check, seconds=30.0):
-    end = time.monotonic() + seconds
-    while time.monotonic() < end:
-        value = check()
-        if value:
-            return value
-        time.sleep(0.2)
-    print("timed out waiting for " + what, file=sys.stderr)
-    sys.exit(1)
 
 
 def window_id(name):
@@ -28,13 +21,6 @@ def window_id(name):
                          capture_output=True, text=True)
     ids = out.stdout.split()
     return ids[0] if ids else None
-
-
-def application():
-    for app in pyatspi.Registry.getDesktop(0):
-        if app is not None and "quivera" in (app.name or "").lower():
-            return app
-    return None
 
 
 player = wait_for("the player window", lambda: window_id("Quivera"), 60)
