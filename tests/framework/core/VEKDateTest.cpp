@@ -14,10 +14,3 @@ TEST(VEKDate, TheLibraryTextFormRoundTripsAppliesOffsetsAndRejectsGarbage)
     EXPECT_FALSE(VEKDate::dateWithString("yesterday").isValid());
     EXPECT_FALSE(VEKDate::dateWithString(QString()).isValid());
 }
-
-TEST(VEKDate, ReferenceSecondsCountFrom2001)
-{
-    const QDateTime epoch(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC);
-    EXPECT_DOUBLE_EQ(VEKDate::toReferenceSeconds(epoch), 0.0);
-    EXPECT_EQ(VEKDate::fromReferenceSeconds(86400.0), epoch.addDays(1));
-}

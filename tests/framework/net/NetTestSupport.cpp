@@ -1,8 +1,10 @@
 #include "NetTestSupport.h"
 
+#include "net/VEKKeyedArchive.h"
 #include "support/TestEnvironment.h"
 
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonObject>
 #include <gtest/gtest.h>
 
@@ -53,6 +55,25 @@ QVariant fromTyped(const QJsonValue &value)
 int runTool(const QStringList &args, QByteArray *output, int timeoutMs)
 {
     return runServing("python3", QStringList{pythonTool()} + args, output, timeoutMs);
+}
+
+void expectOursReadsBack(const QVariant &value, const QByteArray &bytes)
+{
+    VEKError error;
+    const QVariant back = VEKKeyedArchive::unarchive(bytes, &error);
+    ASSERT_TRUE(back.isValid()) << error.text().toStdString();
+    expectSame(value, back);
+}
+
+void expectPythonReadsBack(const QVariant &value, const QByteArray &bytes)
+{
+    const QString path = TestEnvironment::makeTempDir("archive") + "/message.archive";
+    ASSERT_TRUE(TestEnvironment::writeFile(path, bytes));
+    QByteArray out;
+    ASSERT_EQ(runTool({"decode", path}, &out), 0) << out.left(2000).constData();
+    const QJsonDocument doc = QJsonDocument::fromJson(out);
+    ASSERT_FALSE(doc.isNull()) << out.left(2000).constData();
+    expectSame(value, fromTyped(doc.array()));
 }
 
 } // namespace NetTestSupport

@@ -46,4 +46,9 @@ QVariant fromTyped(const QJsonValue &value);
 // server lives on it). Returns the exit code, -1 if it did not start or finish in time.
 int runTool(const QStringList &args, QByteArray *output = nullptr, int timeoutMs = 60000);
 
+// `bytes`, an archive of `value`, decoded by our reader and by Python's plistlib, each giving
+// back `value` with its types.
+void expectOursReadsBack(const QVariant &value, const QByteArray &bytes);
+void expectPythonReadsBack(const QVariant &value, const QByteArray &bytes);
+
 } // namespace NetTestSupport

@@ -4,8 +4,6 @@
 #include "support/TestEnvironment.h"
 
 #include <QDateTime>
-#include <QDir>
-#include <QFile>
 #include <QJsonDocument>
 #include <gtest/gtest.h>
 
@@ -120,19 +118,10 @@ TEST(KeyedArchiveRoundTrip, ValuesComeBackWithTheirTypesAndOtherQtTypesNormalise
         VEKError error;
         const QByteArray bytes = VEKKeyedArchive::archivedData(c.in, &error);
         ASSERT_FALSE(bytes.isEmpty()) << error.text().toStdString();
-        const QVariant back = decode(bytes, &error);
-        ASSERT_TRUE(back.isValid()) << error.text().toStdString();
-        expectSame(c.out, back);
+        NetTestSupport::expectOursReadsBack(c.out, bytes);
     }
-
     // Another implementation reads ours: Python's plistlib.
-    const QString path = TestEnvironment::makeTempDir("ours") + "/message.archive";
-    ASSERT_TRUE(TestEnvironment::writeFile(path, VEKKeyedArchive::archivedData(everyKind())));
-    QByteArray out;
-    ASSERT_EQ(NetTestSupport::runTool({"decode", path}, &out), 0) << out.constData();
-    const QJsonDocument doc = QJsonDocument::fromJson(out);
-    ASSERT_FALSE(doc.isNull()) << out.constData();
-    expectSame(everyKind(), NetTestSupport::fromTyped(doc.array()));
+    NetTestSupport::expectPythonReadsBack(everyKind(), VEKKeyedArchive::archivedData(everyKind()));
 }
 
 TEST(KeyedArchiveRoundTrip, WhatCannotBeArchivedIsRefused)
@@ -194,14 +183,9 @@ TEST(KeyedArchivePython, WeReadArchivesLaidOutByAnotherArchiver)
     const QStringList cases{"mutable", "shared", "immutable"};
     for (const QString &name : cases) {
         SCOPED_TRACE(name.toStdString());
-        QFile archive(dir + "/" + name + ".archive");
-        QFile json(dir + "/" + name + ".json");
-        ASSERT_TRUE(archive.open(QIODevice::ReadOnly) && json.open(QIODevice::ReadOnly));
-        VEKError error;
-        const QVariant ours = decode(archive.readAll(), &error);
-        ASSERT_TRUE(ours.isValid()) << error.text().toStdString();
-        expectSame(NetTestSupport::fromTyped(QJsonDocument::fromJson(json.readAll()).array()),
-                   ours);
+        const QByteArray json = TestEnvironment::readFile(dir + "/" + name + ".json");
+        NetTestSupport::expectOursReadsBack(NetTestSupport::fromTyped(QJsonDocument::fromJson(json).array()),
+                                            TestEnvironment::readFile(dir + "/" + name + ".archive"));
     }
 }
 
@@ -343,19 +327,15 @@ TEST(KeyedArchiveHostile, NestingIsBoundedEvenThroughSharedObjects)
 TEST(KeyedArchiveHostile, SharingCannotMultiplyTheDecodedSize)
 {
     // Level i is [level i-1, level i-1]: 64 levels stand for 2^64 strings in a few KiB.
-    QVariantList objects{"$null", classRecord("NSArray"), "leaf"};
-    for (int i = 0; i < 64; ++i) {
-        const quint64 below = quint64(objects.size() - 1);
-        objects.append(arrayRecord({uid(below), uid(below)}, 1));
-    }
-    expectRefused(handMade(objects, uid(quint64(objects.size() - 1))), "doubling levels",
-                  "expands too far");
-
+    const auto doubling = [](int levels) {
+        QVariantList objects{"$null", classRecord("NSArray"), "leaf"};
+        for (int i = 0; i < levels; ++i) {
+            const quint64 below = quint64(objects.size() - 1);
+            objects.append(arrayRecord({uid(below), uid(below)}, 1));
+        }
+        return handMade(objects, uid(quint64(objects.size() - 1)));
+    };
+    expectRefused(doubling(64), "doubling levels", "expands too far");
     // Sharing within the allowance is fine: 16 levels are 65536 strings.
-    objects = {"$null", classRecord("NSArray"), "leaf"};
-    for (int i = 0; i < 16; ++i) {
-        const quint64 below = quint64(objects.size() - 1);
-        objects.append(arrayRecord({uid(below), uid(below)}, 1));
-    }
-    EXPECT_TRUE(decode(handMade(objects, uid(quint64(objects.size() - 1)))).isValid());
+    EXPECT_TRUE(decode(doubling(16)).isValid());
 }

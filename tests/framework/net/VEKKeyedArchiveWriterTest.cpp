@@ -13,7 +13,8 @@
 
 #include <limits>
 
-using NetTestSupport::expectSame;
+using NetTestSupport::expectOursReadsBack;
+using NetTestSupport::expectPythonReadsBack;
 
 namespace {
 
@@ -54,25 +55,6 @@ QByteArray archive(const QVariant &value)
     const QByteArray bytes = VEKKeyedArchive::archivedData(value, &error);
     EXPECT_FALSE(bytes.isEmpty()) << error.text().toStdString();
     return bytes;
-}
-
-void expectOursReadsBack(const QVariant &value, const QByteArray &bytes)
-{
-    VEKError error;
-    const QVariant back = VEKKeyedArchive::unarchive(bytes, &error);
-    ASSERT_TRUE(back.isValid()) << error.text().toStdString();
-    expectSame(value, back);
-}
-
-void expectPythonReadsBack(const QVariant &value, const QByteArray &bytes)
-{
-    const QString path = TestEnvironment::makeTempDir("writer") + "/message.archive";
-    ASSERT_TRUE(TestEnvironment::writeFile(path, bytes));
-    QByteArray out;
-    ASSERT_EQ(NetTestSupport::runTool({"decode", path}, &out), 0) << out.left(2000).constData();
-    const QJsonDocument doc = QJsonDocument::fromJson(out);
-    ASSERT_FALSE(doc.isNull()) << out.left(2000).constData();
-    expectSame(value, NetTestSupport::fromTyped(doc.array()));
 }
 
 // References and offsets are as narrow as the archive allows, and wide enough.

@@ -111,8 +111,10 @@ TEST_F(ALSADevice, UnknownUIDIsAnInvalidDeviceThatFailsToOpenClearly)
     const std::unique_ptr<VEKAudioOutput> output = none->createOutput();
     error = {};
     EXPECT_FALSE(output->open({44100, 2, 24, false}, 512, &error));
+    EXPECT_EQ(error.code(), -ENOENT);
     EXPECT_EQ(error.localizedDescription(), "The output device is not available");
     EXPECT_TRUE(error.failureReason().startsWith("no_such_pcm: ")) << error.text().toStdString();
+    EXPECT_FALSE(output->start([](VEKAudioBufferList &, quint64) {}, &error));
 }
 
 TEST_F(ALSADevice, ADeviceWithoutACardHasNoExclusiveUseAndNoSources)

@@ -153,16 +153,6 @@ TEST_F(ALSAOutput, SettlesOnTheNearestOfferedRateWithoutResampling)
     EXPECT_EQ(atDeviceRate.format().sampleRate, 96000.0);
 }
 
-TEST_F(ALSAOutput, UnknownPCMFailsToOpenWithTheDeviceNamed)
-{
-    VEKALSAOutput output("no_such_pcm", 0);
-    VEKError error;
-    EXPECT_FALSE(output.open({44100, 2, 24, false}, 256, &error));
-    EXPECT_EQ(error.code(), -ENOENT);
-    EXPECT_TRUE(error.text().contains("no_such_pcm")) << error.text().toStdString();
-    EXPECT_FALSE(output.start([](VEKAudioBufferList &, quint64) {}, &error));
-}
-
 // A render thread that falls behind a real-time device gets an underrun; the output recovers and
 // goes on, and every block rendered reaches the device in order.
 TEST_F(ALSAOutput, RecoversFromAnUnderrunAndLosesNoRenderedBlock)

@@ -2,15 +2,6 @@
 
 #include <gtest/gtest.h>
 
-TEST(VEKAudioBufferList, UnityGainLeavesTheBitsAlone)
-{
-    VEKAudioBufferList a(2, 3);
-    a.channel(1)[2] = 0.1234567f;
-    a.scale(1.0f);
-    a.scaleWithRamp(1.0f, 1.0f);
-    EXPECT_EQ(a.channel(1)[2], 0.1234567f);
-}
-
 TEST(VEKAudioBufferList, FindsTheFirstAndLastLoudFrameOverAllChannels)
 {
     VEKAudioBufferList a(2, 10);
