@@ -93,14 +93,6 @@ protected:
 };
 }
 
-TEST_F(DelegateTest, FirstStartSelectsTheLibraryPlaylist)
-{
-    ASSERT_TRUE(delegate->selectedPlaylist());
-    EXPECT_EQ(delegate->selectedPlaylist()->playlistID(), Playlist::LibraryPlaylistID);
-    EXPECT_EQ(delegate->localPlaylists().size(), 1);
-    EXPECT_EQ(delegate->iTunesPlaylists().size(), 1);
-}
-
 TEST_F(DelegateTest, UniqueIDsSkipWhatIsTakenAndStayInTheirRanges)
 {
     QSet<qint64> taken;
@@ -239,8 +231,10 @@ TEST_F(DelegateTest, MoveFollowsTheSettledTargetRule)
     EXPECT_EQ(order(), (QList<qint64>{-4, -3, -1, -2}));
 }
 
-TEST_F(DelegateTest, LibraryAndLockedPlaylistsCannotBeDeleted)
+TEST_F(DelegateTest, AFirstStartSelectsTheLibraryAndNeitherAllSongsPlaylistCanBeDeleted)
 {
+    ASSERT_TRUE(delegate->selectedPlaylist());
+    EXPECT_EQ(delegate->selectedPlaylist()->playlistID(), Playlist::LibraryPlaylistID);
     delegate->deleteSelectedPlaylist();
     EXPECT_EQ(delegate->localPlaylists().size(), 1);
     delegate->setSelectedPlaylist(delegate->playlistForID(Playlist::ITunesLibraryPlaylistID));

@@ -297,7 +297,7 @@ protected:
 
 } // namespace
 
-TEST_F(MprisOnTheBus, TheRootInterfaceDescribesThePlayer)
+TEST_F(MprisOnTheBus, TheRootInterfaceDescribesThePlayerAndASecondInstanceTakesAnInstanceName)
 {
     EXPECT_TRUE(ask({u"-l"_s}).split(u'\n').contains(u"quivera"_s));
     const QDBusMessage all = call(u"org.freedesktop.DBus.Properties"_s, u"GetAll"_s, {kRoot});
@@ -317,6 +317,14 @@ TEST_F(MprisOnTheBus, TheRootInterfaceDescribesThePlayer)
     EXPECT_TRUE(property(kRoot, u"CanRaise"_s).toBool());
     EXPECT_EQ(call(kRoot, u"Raise"_s).type(), QDBusMessage::ReplyMessage);
     EXPECT_EQ(raised, 1);
+
+    const QString name = u"mpris-second"_s;
+    {
+        MprisService second(delegate.get(), QDBusConnection::connectToBus(bus.address(), name));
+        EXPECT_TRUE(second.isRegistered());
+        EXPECT_TRUE(second.serviceName().startsWith(MprisService::serviceBaseName + u".instance"_s));
+    }
+    QDBusConnection::disconnectFromBus(name);
 }
 
 TEST_F(MprisOnTheBus, StatusAndMetadataFollowTheCurrentSong)
@@ -483,17 +491,6 @@ TEST_F(MprisOnTheBus, OpenUriImportsAFileAndPlaysIt)
     EXPECT_EQ(web.type(), QDBusMessage::ErrorMessage);
     const QDBusMessage gone = call(kPlayer, u"OpenUri"_s, {u"file:///nowhere/a.flac"_s});
     EXPECT_EQ(gone.type(), QDBusMessage::ErrorMessage);
-}
-
-TEST_F(MprisOnTheBus, ASecondInstanceTakesAnInstanceName)
-{
-    const QString name = u"mpris-second"_s;
-    {
-        MprisService second(delegate.get(), QDBusConnection::connectToBus(bus.address(), name));
-        EXPECT_TRUE(second.isRegistered());
-        EXPECT_TRUE(second.serviceName().startsWith(MprisService::serviceBaseName + u".instance"_s));
-    }
-    QDBusConnection::disconnectFromBus(name);
 }
 
 TEST(MprisWithoutABus, NothingIsRegisteredAndNothingFails)

@@ -46,11 +46,18 @@ QJsonObject byName(const QJsonArray &array, const QString &name)
 
 } // namespace
 
-TEST_F(ProbeCommandTest, JsonGivesTheReadersFacts)
+// A file it cannot read is named, fails the run, and leaves the others printed.
+TEST_F(ProbeCommandTest, JsonGivesTheReadersFactsAndNamesWhatItCannotRead)
 {
     const QString tagged = flac();
     const QString wave = source();
-    const QJsonArray array = cli.json({"probe", tagged, wave, "--json"});
+    const QString notes = dir + "/notes.mp3";
+    ASSERT_TRUE(TestEnvironment::writeFile(notes, QByteArray("not audio at all\n").repeated(100)));
+    const CliHarness::Result r = cli.run({"probe", tagged, dir + "/missing.flac", wave, notes, "--json"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(r.err.contains("missing.flac")) << r.err.constData();
+    EXPECT_TRUE(r.err.contains("notes.mp3")) << r.err.constData();
+    const QJsonArray array = QJsonDocument::fromJson(r.out).array();
     ASSERT_EQ(array.size(), 2);
 
     // Each fact under its key; the facts of each format are the reader's (ReaderFormats).
@@ -68,26 +75,11 @@ TEST_F(ProbeCommandTest, JsonGivesTheReadersFacts)
     EXPECT_EQ(md.value("title").toString(), "Probe Me");
     EXPECT_EQ(md.value("artist").toString(), "Someone");
     EXPECT_FALSE(md.contains("imageData")); // the picture stays out of the JSON
+    EXPECT_EQ(byName(array, "src16.wav").value("path").toString(), wave);
     EXPECT_TRUE(byName(array, "src16.wav").value("metadata").toObject().isEmpty());
 
     // Probing needs no library and makes none.
     EXPECT_FALSE(QFile::exists(cli.libraryFile()));
-}
-
-TEST_F(ProbeCommandTest, UnreadableFileIsReportedAndTheOthersStillPrint)
-{
-    const QString wave = source();
-    const QString notes = dir + "/notes.mp3";
-    ASSERT_TRUE(TestEnvironment::writeFile(notes, QByteArray("not audio at all\n").repeated(100)));
-    const QString missing = dir + "/missing.flac";
-
-    const CliHarness::Result r = cli.run({"probe", missing, wave, notes, "--json"});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(r.err.contains("missing.flac")) << r.err.constData();
-    EXPECT_TRUE(r.err.contains("notes.mp3")) << r.err.constData();
-    const QJsonArray array = QJsonDocument::fromJson(r.out).array();
-    ASSERT_EQ(array.size(), 1);
-    EXPECT_EQ(array.at(0).toObject().value("path").toString(), wave);
 }
 
 TEST_F(ProbeCommandTest, TextOutputAndUsage)

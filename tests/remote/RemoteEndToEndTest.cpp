@@ -2,7 +2,6 @@
 // running on a paced test sound card, and the independent Python client reaching the real library,
 // playlists, settings and transport through it (each command's own rules are checked on a fake host).
 
-#include "RemoteTestSupport.h"
 #include "support/AlsaWorld.h"
 #include "support/CliHarness.h"
 #include "support/Processes.h"
@@ -17,7 +16,7 @@
 #include <QTcpServer>
 #include <gtest/gtest.h>
 
-using RemoteTestSupport::waitUntil;
+using TestEnvironment::waitUntil;
 
 namespace {
 
@@ -89,7 +88,7 @@ TEST(RemoteEndToEnd, ThePythonClientDrivesTheRunningPlayer)
     CliHarness cli;
     // The server inherits a system bus address where no bus runs: it must never announce
     // itself on the machine's own network.
-    RemoteTestSupport::systemBusSocket();
+    TestEnvironment::systemBusSocket();
     const QString alsa = writeALSAConfiguration();
     ASSERT_FALSE(alsa.isEmpty());
 
@@ -128,7 +127,7 @@ TEST(RemoteEndToEnd, ThePythonClientDrivesTheRunningPlayer)
 
     // A private Avahi daemon on loopback, when this machine can run one: the service must
     // vanish from browsing while a client is connected. The rest runs without it.
-    RemoteTestSupport::PrivateAvahi avahi;
+    TestEnvironment::PrivateAvahi avahi;
     const QString avahiProblem = avahi.start();
     if (!avahiProblem.isEmpty())
         std::printf("no private Avahi, browsing not checked: %s\n", qPrintable(avahiProblem));
@@ -147,7 +146,10 @@ TEST(RemoteEndToEnd, ThePythonClientDrivesTheRunningPlayer)
     }
 
     QByteArray out;
-    const int rc = RemoteTestSupport::runClient({"session", QString::number(port), libraryFile}, &out, 120000);
+    const int rc = TestEnvironment::runServing(
+        "python3",
+        {QUIVERA_SOURCE_DIR "/tests/remote/remote_client.py", "session", QString::number(port), libraryFile},
+        &out, 120000);
     EXPECT_EQ(rc, 0) << out.constData() << "\n--- server:\n" << server.output.constData();
     EXPECT_TRUE(out.contains("session ok")) << out.constData();
     EXPECT_EQ(server.terminate(), 0) << server.output.constData();

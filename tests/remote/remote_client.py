@@ -7,7 +7,6 @@ keyed_archive.py with plistlib alone, a reader that shares no code with ours.
     remote_client.py session PORT LIBRARY.json   library, playlists, dim, volume and transport reach
                                                   the real player (each command's rules are the C++
                                                   tests' against a fake host)
-    remote_client.py refused PORT                 exit 0 when no status arrives (refused)
 
 Exit code 0 when everything went as expected; otherwise the reason is on standard error.
 """
@@ -25,9 +24,9 @@ from keyed_archive import Closed, archive, frame, read_frame  # noqa: E402
 # --- Connection ----------------------------------------------------------------------------
 
 class Client:
-    def __init__(self, port, attempts=50):
+    def __init__(self, port):
         last = None
-        for _ in range(attempts):
+        for _ in range(50):
             try:
                 self.sock = socket.create_connection(("127.0.0.1", port), timeout=10)
                 break
@@ -40,8 +39,7 @@ class Client:
     def send(self, message):
         self.sock.sendall(frame(archive(message)))
 
-    def receive(self, timeout=10):
-        self.sock.settimeout(timeout)
+    def receive(self):
         return read_frame(self.sock)
 
     def close(self):
@@ -132,20 +130,6 @@ def session(port, library_file):
     print("session ok")
 
 
-def refused(port):
-    try:
-        c = Client(port, attempts=1)
-    except OSError:
-        print("refused")
-        return
-    try:
-        message = c.receive(timeout=2)
-    except (socket.timeout, Closed, ConnectionResetError):
-        print("refused")
-        return
-    raise Failure("a second client was served: %r" % message)
-
-
 def main(argv):
     if len(argv) < 3:
         print(__doc__, file=sys.stderr)
@@ -154,8 +138,6 @@ def main(argv):
     try:
         if scenario == "session":
             session(port, argv[3])
-        elif scenario == "refused":
-            refused(port)
         else:
             print("unknown scenario " + scenario, file=sys.stderr)
             return 2
