@@ -408,7 +408,7 @@ TEST_F(MprisOnTheBus, NextAndLoopFollowTheRepeatModeOfThePlayingList)
     EXPECT_EQ(ask({u"shuffle"_s}), u"On"_s);
 }
 
-TEST_F(MprisOnTheBus, PlayModesAndTheSelectedPlaylistAreAnnouncedAtOnce)
+TEST_F(MprisOnTheBus, PlayModesTheVolumeAndTheSelectedPlaylistAreAnnouncedAtOnce)
 {
     // Nothing polls: each change is out as soon as it is reported, from wherever it came (a
     // poll once a second would be late more often than not).
@@ -425,6 +425,14 @@ TEST_F(MprisOnTheBus, PlayModesAndTheSelectedPlaylistAreAnnouncedAtOnce)
     EXPECT_TRUE(announced(u"LoopStatus"_s, u"None"_s));
     library->setShuffle(true, nullptr);
     EXPECT_TRUE(announced(u"Shuffle"_s, true));
+
+    // The volume is the volume setting: a change made elsewhere (the knob) is announced, and
+    // playerctl's is clamped to 1 (its wiring: MprisServe).
+    UserDefaults::standard().setValue(u"volume"_s, 0.25);
+    EXPECT_TRUE(announced(u"Volume"_s, 0.25));
+    EXPECT_NEAR(ask({u"volume"_s}).toDouble(), 0.25, 1e-6);
+    ASSERT_EQ(playerctl({u"volume"_s, u"3"_s}).status, 0);
+    EXPECT_DOUBLE_EQ(UserDefaults::standard().doubleForKey(u"volume"_s), 1.0);
 }
 
 TEST_F(MprisOnTheBus, PositionSeeksTheStreamAndSeeksAreSignalled)
@@ -458,18 +466,6 @@ TEST_F(MprisOnTheBus, PositionSeeksTheStreamAndSeeksAreSignalled)
     EXPECT_NE(stream()->currentSong(), first);
     waitUntil([] { return false; }, 200);
     EXPECT_EQ(recorder.seeks.size(), seeks);
-}
-
-TEST_F(MprisOnTheBus, VolumeIsTheVolumeSetting)
-{
-    // Set through playerctl: MprisServe. A change made elsewhere (the knob) is announced.
-    EXPECT_DOUBLE_EQ(property(kPlayer, u"Volume"_s).toDouble(), 1.0);
-    UserDefaults::standard().setValue(u"volume"_s, 0.25);
-    ASSERT_TRUE(waitUntil([&] { return recorder.latest().value(u"Volume"_s).toDouble() == 0.25; }));
-    EXPECT_NEAR(ask({u"volume"_s}).toDouble(), 0.25, 1e-6);
-
-    ASSERT_EQ(playerctl({u"volume"_s, u"3"_s}).status, 0);
-    EXPECT_DOUBLE_EQ(UserDefaults::standard().doubleForKey(u"volume"_s), 1.0);
 }
 
 TEST_F(MprisOnTheBus, OpenUriImportsAFileAndPlaysIt)
