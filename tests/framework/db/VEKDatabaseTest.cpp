@@ -3,7 +3,6 @@
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
-#include <QFile>
 #include <gtest/gtest.h>
 
 namespace {

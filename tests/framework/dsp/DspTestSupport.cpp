@@ -1,6 +1,5 @@
 #include "DspTestSupport.h"
 
-#include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <complex>

@@ -4,12 +4,9 @@
 #include "support/Processes.h"
 #include "support/graph/GraphTestSupport.h"
 
-#include <QCoreApplication>
 #include <QSignalSpy>
 
 #include <gtest/gtest.h>
-
-#include <chrono>
 
 using namespace GraphTest;
 

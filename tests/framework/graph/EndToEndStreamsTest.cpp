@@ -8,10 +8,7 @@
 #include "graph/VEKAudioFileReaderAudioProcessor.h"
 #include "graph/VEKAudioFileWriterAudioProcessor.h"
 #include "graph/VEKConverterAudioProcessor.h"
-#include "support/Processes.h"
 #include "support/TestEnvironment.h"
-
-#include <QDir>
 
 #include <gtest/gtest.h>
 

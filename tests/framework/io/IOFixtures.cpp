@@ -3,9 +3,7 @@
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <gtest/gtest.h>
 
 #include <cmath>

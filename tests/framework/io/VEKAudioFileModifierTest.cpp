@@ -4,7 +4,6 @@
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <fcntl.h>

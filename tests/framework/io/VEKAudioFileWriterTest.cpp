@@ -9,7 +9,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <gtest/gtest.h>
@@ -167,10 +166,8 @@ TEST_P(WriterFormats, WrittenFileReadsBackEverywhere)
     EXPECT_TRUE(lower.contains("title=Überschrift – 日本")) << lower.join(", ").toStdString();
     EXPECT_TRUE(lower.contains("artist=The Artist")) << lower.join(", ").toStdString();
 
-    // sox, for the formats it reads.
+    // sox, for the formats it reads: a second header parser (rate and channels are ffprobe's).
     if (QString(target.extension) != "m4a" && QString(target.extension) != "caf") {
-        EXPECT_EQ(soxInfo("-r", path), QString::number(kRate));
-        EXPECT_EQ(soxInfo("-c", path), "2");
         EXPECT_EQ(soxInfo("-s", path), QString::number(kWritten));
         EXPECT_TRUE(!target.bits || soxInfo("-b", path) == QString::number(target.bits));
     }

@@ -292,8 +292,9 @@ TEST_F(VEKLV2PluginTest, UnknownPluginsAndThoseThatCannotRunHereAreRefusedWithAR
         const char *reason;
     } cases[] = {
         {unknown, kRate, kBlock, VEKLV2World::UnknownPlugin, "urn:quivera:no-such-plugin"},
-        {kHilbert, kRate, kBlock, VEKLV2World::UnsupportedPlugin, "only mono"},
-        {kNeedsWorker, kRate, kBlock, VEKLV2World::UnsupportedPlugin, ""},
+        {kHilbert, kRate, kBlock, VEKLV2World::UnsupportedPlugin,
+         "1 audio inputs and 2 audio outputs; only mono"},
+        {kNeedsWorker, kRate, kBlock, VEKLV2World::UnsupportedPlugin, "worker#schedule"},
         {kRefuses, kRate, kBlock, VEKLV2World::InstantiationFailed, ""},
         {kAmp, 0, kBlock, -1, ""},
         {kAmp, kRate, 0, -1, ""},

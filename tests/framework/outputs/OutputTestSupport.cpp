@@ -3,10 +3,8 @@
 #include "support/AlsaWorld.h"
 #include "support/TestEnvironment.h"
 
-#include <QDir>
 #include <QElapsedTimer>
 #include <QThread>
-#include <QtEndian>
 #include <gtest/gtest.h>
 
 #include <atomic>

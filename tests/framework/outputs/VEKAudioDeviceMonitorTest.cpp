@@ -3,7 +3,6 @@
 #include "support/TestEnvironment.h"
 
 #include <QDir>
-#include <QFile>
 #include <QSignalSpy>
 #include <QTest>
 #include <gtest/gtest.h>

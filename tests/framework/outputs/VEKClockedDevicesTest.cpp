@@ -4,13 +4,8 @@
 #include "support/TestEnvironment.h"
 #include "support/WaveFile.h"
 
-#include <QElapsedTimer>
-#include <QFile>
 #include <QProcess>
-#include <QThread>
 #include <gtest/gtest.h>
-
-#include <atomic>
 
 using namespace OutputTestSupport;
 
