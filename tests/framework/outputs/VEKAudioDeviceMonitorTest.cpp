@@ -22,6 +22,9 @@ TEST(DeviceMonitor, TellsOnceWhenTheFirstCardArrivesAndWhenItLeaves)
     const QString snd = root + QStringLiteral("/snd");
     VEKAudioDeviceMonitor monitor(snd, 100);
     QSignalSpy changed(&monitor, &VEKAudioDeviceMonitor::devicesChanged);
+    // Other devices beside the card folder are no change.
+    touch(root + QStringLiteral("/ttyUSB0"));
+    QTest::qWait(300);
 
     ASSERT_TRUE(QDir().mkpath(snd));
     touch(snd + QStringLiteral("/controlC0"));
@@ -43,15 +46,6 @@ TEST(DeviceMonitor, TellsOnceWhenTheFirstCardArrivesAndWhenItLeaves)
     touch(snd + QStringLiteral("/controlC0"));
     ASSERT_TRUE(changed.wait(3000));
     EXPECT_EQ(changed.count(), 4);
-}
-
-TEST(DeviceMonitor, IgnoresOtherDevicesBesideTheCardFolder)
-{
-    const QString root = TestEnvironment::makeTempDir("dev");
-    VEKAudioDeviceMonitor monitor(root + QStringLiteral("/snd"), 50);
-    QSignalSpy changed(&monitor, &VEKAudioDeviceMonitor::devicesChanged);
-    touch(root + QStringLiteral("/ttyUSB0"));
-    EXPECT_FALSE(changed.wait(500));
 }
 
 } // namespace

@@ -38,22 +38,16 @@ TEST(VEKTextSearch, IgnoresCaseAndDiacriticsAndAbsentTextMatchesNothing)
     }
 }
 
-// Case, and numbers by value, are in the plain texts below.
-TEST(VEKTextOrder, LocalizedCompareKeepsAccentedLettersNearTheirBase)
-{
-    EXPECT_LT(localizedCaseInsensitiveCompare("élan", "fin"), 0);
-    EXPECT_EQ(localizedCaseInsensitiveCompare("Élan", "élan"), 0);
-}
-
 TEST(VEKTextOrder, PlainTextsOrderAsTheCollatorOrdersThem)
 {
     // The shortcuts for texts of letters, digits and blanks must agree with the full collations,
-    // plain and numeric, or a sort would mix two orders.
-    const QStringList words = {
-        "a", "a b", "ab", "a1", "1a", "10", "9", "zz top", "z", " ", "b 2", "b2", "beatles", "beatle s",
-        "Beatles", "B", "Track 9", "track 10", "Track 010", "A 2 b", "a 12 B",
-        // Against texts with other characters, compared plainly up to the first.
-        "Café 2", "cafe 10", "Über", "uber", "a\u0308b", "a-b", "Zoë", "zoe", "b2é", "Ébène 9"};
+    // plain and numeric, or a sort would mix two orders; accented letters sort near their base.
+    const QStringList words = {"a", "a b", "ab", "a1", "1a", "10", "9", "zz top", "z", " ", "b 2", "b2",
+                               "beatles", "beatle s", "Beatles", "B", "Track 9", "track 10", "Track 010",
+                               "A 2 b", "a 12 B",
+                               // Against texts with other characters, compared plainly up to the first.
+                               "Café 2", "cafe 10", "Über", "uber", "a\u0308b", "a-b", "Zoë", "zoe", "b2é",
+                               "Ébène 9", "ébène 9", "élan", "fin"};
     QCollator collator{QLocale(QLocale::English)};
     collator.setCaseSensitivity(Qt::CaseInsensitive);
     QCollator numeric{QLocale(QLocale::English)};
