@@ -327,10 +327,10 @@ TEST_F(MprisOnTheBus, TheRootInterfaceDescribesThePlayerAndASecondInstanceTakesA
     QDBusConnection::disconnectFromBus(name);
 }
 
-TEST_F(MprisOnTheBus, StatusAndMetadataFollowTheCurrentSong)
+TEST_F(MprisOnTheBus, StatusAndMetadataFollowTheCurrentSongAndTheMediaKeysAct)
 {
     EXPECT_EQ(ask({u"status"_s}), u"Stopped"_s);
-    EXPECT_EQ(call(kPlayer, u"Play"_s).type(), QDBusMessage::ReplyMessage);
+    ASSERT_EQ(playerctl({u"play-pause"_s}).status, 0);
     ASSERT_TRUE(waitUntil([&] { return stream()->isPlaying(); }));
     const SongPtr first = row(0);
     EXPECT_EQ(stream()->currentSong(), first); // play from stopped starts at the top
@@ -350,13 +350,6 @@ TEST_F(MprisOnTheBus, StatusAndMetadataFollowTheCurrentSong)
     const QVariantMap announced = qdbus_cast<QVariantMap>(recorder.latest().value(u"Metadata"_s));
     EXPECT_EQ(announced.value(u"xesam:title"_s).toString(), first->name());
     EXPECT_TRUE(recorder.latest().value(u"CanSeek"_s).toBool());
-}
-
-TEST_F(MprisOnTheBus, PlayPauseNextAndPreviousAreTheMediaKeyActions)
-{
-    ASSERT_EQ(playerctl({u"play-pause"_s}).status, 0);
-    ASSERT_TRUE(waitUntil([&] { return stream()->isPlaying(); }));
-    EXPECT_EQ(stream()->currentSong(), row(0));
 
     ASSERT_EQ(playerctl({u"next"_s}).status, 0);
     ASSERT_TRUE(waitUntil([&] { return stream()->currentSong() == row(1); }));
