@@ -72,7 +72,6 @@ TEST_F(ClockedDevices, CaptureWritesEveryDepthSampleForSample)
         EXPECT_TRUE(w.data.left(expected.size()) == expected);
         EXPECT_EQ(w.data.mid(expected.size()).count('\0'), w.data.size() - expected.size());
         EXPECT_EQ(w.data.size() % (3 * c.bits / 8), 0);
-        EXPECT_EQ(soxi("-r", path), "96000");
         EXPECT_EQ(soxi("-s", path).toLongLong(), w.data.size() / (3 * c.bits / 8));
     }
 }
