@@ -8,7 +8,6 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QJsonObject>
 #include <QProcess>
 #include <QSet>
 #include <QStandardPaths>

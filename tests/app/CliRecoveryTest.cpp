@@ -5,7 +5,6 @@
 #include "support/SmallFilesystem.h"
 #include "support/TestEnvironment.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QProcess>

@@ -8,7 +8,6 @@
 #include <QProcess>
 #include <QStringList>
 #include <QVariantMap>
-#include <functional>
 
 // A session bus of the test's own: dbus-daemon --session, killed at the end.
 class PrivateSessionBus {

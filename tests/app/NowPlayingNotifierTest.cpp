@@ -5,8 +5,6 @@
 #include "app/NowPlayingNotifier.h"
 #include "support/Processes.h"
 
-#include <QCoreApplication>
-#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
 #include <gtest/gtest.h>

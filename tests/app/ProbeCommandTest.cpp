@@ -47,7 +47,7 @@ QJsonObject byName(const QJsonArray &array, const QString &name)
 } // namespace
 
 // A file it cannot read is named, fails the run, and leaves the others printed.
-TEST_F(ProbeCommandTest, JsonGivesTheReadersFactsAndNamesWhatItCannotRead)
+TEST_F(ProbeCommandTest, JsonAndTextGiveTheReadersFactsAndNameWhatCannotBeRead)
 {
     const QString tagged = flac();
     const QString wave = source();
@@ -78,24 +78,21 @@ TEST_F(ProbeCommandTest, JsonGivesTheReadersFactsAndNamesWhatItCannotRead)
     EXPECT_EQ(byName(array, "src16.wav").value("path").toString(), wave);
     EXPECT_TRUE(byName(array, "src16.wav").value("metadata").toObject().isEmpty());
 
-    // Probing needs no library and makes none.
-    EXPECT_FALSE(QFile::exists(cli.libraryFile()));
-}
-
-TEST_F(ProbeCommandTest, TextOutputAndUsage)
-{
-    const QString tagged = flac();
-    const CliHarness::Result r = cli.run({"probe", tagged});
-    ASSERT_EQ(r.status, 0) << r.err.constData();
-    const QString text = QString::fromUtf8(r.out);
-    EXPECT_TRUE(text.startsWith(tagged + "\n")) << r.out.constData();
-    EXPECT_TRUE(text.contains(QRegularExpression("format +FLAC Audio File\n"))) << r.out.constData();
-    EXPECT_TRUE(text.contains(QRegularExpression("frames +24000\n"))) << r.out.constData();
-    EXPECT_TRUE(text.contains(QRegularExpression("title +Probe Me\n"))) << r.out.constData();
-    EXPECT_TRUE(text.contains(QRegularExpression("picture +\\d+ bytes\n"))) << r.out.constData();
+    // As text, one fact a line, the picture by its size.
+    const CliHarness::Result text = cli.run({"probe", tagged});
+    ASSERT_EQ(text.status, 0) << text.err.constData();
+    const QString shown = QString::fromUtf8(text.out);
+    EXPECT_TRUE(shown.startsWith(tagged + "\n")) << text.out.constData();
+    EXPECT_TRUE(shown.contains(QRegularExpression("format +FLAC Audio File\n"))) << text.out.constData();
+    EXPECT_TRUE(shown.contains(QRegularExpression("frames +24000\n"))) << text.out.constData();
+    EXPECT_TRUE(shown.contains(QRegularExpression("title +Probe Me\n"))) << text.out.constData();
+    EXPECT_TRUE(shown.contains(QRegularExpression("picture +\\d+ bytes\n"))) << text.out.constData();
 
     const CliHarness::Result usage = cli.run({"probe"});
     EXPECT_EQ(usage.status, 2);
     EXPECT_TRUE(usage.err.contains("probe needs at least one file")) << usage.err.constData();
     EXPECT_TRUE(usage.out.isEmpty());
+
+    // Probing needs no library and makes none.
+    EXPECT_FALSE(QFile::exists(cli.libraryFile()));
 }

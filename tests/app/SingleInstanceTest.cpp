@@ -7,7 +7,6 @@
 
 #include "support/TestEnvironment.h"
 
-#include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <csignal>

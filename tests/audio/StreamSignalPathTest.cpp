@@ -10,7 +10,6 @@
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
-#include <QFile>
 #include <QtEndian>
 #include <gtest/gtest.h>
 

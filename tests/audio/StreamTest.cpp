@@ -3,9 +3,7 @@
 
 #include "audio/Stream.h"
 #include "audio/AudioProcessorClasses.h"
-#include "audio/Player.h"
 #include "core/VEKError.h"
-#include "graph/VEKAudioDock.h"
 #include "graph/VEKConductorAudioProcessor.h"
 #include "library/Playlist.h"
 #include "settings/UserDefaults.h"

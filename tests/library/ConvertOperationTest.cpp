@@ -4,14 +4,11 @@
 #include "library/ConvertOperation.h"
 #include "LibraryFile.h"
 #include "db/VEKDatabase.h"
-#include "db/VEKDatabaseQuery.h"
 #include "io/VEKAudioFileReader.h"
-#include "library/Database.h"
 #include "settings/UserDefaults.h"
 #include "support/Processes.h"
 #include "support/TestEnvironment.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <gtest/gtest.h>

@@ -4,7 +4,6 @@
 #include "library/ImportOperation.h"
 #include "LibraryFile.h"
 #include "core/VEKLog.h"
-#include "db/VEKDatabaseQuery.h"
 #include "library/Database.h"
 #include "settings/UserDefaults.h"
 #include "support/TestEnvironment.h"

@@ -1,6 +1,5 @@
 #include "library/Playlist.h"
 #include "LibraryFile.h"
-#include "db/VEKDatabaseQuery.h"
 #include "library/Database.h"
 #include "library/LibraryPlaylist.h"
 #include "library/SongPredicate.h"

@@ -2,7 +2,6 @@
 #include "settings/UserDefaults.h"
 #include "support/TestEnvironment.h"
 
-#include <QDir>
 #include <QFile>
 #include <gtest/gtest.h>
 

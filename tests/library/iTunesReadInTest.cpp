@@ -2,9 +2,7 @@
 // moved-volume rule, and the operation with its t_playlist rows.
 
 #include "LibraryFile.h"
-#include "db/VEKDatabaseQuery.h"
 #include "iTunesFixture.h"
-#include "library/Database.h"
 #include "library/LoadiTunesOperation.h"
 #include "library/iTunesLibraryParser.h"
 #include "library/iTunesPlaylist.h"

@@ -70,7 +70,6 @@ public:
     }
     void setSelectedPlaylist(const PlaylistPtr &p) override
     {
-        selected = p;
         calls << QStringLiteral("select %1").arg(p ? p->playlistID() : 0);
     }
 
@@ -113,7 +112,6 @@ public:
     QList<PlaylistPtr> iTunesLists;
     double libraryStamp = 0;
     double playlistStamp = 0;
-    PlaylistPtr selected;
     SongPtr current;
     bool playing = false;
     float location = 0;

@@ -9,8 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cmath>
-#include <cstring>
 
 namespace GraphTest {
 
@@ -165,7 +163,6 @@ quint32 CaptureSink::framesToRenderNext() const
 
 bool CaptureSink::consumeRenderedAudio(const VEKAudioBufferList &audio, VEKError *)
 {
-    ++m_buffers;
     m_data.resize(std::max<size_t>(m_data.size(), audio.numberOfChannels()));
     for (quint32 c = 0; c < audio.numberOfChannels(); ++c)
         m_data[c].insert(m_data[c].end(), audio.channel(c), audio.channel(c) + audio.frames());

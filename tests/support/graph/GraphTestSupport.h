@@ -113,7 +113,6 @@ public:
     using VEKOfflineSinkAudioProcessor::VEKOfflineSinkAudioProcessor;
     void setWanted(quint64 frames) { m_wanted = frames; }
     const std::vector<float> &channel(quint32 c) const { return m_data[c]; }
-    quint64 consumedBuffers() const { return m_buffers; }
 
 protected:
     quint32 framesToRenderNext() const override;
@@ -122,7 +121,6 @@ protected:
 
 private:
     quint64 m_wanted = 0;
-    quint64 m_buffers = 0;
     std::vector<std::vector<float>> m_data{2};
 };
 
