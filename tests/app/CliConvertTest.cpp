@@ -93,18 +93,6 @@ protected:
 
 } // namespace
 
-TEST_F(CliConvertTest, ValuesOutOfRangeAreReportedAndTheDefaultsUsed)
-{
-    cli.set("preferredFormat", "{\"format\": 1, \"sampleRate\": 1, \"bitRange\": 7}");
-    const CliHarness::Result r = cli.run({"convert", songID});
-    EXPECT_EQ(r.status, 0) << r.err.constData();
-    EXPECT_TRUE(r.err.contains("preferredFormat.sampleRate = 1 is out of range")) << r.err.constData();
-    EXPECT_TRUE(r.err.contains("preferredFormat.bitRange = 7 is out of range")) << r.err.constData();
-    const Probe p = probe(cli.musicDir() + "/song.wav");
-    EXPECT_EQ(p.audio.value("sample_rate").toString().toInt(), 44100) << "the song's own rate";
-    EXPECT_EQ(p.audio.value("bits_per_sample").toInt(), 16);
-}
-
 // The name beside the source: the writer's naming tests; the row: ConvertOperationTest.
 TEST_F(CliConvertTest, TheResultIsANewSongBesideTheSourceAndJoinsTheChosenPlaylist)
 {
@@ -129,7 +117,9 @@ TEST_F(CliConvertTest, TheResultIsANewSongBesideTheSourceAndJoinsTheChosenPlayli
     EXPECT_EQ(names, QStringList({"Morning", "Morning", "Morning"}));
 }
 
-TEST_F(CliConvertTest, ASongInThePreferredFormatIsSkipped)
+// A song already in the preferred format is skipped; values out of range are said and the
+// defaults used.
+TEST_F(CliConvertTest, ASongInThePreferredFormatIsSkippedAndValuesOutOfRangeAreDefaulted)
 {
     cli.set("preferredFormat", "{\"format\": 6, \"sampleRate\": 44100}");
     const CliHarness::Result r = cli.run({"convert", songID});
@@ -143,6 +133,17 @@ TEST_F(CliConvertTest, ASongInThePreferredFormatIsSkipped)
     EXPECT_TRUE(same.out.contains("0 converted, 1 skipped, 0 failed")) << same.out.constData();
     // Another word length is a real change.
     EXPECT_FALSE(convert("{\"format\": 6, \"bitRange\": 24}").isEmpty());
+
+    cli.set("preferredFormat", "{\"format\": 1, \"sampleRate\": 1, \"bitRange\": 7}");
+    const CliHarness::Result defaulted = cli.run({"convert", songID}); // to WAVE
+    EXPECT_EQ(defaulted.status, 0) << defaulted.err.constData();
+    EXPECT_TRUE(defaulted.err.contains("preferredFormat.sampleRate = 1 is out of range"))
+        << defaulted.err.constData();
+    EXPECT_TRUE(defaulted.err.contains("preferredFormat.bitRange = 7 is out of range"))
+        << defaulted.err.constData();
+    const Probe p = probe(cli.musicDir() + "/song.wav");
+    EXPECT_EQ(p.audio.value("sample_rate").toString().toInt(), 44100) << "the song's own rate";
+    EXPECT_EQ(p.audio.value("bits_per_sample").toInt(), 16);
 }
 
 // What the target format cannot hold, and a source that is unreadable, missing or unknown: each
