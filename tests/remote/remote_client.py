@@ -124,8 +124,6 @@ def session(port, library_file):
     wait_push(lambda s: s["isPlaying"] is False, "play toggles to pause")
     c.send({"command": "next"})
     wait_push(lambda s: s.get("name") == order[1], "next moves on")
-    c.send({"command": "play"})
-    wait_push(lambda s: s["isPlaying"] is True, "play toggles back")
     c.close()
     print("session ok")
 
