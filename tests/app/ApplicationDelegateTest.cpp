@@ -39,7 +39,6 @@ TEST(Defaults, RegisteredBeforeAnyWindowWithTheScreenFormula)
     UserDefaults defaults(TestEnvironment::makeTempDir() + QStringLiteral("/p.plist"));
     ApplicationDelegate::registerDefaults(defaults, QRectF(100, 50, 1000, 800));
     EXPECT_EQ(defaults.integerForKey(QStringLiteral("selectedPlaylistID")), -1);
-    EXPECT_EQ(defaults.integerForKey(QStringLiteral("librarySplitPosition")), 167);
     EXPECT_EQ(defaults.integerForKey(QStringLiteral("playerSize")), 3); // narrower than 1200
     EXPECT_EQ(defaults.stringForKey(QStringLiteral("playerCenter")), QStringLiteral("{600, 316.667}"));
     EXPECT_EQ(defaults.dictionaryForKey(QStringLiteral("preferredFormat")).value(QStringLiteral("quality")).toInt(), 1);

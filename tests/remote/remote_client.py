@@ -4,7 +4,7 @@
 Messages are keyed archives in frames of a 4-byte big-endian length, written and read by
 keyed_archive.py with plistlib alone, a reader that shares no code with ours.
 
-    remote_client.py session PORT LIBRARY.json   library, playlists, dim, volume and transport reach
+    remote_client.py session PORT LIBRARY.json   library, playlists, volume and transport reach
                                                   the real player (each command's rules are the C++
                                                   tests' against a fake host)
 
@@ -97,9 +97,6 @@ def session(port, library_file):
           "the playlist in its manual order: %r" % in_playlist)
 
     # Settings reach the player's store (the test reads the volume afterwards).
-    c.send({"command": "dim", "value": True})
-    push = c.receive()
-    check(is_status_push(push) and push["dim"] is True, "dim pushes: %r" % push)
     c.send({"command": "volumeUp", "target": 1})
     c.send({"command": "volumeDown", "target": 2})
 
