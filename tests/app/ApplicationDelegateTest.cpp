@@ -1,5 +1,3 @@
-#include "RecordingFrontEnd.h"
-
 #include "app/ApplicationDelegate.h"
 #include "app/ApplicationRemoteHost.h"
 #include "app/SignalFrontEnd.h"
@@ -68,7 +66,6 @@ protected:
         delegate = std::make_unique<ApplicationDelegate>(&frontEnd);
         delegate->applicationWillFinishLaunching();
         ASSERT_TRUE(delegate->database());
-        frontEnd.take();
     }
     void TearDown() override
     {
@@ -87,7 +84,7 @@ protected:
         delegate->rescan();
     }
     SongPtr libSong(qint64 id) const { return delegate->library().value(id); }
-    RecordingFrontEnd frontEnd;
+    SignalFrontEnd frontEnd;
     std::unique_ptr<ApplicationDelegate> delegate;
 };
 }
@@ -129,13 +126,18 @@ TEST_F(DelegateTest, RemovingFromTheLibraryEmptiesEveryPlaylistEvenASearchedOne)
 TEST_F(DelegateTest, ANewPlaylistIsShownSelectedAndItsNameEdited)
 {
     addToLibrary({song(-1)});
-    frontEnd.take();
+    QStringList calls;
+    QObject::connect(&frontEnd, &SignalFrontEnd::openRequested, [&] { calls << u"open"_s; });
+    QObject::connect(&frontEnd, &SignalFrontEnd::refreshPlaylistsRequested,
+                     [&] { calls << u"refreshPlaylists"_s; });
+    QObject::connect(&frontEnd, &SignalFrontEnd::beginEditingPlaylistRequested, [&](const PlaylistPtr &p) {
+        calls << u"beginEditingPlaylist %1"_s.arg(p->playlistID());
+    });
     QSignalSpy selected(delegate.get(), &ApplicationDelegate::selectedPlaylistChanged);
     delegate->newPlaylistWithSongs({libSong(-1)});
     const PlaylistPtr made = delegate->selectedPlaylist();
     ASSERT_EQ(selected.size(), 1);
     EXPECT_EQ(selected.at(0).at(0).value<PlaylistPtr>(), made);
-    const QStringList calls = frontEnd.take();
     EXPECT_TRUE(calls.contains(u"open"_s));
     EXPECT_TRUE(calls.contains(u"refreshPlaylists"_s));
     // Editing starts once the sidebar shows the playlist.

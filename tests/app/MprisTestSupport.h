@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/CliHarness.h"
 #include "support/Processes.h"
 
 #include <QByteArray>
@@ -26,11 +27,7 @@ private:
 
 using TestEnvironment::waitUntil;
 
-struct SpinningRun {
-    int status = -1;
-    QByteArray out;
-    QByteArray err;
-};
+using SpinningRun = CliHarness::Result;
 // Runs a program to its end while this thread keeps serving the bus: a client such as playerctl
 // calls back into the objects of this process.
 SpinningRun runSpinning(const QString &program, const QStringList &args,
