@@ -216,38 +216,38 @@ TEST_F(LoadiTunesTest, KeepsWhatTheFiltersAllowAndAddsEachPlaylistRowOnce)
 {
     const QString xml = dir + "/iTunes Music Library.xml";
     iTunesFixture::write(xml, dir + "/music");
+    std::unique_ptr<LoadiTunesOperation> op;
     for (int launch = 0; launch < 2; ++launch) {
-        LoadiTunesOperation op(xml, library);
-        op.start();
-        QList<qint64> ids;
-        for (const SongPtr &s : op.songsInFileOrder())
-            ids.append(s->songID());
-        EXPECT_EQ(ids, iTunesFixture::keptTrackIDs);
-        QList<qint64> playlists;
-        for (const auto &p : op.playlists())
-            playlists.append(p.playlistID);
-        EXPECT_EQ(playlists, iTunesFixture::playlistIDs);
+        op = std::make_unique<LoadiTunesOperation>(xml, library);
+        op->start();
         EXPECT_EQ(iTunesRows(), 1 + iTunesFixture::playlistIDs.size()); // the library's row and one each
-
-        const SongPtr first = op.songs().value(101);
-        ASSERT_TRUE(first);
-        EXPECT_EQ(first->name(), "Caf\u00e9 & <Friends>");
-        EXPECT_EQ(first->track(), "3 of 12");
-        EXPECT_EQ(first->disc(), "1 of 2");
-        EXPECT_EQ(first->track_sortable(), 3u);
-        EXPECT_DOUBLE_EQ(first->length(), 215.0);
-        EXPECT_EQ(first->bitrate(), 320000u);
-        EXPECT_EQ(first->size(), 1234567u);
-        EXPECT_FALSE(first->isMissing());
-        EXPECT_EQ(op.songs().value(102)->track(), "3");
-        EXPECT_TRUE(op.songs().value(102)->isMissing());
-        EXPECT_TRUE(op.songs().value(103)->track().isNull()); // a count without a number
-        EXPECT_EQ(op.songs().value(103)->track_sortable(), 0u);
     }
+    QList<qint64> ids;
+    for (const SongPtr &s : op->songsInFileOrder())
+        ids.append(s->songID());
+    EXPECT_EQ(ids, iTunesFixture::keptTrackIDs);
+    QList<qint64> playlists;
+    for (const auto &p : op->playlists())
+        playlists.append(p.playlistID);
+    EXPECT_EQ(playlists, iTunesFixture::playlistIDs);
+
+    const SongPtr first = op->songs().value(101);
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first->name(), "Caf\u00e9 & <Friends>");
+    EXPECT_EQ(first->track(), "3 of 12");
+    EXPECT_EQ(first->disc(), "1 of 2");
+    EXPECT_EQ(first->track_sortable(), 3u);
+    EXPECT_DOUBLE_EQ(first->length(), 215.0);
+    EXPECT_EQ(first->bitrate(), 320000u);
+    EXPECT_EQ(first->size(), 1234567u);
+    EXPECT_FALSE(first->isMissing());
+    EXPECT_EQ(op->songs().value(102)->track(), "3");
+    EXPECT_TRUE(op->songs().value(102)->isMissing());
+    EXPECT_TRUE(op->songs().value(103)->track().isNull()); // a count without a number
+    EXPECT_EQ(op->songs().value(103)->track_sortable(), 0u);
+
     // The playlists take the songs the filter kept, in the file's order.
-    LoadiTunesOperation op(xml, library);
-    op.start();
-    const auto mix = iTunesPlaylist::initWithITunesLibraryEntry(op.playlists().at(1), op.songs());
+    const auto mix = iTunesPlaylist::initWithITunesLibraryEntry(op->playlists().at(1), op->songs());
     QList<qint64> order;
     for (const SongPtr &s : mix->songs())
         order.append(s->songID());
