@@ -244,12 +244,11 @@ TEST(CliRecovery, AnITunesPathNamingAFifoHangsNoCommand)
     CliHarness cli;
     const QString fifo = cli.musicDir() + "/library.xml";
     ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
-    for (const QStringList &args :
-         {QStringList{"settings", "set", "iTunesLibraryLocation", QString("\"%1\"").arg(fifo)},
-          QStringList{"settings", "set", "accessiTunesLibrary", "true"}, QStringList{"playlists"}}) {
-        const auto r = cli.run(args);
-        EXPECT_EQ(r.status, 0) << args.join(' ').toStdString() << ": " << r.err.constData();
-    }
+    // Each fails the test if it does not end with success (CliHarness::set included).
+    cli.set("iTunesLibraryLocation", QString("\"%1\"").arg(fifo));
+    cli.set("accessiTunesLibrary", "true");
+    const auto r = cli.run({"playlists"});
+    EXPECT_EQ(r.status, 0) << r.err.constData();
 }
 
 // A write that fills the disk half-way: the tagged file is as it was, the render leaves nothing.
