@@ -7,17 +7,6 @@ double VEKDate::now()
     return double(QDateTime::currentMSecsSinceEpoch()) / 1000.0 - referenceDateOffset;
 }
 
-double VEKDate::toReferenceSeconds(const QDateTime &date)
-{
-    return double(date.toMSecsSinceEpoch()) / 1000.0 - referenceDateOffset;
-}
-
-QDateTime VEKDate::fromReferenceSeconds(double seconds)
-{
-    return QDateTime::fromMSecsSinceEpoch(qint64((seconds + referenceDateOffset) * 1000.0),
-                                          Qt::UTC);
-}
-
 QString VEKDate::description(const QDateTime &date)
 {
     if (!date.isValid())

@@ -12,9 +12,6 @@ constexpr double referenceDateOffset = 978307200.0;
 // The present time as seconds since 2001-01-01 00:00 UTC.
 double now();
 
-double toReferenceSeconds(const QDateTime &date);
-QDateTime fromReferenceSeconds(double seconds);
-
 // The text form stored in the library file: "2012-03-04 12:34:56 +0000" (always UTC).
 // A null date gives a null string.
 QString description(const QDateTime &date);
