@@ -1,5 +1,5 @@
-// The player's tests draw real widgets: their binary runs on a QApplication, off screen unless
-// the environment chose a display.
+// The front ends' tests draw real widgets: their binaries run on a QApplication, off screen
+// unless the environment chose a display.
 
 #include <QApplication>
 
