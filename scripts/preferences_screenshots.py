@@ -63,19 +63,21 @@ for pane in PANES:
     print(path)
 
 
-# A slider while it is dragged shows its value beside the knob.
-pane_button("Headphones").queryAction().doAction(0)
-time.sleep(1)
-treble = wait_for("the treble slider", lambda: next(iter(pyatspi.utils.findAllDescendants(
-    app, lambda n: n.name == "Treble" and n.getRoleName() == "slider")), None))
-box = treble.queryComponent().getExtents(pyatspi.DESKTOP_COORDS)
-x, y = box.x + box.width // 2, box.y + box.height // 2
-subprocess.run(["xdotool", "mousemove", str(x), str(y), "mousedown", "1"])
-for step in range(1, 9):
-    subprocess.run(["xdotool", "mousemove", str(x + 6 * step), str(y)])
-    time.sleep(0.05)
-time.sleep(0.5)
-path = "%s/preferences-headphones-dragging.png" % OUT
-subprocess.run(["import", "-window", prefs, path], check=True)
-subprocess.run(["xdotool", "mouseup", "1"])
-print(path)
+# A slider while it is dragged shows its value beside the knob; not when only some panes were
+# asked for (the signal path's pictures want the settings left as they are).
+if "PANES" not in os.environ:
+    pane_button("Headphones").queryAction().doAction(0)
+    time.sleep(1)
+    treble = wait_for("the treble slider", lambda: next(iter(pyatspi.utils.findAllDescendants(
+        app, lambda n: n.name == "Treble" and n.getRoleName() == "slider")), None))
+    box = treble.queryComponent().getExtents(pyatspi.DESKTOP_COORDS)
+    x, y = box.x + box.width // 2, box.y + box.height // 2
+    subprocess.run(["xdotool", "mousemove", str(x), str(y), "mousedown", "1"])
+    for step in range(1, 9):
+        subprocess.run(["xdotool", "mousemove", str(x + 6 * step), str(y)])
+        time.sleep(0.05)
+    time.sleep(0.5)
+    path = "%s/preferences-headphones-dragging.png" % OUT
+    subprocess.run(["import", "-window", prefs, path], check=True)
+    subprocess.run(["xdotool", "mouseup", "1"])
+    print(path)
