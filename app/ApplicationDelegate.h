@@ -189,6 +189,9 @@ public:
     // Queues the read-in of the iTunes library when accessiTunesLibrary is true; otherwise
     // does nothing and returns null.
     std::shared_ptr<LoadiTunesOperation> loadiTunesLibrary();
+    // True from the queueing of the iTunes read-in until its songs are merged or it ends
+    // otherwise: an iTunes playlist without songs is then still on its way, not empty.
+    bool isReadingITunesLibrary() const { return !m_iTunesRead.expired(); }
     // Merges what a finished operation brought: an import's songs into the library, its
     // all-songs playlist and the target playlist (one insert each); the iTunes read-in's songs
     // into the iTunes library playlist and its playlists behind it; a conversion's new song into
@@ -266,6 +269,7 @@ private:
     // A rescan reads the library anew: what operations queued before it bring is stale.
     quint64 m_libraryGeneration = 0;
     QHash<const Operation *, quint64> m_operationGenerations;
+    std::weak_ptr<LoadiTunesOperation> m_iTunesRead;
     NowPlayingNotifier *m_nowPlaying = nullptr; // child
     mutable std::optional<QList<QVariantMap>> m_effectDescriptions;
     std::unique_ptr<Stream> m_stream;

@@ -52,6 +52,7 @@ std::shared_ptr<LoadiTunesOperation> ApplicationDelegate::loadiTunesLibrary()
         return nullptr;
     auto operation = std::make_shared<LoadiTunesOperation>(
         defaults.stringForKey(QStringLiteral("iTunesLibraryLocation")), libraryFilePath());
+    m_iTunesRead = operation;
     queueOperation(operation);
     return operation;
 }
@@ -64,6 +65,9 @@ void ApplicationDelegate::operationDidFinish(const std::shared_ptr<Operation> &o
     const bool stale = generation != m_operationGenerations.cend()
                        && generation.value() != m_libraryGeneration;
     m_operationGenerations.remove(operation.get());
+    // Before the merge, whose redraw then shows the iTunes playlists as they are.
+    if (operation == m_iTunesRead.lock())
+        m_iTunesRead.reset();
     if (stale)
         return;
     if (const auto *import = dynamic_cast<const ImportOperation *>(operation.get()))

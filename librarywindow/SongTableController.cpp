@@ -177,6 +177,10 @@ void SongTableController::update()
     // What an empty list says: why it is empty and, where it can take songs, how to add some.
     if (!playlist)
         m_view->setEmptyText({}, {});
+    else if ((playlist->isITunesPlaylist() || playlist->kind() == Playlist::Kind::ITunesLibrary)
+             && m_delegate->isReadingITunesLibrary())
+        m_view->setEmptyText(VEKLocalizedString("SongTable_empty_iTunesReading"),
+                             VEKLocalizedString("SongTable_empty_iTunesReadingDetail"));
     else if (playlist->predicate())
         m_view->setEmptyText(VEKLocalizedString("SongTable_empty_search"),
                              VEKLocalizedString("SongTable_empty_searchDetail"));

@@ -5,6 +5,7 @@
 #include "librarywindow/SongTable.h"
 #include "core/VEKPaths.h"
 #include "library/LibraryPlaylist.h"
+#include "library/iTunesFixture.h"
 #include "librarywindow/LibraryController.h"
 #include "librarywindow/LibraryWindow.h"
 #include "librarywindow/SongIDsMimeData.h"
@@ -163,6 +164,22 @@ TEST(SongTableDrops, FilesGoToAnyOpenListAndSongsMoveOnlyInAManualOrder)
     library.setSortKey(u"ordinal"_s);
     EXPECT_EQ(SongTableController::dropKind(&files, &library), Drop::Files);
     EXPECT_EQ(SongTableController::dropKind(&songs, &library), Drop::Refuse);
+}
+
+TEST_F(SongTableTest, AnITunesPlaylistStillBeingReadSaysSoRatherThanEmpty)
+{
+    const QString xml = TestEnvironment::makeTempDir(u"itunes"_s) + u"/iTunes Library.xml"_s;
+    iTunesFixture::write(xml, TestEnvironment::makeTempDir(u"music"_s));
+    settings.setValue(u"iTunesLibraryLocation"_s, xml);
+    settings.setValue(u"accessiTunesLibrary"_s, true);
+    controller.reset();
+    launch(false);
+    // No turn of the event loop yet: the read-in's result still waits there.
+    controller = std::make_unique<LibraryController>(*delegate);
+    delegate->setSelectedPlaylist(delegate->iTunesPlaylists().first());
+    EXPECT_EQ(table()->view()->emptyTitle(), u"Reading your iTunes library\u2026"_s);
+    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return !delegate->songs().isEmpty(); }));
+    EXPECT_FALSE(delegate->isReadingITunesLibrary());
 }
 
 TEST_F(SongTableTest, EachPlaylistKeepsItsSelectionAndASortKeepsTheSelectedSongs)
