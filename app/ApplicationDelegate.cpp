@@ -124,7 +124,7 @@ void ApplicationDelegate::applicationWillFinishLaunching(const LaunchOptions &op
     m_lastLibraryModification = VEKDate::now();
     m_lastPlaylistModification = VEKDate::now();
 
-    setSelectedPlaylist(playlistForID(defaults.integerForKey(QStringLiteral("selectedPlaylistID"))));
+    selectPlaylistWithID(defaults.integerForKey(QStringLiteral("selectedPlaylistID")));
     refreshCurrentSongs();
 }
 

@@ -253,6 +253,10 @@ private:
     void queueOperation(const std::shared_ptr<Operation> &operation);
     void mergeImport(const ImportOperation &import);
     void mergeITunesLibrary(const LoadiTunesOperation &load);
+    // Selects the playlist a launch or a rescan had selected, or nothing if it is gone. The
+    // iTunes playlists only come with the iTunes read-in, after them: while it runs, the iTunes
+    // library stands in for a playlist not found, which the merge then selects (or nothing).
+    void selectPlaylistWithID(qint64 playlistID);
     void mergeConversion(const ConvertOperation &conversion);
 
     FrontEnd *m_frontEnd;
@@ -270,6 +274,7 @@ private:
     quint64 m_libraryGeneration = 0;
     QHash<const Operation *, quint64> m_operationGenerations;
     std::weak_ptr<LoadiTunesOperation> m_iTunesRead;
+    std::optional<qint64> m_selectionAfterITunesRead;
     NowPlayingNotifier *m_nowPlaying = nullptr; // child
     mutable std::optional<QList<QVariantMap>> m_effectDescriptions;
     std::unique_ptr<Stream> m_stream;

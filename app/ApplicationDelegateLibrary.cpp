@@ -29,6 +29,17 @@ void ApplicationDelegate::setSelectedPlaylist(const PlaylistPtr &playlist)
         emit selectedPlaylistChanged(m_selectedPlaylist);
 }
 
+void ApplicationDelegate::selectPlaylistWithID(qint64 playlistID)
+{
+    m_selectionAfterITunesRead.reset();
+    PlaylistPtr playlist = playlistForID(playlistID);
+    if (!playlist && !m_iTunesRead.expired() && !m_iTunesPlaylists.isEmpty()) {
+        playlist = m_iTunesPlaylists.first();
+        m_selectionAfterITunesRead = playlistID;
+    }
+    setSelectedPlaylist(playlist);
+}
+
 bool ApplicationDelegate::shuffle() const
 {
     return m_selectedPlaylist && m_selectedPlaylist->shuffle();
@@ -380,7 +391,7 @@ void ApplicationDelegate::rescan()
     loadDatabase();
     m_lastLibraryModification = VEKDate::now();
     m_lastPlaylistModification = VEKDate::now();
-    setSelectedPlaylist(playlistForID(selectedID));
+    selectPlaylistWithID(selectedID);
     m_frontEnd->refreshPlaylists();
     updateAllControls();
     m_frontEnd->endProgress();

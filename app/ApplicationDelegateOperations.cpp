@@ -12,6 +12,8 @@
 #include "library/iTunesPlaylist.h"
 #include "settings/UserDefaults.h"
 
+#include <utility>
+
 void ApplicationDelegate::queueOperation(const std::shared_ptr<Operation> &operation)
 {
     m_operationGenerations.insert(operation.get(), m_libraryGeneration);
@@ -127,6 +129,10 @@ void ApplicationDelegate::mergeITunesLibrary(const LoadiTunesOperation &load)
             m_iTunesPlaylists.append(playlist);
             watchPlaylist(playlist);
         }
+    // The playlist chosen before the read-in, unless the user has chosen another meanwhile.
+    if (const std::optional<qint64> wanted = std::exchange(m_selectionAfterITunesRead, std::nullopt);
+        wanted && m_selectedPlaylist == m_iTunesPlaylists.first())
+        setSelectedPlaylist(playlistForID(*wanted));
     m_frontEnd->refreshPlaylists();
     refreshCurrentSongs();
 }

@@ -166,7 +166,7 @@ TEST(SongTableDrops, FilesGoToAnyOpenListAndSongsMoveOnlyInAManualOrder)
     EXPECT_EQ(SongTableController::dropKind(&songs, &library), Drop::Refuse);
 }
 
-TEST_F(SongTableTest, AnITunesPlaylistStillBeingReadSaysSoRatherThanEmpty)
+TEST_F(SongTableTest, AnITunesPlaylistChosenAtTheQuitIsSelectedOnceReadAndSaysSoMeanwhile)
 {
     const QString xml = TestEnvironment::makeTempDir(u"itunes"_s) + u"/iTunes Library.xml"_s;
     iTunesFixture::write(xml, TestEnvironment::makeTempDir(u"music"_s));
@@ -174,11 +174,17 @@ TEST_F(SongTableTest, AnITunesPlaylistStillBeingReadSaysSoRatherThanEmpty)
     settings.setValue(u"accessiTunesLibrary"_s, true);
     controller.reset();
     launch(false);
+    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return delegate->iTunesPlaylists().size() > 1; }));
+    const PlaylistPtr chosen = delegate->iTunesPlaylists().at(1);
+    delegate->setSelectedPlaylist(chosen);
+
+    launch(false); // a quit, then a start
     // No turn of the event loop yet: the read-in's result still waits there.
     controller = std::make_unique<LibraryController>(*delegate);
-    delegate->setSelectedPlaylist(delegate->iTunesPlaylists().first());
+    EXPECT_EQ(delegate->selectedPlaylist(), delegate->iTunesPlaylists().first());
     EXPECT_EQ(table()->view()->emptyTitle(), u"Reading your iTunes library\u2026"_s);
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return !delegate->songs().isEmpty(); }));
+    ASSERT_TRUE(TestEnvironment::waitUntil(
+        [&] { return delegate->selectedPlaylist()->playlistID() == chosen->playlistID(); }));
     EXPECT_FALSE(delegate->isReadingITunesLibrary());
 }
 
