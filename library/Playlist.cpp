@@ -40,8 +40,7 @@ void Playlist::setName(const QString &name)
         return;
     m_name = name;
     Database *db = Database::shared();
-    if (!db || db->isLoading() || isITunesPlaylist() || kind() == Kind::Library
-        || kind() == Kind::ITunesLibrary) {
+    if (!db || db->isLoading() || isFromITunes() || kind() == Kind::Library) {
         touch();
         emit valueChanged(QStringLiteral("name"));
         return;

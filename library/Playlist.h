@@ -36,6 +36,8 @@ public:
     // The library playlist or the iTunes library playlist.
     bool isLibraryPlaylist() const { return kind() == Kind::Library || kind() == Kind::ITunesLibrary; }
     bool isITunesPlaylist() const { return kind() == Kind::ITunes; }
+    // Of the iTunes library, its all-songs list included: read-only, and read after the launch.
+    bool isFromITunes() const { return kind() == Kind::ITunes || kind() == Kind::ITunesLibrary; }
 
     qint64 playlistID() const { return m_playlistID; }
     void setPlaylistID(qint64 id);

@@ -183,9 +183,7 @@ bool PlaylistTableModel::acceptsDropOn(const PlaylistPtr &target) const
         return false;
     // The own library takes songs only out of iTunes.
     if (target->isLibraryPlaylist())
-        return selected
-               && (selected->kind() == Playlist::Kind::ITunes
-                   || selected->kind() == Playlist::Kind::ITunesLibrary);
+        return selected && selected->isFromITunes();
     return true;
 }
 

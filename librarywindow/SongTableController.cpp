@@ -177,8 +177,7 @@ void SongTableController::update()
     // What an empty list says: why it is empty and, where it can take songs, how to add some.
     if (!playlist)
         m_view->setEmptyText({}, {});
-    else if ((playlist->isITunesPlaylist() || playlist->kind() == Playlist::Kind::ITunesLibrary)
-             && m_delegate->isReadingITunesLibrary())
+    else if (playlist->isFromITunes() && m_delegate->isReadingITunesLibrary())
         m_view->setEmptyText(VEKLocalizedString("SongTable_empty_iTunesReading"),
                              VEKLocalizedString("SongTable_empty_iTunesReadingDetail"));
     else if (playlist->predicate())

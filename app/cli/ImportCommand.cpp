@@ -66,7 +66,7 @@ int run(CliSession &session, const QStringList &argv, const CliCommand &command)
         const PlaylistPtr target = session.playlistForID(args.value(QStringLiteral("playlist")));
         if (!target)
             return 1;
-        if (target->kind() == Playlist::Kind::ITunes || target->kind() == Playlist::Kind::ITunesLibrary) {
+        if (target->isFromITunes()) {
             session.fail(QStringLiteral("playlist %1 belongs to the iTunes library, which is read-only")
                              .arg(target->playlistID()));
             return 1;
